@@ -1,0 +1,22 @@
+// Everything behind one host device handle.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+
+#include "tag_index/tag_record.h"
+#include "tag_index/tag_table.h"
+#include "unity/unity_process.h"
+
+struct device_context {
+  offline_CTagTable_578 tag_table;
+  std::map<offline_stTag_578, unsigned long long> tag_values;
+  unity_process session;
+  std::string plc_address;
+  uint8_t offline_mode = 0;
+  // Stable storage for element names built for bit-array requests: value-map keys point
+  // at names, so a name must outlive the request that made it.
+  std::set<std::string> element_names;
+};

@@ -1,0 +1,268 @@
+/*
+ * unitydrv.h - host interface of the Unity symbolic-addressing driver (libunitydrv.so).
+ *
+ * An operator-panel runtime (the host) loads libunitydrv.so and calls the 14 entry
+ * points below to read and write the variables of M340/M580 controllers by name over
+ * Modbus TCP (Unity function code 0x5A, TCP port 502).
+ *
+ * Calling order: the description calls (GetAttributeEx, GetDeviceTableEx,
+ * GetCommandSizeLimitInfo, GetDataType) at any time; InitEx before GetInitCmdEx2;
+ * StartDeviceEx once per device; GetInitCmdEx2 then CheckInitCmdResponseEx2; any number
+ * of rounds of OutputFilterEx followed by InputFilterEx; Timeout whenever the host gives
+ * up waiting; CloseDevice last. Calls come from one thread at a time; the driver starts
+ * no threads and every exchange with the controller blocks inside the call (one second
+ * at most per reply).
+ *
+ * Ownership: the host owns every record it passes; the driver reads or fills them in
+ * place. A device handle is an opaque pointer owned by the driver from StartDeviceEx to
+ * CloseDevice.
+ *
+ * Record layouts. The records are byte-exact images of the host's own records: packed,
+ * little-endian, fields possibly unaligned. On the target (32-bit ARM Linux) their sizes
+ * are those given below (_gui_request_ 4196 bytes, _input_data_ 4104, _system_info 20).
+ * On a 64-bit build a pointer field keeps its offset and takes 8 bytes, so the stride of
+ * _gui_request_ is 4192 + sizeof(void*) and that of _system_info is 16 + sizeof(void*).
+ * The static assertions at the end of this file hold on both.
+ */
+#ifndef UNITYDRV_UNITYDRV_H
+#define UNITYDRV_UNITYDRV_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+#define UNITYDRV_EXTERN_C extern "C"
+#define UNITYDRV_STATIC_ASSERT(cond, msg) static_assert(cond, msg)
+#else
+#define UNITYDRV_EXTERN_C
+#define UNITYDRV_STATIC_ASSERT(cond, msg) _Static_assert(cond, msg)
+#endif
+
+#if defined(UNITYDRV_BUILDING)
+#define UNITYDRV_API UNITYDRV_EXTERN_C __attribute__((visibility("default")))
+#else
+#define UNITYDRV_API UNITYDRV_EXTERN_C
+#endif
+
+#pragma pack(push, 1)
+
+/* Which tag a request addresses, and which part of it (17 bytes, inside _gui_request_). */
+typedef struct tag_ref {
+  uint32_t tag_index;     /* 0: position of the tag in the tag file */
+  uint8_t type_code_a;    /* 4: PLC type code (see below), used when type_select is 0 */
+  uint8_t type_select;    /* 5: non-zero: use type_code_b instead */
+  uint8_t type_code_b;    /* 6: alternative PLC type code */
+  uint8_t unused_7[2];    /* 7..8: not read */
+  uint8_t bit_spec;       /* 9: 0 no bit; 255 bit = low byte of array_index; else bit = value - 1 */
+  uint8_t index_off;      /* 10: non-zero forces the array index to 0 */
+  uint8_t unused_11[2];   /* 11..12: not read */
+  uint16_t array_index;   /* 13: element index in an array tag; 65535 means 0 */
+  uint16_t element_count; /* 15: number of elements to read or write */
+} tag_ref;
+
+/* One host request (an array of them is passed to ORMAND_DRV_OutputFilterEx). */
+typedef struct _gui_request_ {
+  uint8_t host_0[4];      /* 0..3: the host's own */
+  uint8_t status[5];      /* 4..8: cleared to 0 when the request has been handled */
+  uint8_t host_9[27];     /* 9..35: the host's own */
+  uint8_t request_kind;   /* 36: 1 or 2 write the first element only; otherwise read */
+  uint8_t host_37[15];    /* 37..51: the host's own */
+  union {
+    uint16_t write_count; /* 52: number of 16-bit units in write_words */
+    struct {
+      uint8_t write_count_low;
+      uint8_t write_bit_value; /* 53: bit writes: non-zero sets, zero clears */
+    } bit;
+  } write;
+  uint16_t write_words[2058]; /* 54..4169: write data, one unit per entry */
+  uint8_t host_4170;          /* 4170 */
+  tag_ref ref;                /* 4171..4187 */
+  uint8_t host_4188[4];       /* 4188..4191 */
+  void* device_handle;        /* 4192: handle from StartDeviceEx (read from the first element) */
+} _gui_request_;
+
+/* One result (an array of them is filled by ORMAND_DRV_InputFilterEx). */
+typedef struct _input_data_ {
+  uint8_t result_status;         /* 0: 0 data valid, 2 failed */
+  uint8_t result_code;           /* 1: 5 normally, 10 when the session failed */
+  uint8_t host_2[2];             /* 2..3 */
+  uint32_t request_id;           /* 4: copied from the matching _system_info */
+  uint16_t result_words[2048];   /* 8..4103: the values as 16-bit units */
+} _input_data_;
+
+/* Per-position bookkeeping passed to ORMAND_DRV_InputFilterEx. */
+typedef struct _system_info {
+  uint32_t info_valid;    /* 0: of the first element: zero means nothing to return */
+  uint32_t request_id;    /* 4 */
+  uint8_t host_8[8];      /* 8..15: not used by the driver */
+  void* device_handle;    /* 16: handle (read from the first element) */
+} _system_info;
+
+/* Passed to ORMAND_DRV_InputFilterEx and never read. */
+typedef struct _frame_data_ _frame_data_;
+
+/* Filled by ORMAND_DRV_GetAttributeEx. The name field holds the first 50 characters
+ * of the driver name with no terminator: the numbers overwrite the rest. */
+typedef struct unitydrv_attributes {
+  char name[50];          /* 0 */
+  uint16_t value_50;      /* 50: 171 */
+  uint16_t driver_number; /* 52: 578 */
+  uint8_t value_54;       /* 54: 0 */
+  uint8_t host_55;        /* 55: left as it was */
+  uint16_t value_56;      /* 56: 200 */
+  uint16_t value_58;      /* 58: 0 */
+  uint16_t value_60;      /* 60: 0 */
+  uint8_t host_62[6];     /* 62..67: left as they were */
+  uint16_t value_68;      /* 68: 0 */
+  uint16_t value_70;      /* 70: 1 */
+  uint8_t host_72[2];     /* 72..73: left as they were */
+  uint16_t value_74;      /* 74: 271 */
+  uint16_t value_76;      /* 76: 0 */
+  uint16_t value_78;      /* 78: 37 */
+  uint16_t value_80;      /* 80: 0 */
+} unitydrv_attributes;
+
+/* One row of the address type table (ORMAND_DRV_GetDeviceTableEx copies 17 of them):
+ * 15 NUL-padded text fields (kind, name, PLC type code, ...). */
+typedef struct unitydrv_address_type {
+  char field[15][30];
+} unitydrv_address_type;
+
+/* Filled by ORMAND_DRV_GetCommandSizeLimitInfo: nine NUL-padded text fields. */
+typedef struct unitydrv_size_limit {
+  char field[9][10];
+} unitydrv_size_limit;
+
+/* Query of ORMAND_DRV_GetDataType: the PLC type code is byte 4. */
+typedef struct unitydrv_type_query {
+  uint8_t host_0[4];
+  uint8_t type_code;
+} unitydrv_type_query;
+
+/* Parameter record of ORMAND_DRV_InitEx: the controller's IPv4 address a.b.c.d. */
+typedef struct unitydrv_init_params {
+  uint8_t host_0[8];
+  uint16_t octet4;   /* 8: d */
+  uint16_t octet3;   /* 10: c */
+  uint8_t octet1;    /* 12: a (low byte of the u16 at 12) */
+  uint8_t octet2;    /* 13: b (high byte) */
+} unitydrv_init_params;
+
+/* Two-word record returned by value by GetInitCmdEx2 and OutputFilterEx. */
+typedef struct unitydrv_result {
+  uint8_t host_0[2];  /* 0..1: the host's own; the driver returns them as 0 */
+  uint8_t byte_2;     /* 2 */
+  uint8_t byte_3;     /* 3: 8 after OutputFilterEx */
+  uint32_t word_4;    /* 4: 0 */
+} unitydrv_result;
+
+#pragma pack(pop)
+
+/* PLC type codes: the element type of a tag (element size in bytes). */
+enum {
+  UNITYDRV_TYPE_BYTE = 2,      /* 1 */
+  UNITYDRV_TYPE_WORD = 3,      /* 2 */
+  UNITYDRV_TYPE_DWORD = 4,     /* 4 */
+  UNITYDRV_TYPE_UDINT = 6,     /* 4 */
+  UNITYDRV_TYPE_LWORD = 7,     /* 8 */
+  UNITYDRV_TYPE_LINT = 8,      /* 8 */
+  UNITYDRV_TYPE_ULINT = 9,     /* 8 */
+  UNITYDRV_TYPE_LREAL = 10,    /* 8 */
+  UNITYDRV_TYPE_UINT = 11,     /* 2 */
+  UNITYDRV_TYPE_USINT = 12,    /* 1 */
+  UNITYDRV_TYPE_BOOL = 193,    /* 1 (one bit value) */
+  UNITYDRV_TYPE_SINT = 194,    /* 1 */
+  UNITYDRV_TYPE_INT = 195,     /* 2 */
+  UNITYDRV_TYPE_DINT = 196,    /* 4 */
+  UNITYDRV_TYPE_REAL = 202,    /* 4 */
+  UNITYDRV_TYPE_BITARRAY = 211, /* 1 (one bit value); array_index counts bits */
+  UNITYDRV_TYPE_STRING = 212   /* 1 per character */
+};
+
+/* Description (callable at any time). */
+UNITYDRV_API void ORMAND_DRV_GetAttributeEx(unitydrv_attributes* attributes);
+UNITYDRV_API void ORMAND_DRV_GetDeviceTableEx(unitydrv_address_type* table, uint32_t* count);
+UNITYDRV_API void ORMAND_DRV_GetCommandSizeLimitInfo(unitydrv_size_limit* limit, uint32_t* count);
+/* Maps a PLC type code to the host's data type; unknown codes leave *host_type alone. Returns 1. */
+UNITYDRV_API int ORMAND_DRV_GetDataType(const unitydrv_type_query* query, uint32_t ignored,
+                                        uint32_t* host_type);
+/* An opaque value kept for the host (0 until set). */
+UNITYDRV_API void ORMAND_DRV_GetCommParam(uint32_t* value);
+UNITYDRV_API void ORMAND_DRV_SetCommParam(uint32_t value);
+
+/* Sets the controller address used by devices connected afterwards. */
+UNITYDRV_API void ORMAND_DRV_InitEx(uint32_t ignored, const unitydrv_init_params* params);
+/* Creates a device from the tag file at path (records start at offset + 7). The handle is
+ * stored before the file is read; a missing file gives an empty table. Returns 0. */
+UNITYDRV_API int ORMAND_DRV_StartDeviceEx(uint8_t offline_mode, void** handle, const char* path,
+                                          uint32_t offset);
+/* Connects, identifies the controller, downloads its dictionary and resolves the tags.
+ * *code = 10 when the connection failed, else 0. */
+UNITYDRV_API unitydrv_result ORMAND_DRV_GetInitCmdEx2(uint32_t* code, uint32_t w1, uint32_t w2,
+                                                      uint32_t w3, void** handle);
+/* 1 when the device is ready (or offline), 0 while its dictionary is incomplete. */
+UNITYDRV_API int ORMAND_DRV_CheckInitCmdResponseEx2(uint32_t w1, uint32_t w2, void** handle);
+/* Carries out the reads or the write of an array of requests for the device of the first. */
+UNITYDRV_API unitydrv_result ORMAND_DRV_OutputFilterEx(_gui_request_* requests, int count);
+/* Delivers the results of the last OutputFilterEx, one per request position. */
+UNITYDRV_API void ORMAND_DRV_InputFilterEx(_input_data_* results, _frame_data_* frame,
+                                           _system_info* infos, int count);
+/* Drops the device's connection; the next GetInitCmdEx2 connects again. */
+UNITYDRV_API void ORMAND_DRV_Timeout(uint32_t ignored, void* handle);
+/* Destroys the device. A null handle is ignored. */
+UNITYDRV_API void ORMAND_DRV_CloseDevice(uint32_t ignored, void* handle);
+
+#define UNITYDRV_CHECK_OFFSET(type, field, off) \
+  UNITYDRV_STATIC_ASSERT(offsetof(type, field) == (off), #type "." #field " offset")
+
+UNITYDRV_CHECK_OFFSET(tag_ref, type_code_a, 4);
+UNITYDRV_CHECK_OFFSET(tag_ref, type_select, 5);
+UNITYDRV_CHECK_OFFSET(tag_ref, type_code_b, 6);
+UNITYDRV_CHECK_OFFSET(tag_ref, bit_spec, 9);
+UNITYDRV_CHECK_OFFSET(tag_ref, index_off, 10);
+UNITYDRV_CHECK_OFFSET(tag_ref, array_index, 13);
+UNITYDRV_CHECK_OFFSET(tag_ref, element_count, 15);
+UNITYDRV_STATIC_ASSERT(sizeof(tag_ref) == 17, "tag_ref size");
+
+UNITYDRV_CHECK_OFFSET(_gui_request_, status, 4);
+UNITYDRV_CHECK_OFFSET(_gui_request_, request_kind, 36);
+UNITYDRV_CHECK_OFFSET(_gui_request_, write.write_count, 52);
+UNITYDRV_CHECK_OFFSET(_gui_request_, write.bit.write_bit_value, 53);
+UNITYDRV_CHECK_OFFSET(_gui_request_, write_words, 54);
+UNITYDRV_CHECK_OFFSET(_gui_request_, ref, 4171);
+UNITYDRV_CHECK_OFFSET(_gui_request_, device_handle, 4192);
+UNITYDRV_STATIC_ASSERT(sizeof(_gui_request_) == 4192 + sizeof(void*), "_gui_request_ size");
+
+UNITYDRV_CHECK_OFFSET(_input_data_, result_code, 1);
+UNITYDRV_CHECK_OFFSET(_input_data_, request_id, 4);
+UNITYDRV_CHECK_OFFSET(_input_data_, result_words, 8);
+UNITYDRV_STATIC_ASSERT(sizeof(_input_data_) == 4104, "_input_data_ size");
+
+UNITYDRV_CHECK_OFFSET(_system_info, request_id, 4);
+UNITYDRV_CHECK_OFFSET(_system_info, device_handle, 16);
+UNITYDRV_STATIC_ASSERT(sizeof(_system_info) == 16 + sizeof(void*), "_system_info size");
+
+UNITYDRV_CHECK_OFFSET(unitydrv_attributes, value_50, 50);
+UNITYDRV_CHECK_OFFSET(unitydrv_attributes, driver_number, 52);
+UNITYDRV_CHECK_OFFSET(unitydrv_attributes, value_54, 54);
+UNITYDRV_CHECK_OFFSET(unitydrv_attributes, value_56, 56);
+UNITYDRV_CHECK_OFFSET(unitydrv_attributes, value_60, 60);
+UNITYDRV_CHECK_OFFSET(unitydrv_attributes, value_68, 68);
+UNITYDRV_CHECK_OFFSET(unitydrv_attributes, value_70, 70);
+UNITYDRV_CHECK_OFFSET(unitydrv_attributes, value_74, 74);
+UNITYDRV_CHECK_OFFSET(unitydrv_attributes, value_80, 80);
+UNITYDRV_STATIC_ASSERT(sizeof(unitydrv_attributes) == 82, "unitydrv_attributes size");
+UNITYDRV_STATIC_ASSERT(sizeof(unitydrv_address_type) == 450, "unitydrv_address_type size");
+UNITYDRV_STATIC_ASSERT(sizeof(unitydrv_size_limit) == 90, "unitydrv_size_limit size");
+UNITYDRV_CHECK_OFFSET(unitydrv_type_query, type_code, 4);
+UNITYDRV_CHECK_OFFSET(unitydrv_init_params, octet4, 8);
+UNITYDRV_CHECK_OFFSET(unitydrv_init_params, octet3, 10);
+UNITYDRV_CHECK_OFFSET(unitydrv_init_params, octet1, 12);
+UNITYDRV_CHECK_OFFSET(unitydrv_init_params, octet2, 13);
+UNITYDRV_CHECK_OFFSET(unitydrv_result, byte_3, 3);
+UNITYDRV_CHECK_OFFSET(unitydrv_result, word_4, 4);
+UNITYDRV_STATIC_ASSERT(sizeof(unitydrv_result) == 8, "unitydrv_result size");
+
+#undef UNITYDRV_CHECK_OFFSET
+
+#endif /* UNITYDRV_UNITYDRV_H */

@@ -1,0 +1,51 @@
+// The device's tag table, loaded from the tag file and resolved against the dictionary.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "tag_index/result_slot.h"
+#include "tag_index/tag_entry.h"
+#include "unity/data_type.h"
+#include "unity/table.h"
+
+class offline_CTagTable_578 {
+ public:
+  offline_CTagTable_578();
+  ~offline_CTagTable_578();
+  offline_CTagTable_578(const offline_CTagTable_578&) = delete;
+  offline_CTagTable_578& operator=(const offline_CTagTable_578&) = delete;
+
+  // Loads the table from the records at offset + 7 of the file. 0 when the file cannot be
+  // opened (the table stays as it was), else the result of closing it.
+  int Read(const char* path, unsigned int offset);
+  void Release();
+  // No bounds check: index must be below tag_count.
+  tag_entry* Get(unsigned int index) { return &entries[index]; }
+  // First position whose name equals name, truncated to 16 bits; 0 when none.
+  unsigned short GetTagIndexfromName(const char* name) const;
+  // Resolves every tag; 1 when at least one tag resolved.
+  int setup_memory_index(std::map<std::string, table> tables,
+                         std::map<unsigned short, std::vector<data_type>> struct_members,
+                         std::map<unsigned short, data_type> data_types);
+
+  // Slot i of the last host request; grown on demand, never shrunk.
+  result_slot& slot(std::size_t i);
+
+  uint32_t wide_names;
+  uint32_t tag_count = 0;
+  tag_entry* entries = nullptr;
+
+ private:
+  void build_name_index();
+
+  std::vector<result_slot> result_slots_;
+  std::unordered_map<std::string, uint32_t> name_index_;  // name (as strcmp sees it) -> first position
+};
+
+// Adds the byte size of structured type type_id to size (an accumulator).
+void calculate_block_size(std::map<unsigned short, std::vector<data_type>>& struct_members,
+                          unsigned short& type_id, unsigned int& size);

@@ -1,0 +1,93 @@
+// Byte cursors over byte vectors: one type per byte order and direction.
+// The Modbus TCP header is big-endian; everything inside a Unity message and the
+// tag file is little-endian. Every access goes through vector::at, so running past
+// the end raises std::out_of_range and nothing is ever read outside the buffer.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace wire {
+
+using bytes = std::vector<unsigned char>;
+
+class be_reader {
+ public:
+  explicit be_reader(const bytes& buf, std::size_t pos = 0) : buf_(buf), pos_(pos) {}
+  uint8_t u8() { return buf_.at(pos_++); }
+  uint16_t u16() {
+    uint16_t hi = u8();
+    return static_cast<uint16_t>(hi << 8 | u8());
+  }
+  std::size_t pos() const { return pos_; }
+
+ private:
+  const bytes& buf_;
+  std::size_t pos_;
+};
+
+class le_reader {
+ public:
+  explicit le_reader(const bytes& buf, std::size_t pos = 0) : buf_(buf), pos_(pos) {}
+  uint8_t u8() { return buf_.at(pos_++); }
+  uint16_t u16() {
+    uint16_t lo = u8();
+    return static_cast<uint16_t>(lo | u8() << 8);
+  }
+  uint32_t u32() {
+    uint32_t lo = u16();
+    return lo | static_cast<uint32_t>(u16()) << 16;
+  }
+  uint64_t u64() {
+    uint64_t lo = u32();
+    return lo | static_cast<uint64_t>(u32()) << 32;
+  }
+  void skip(std::size_t n) { pos_ += n; }
+  std::size_t pos() const { return pos_; }
+  bool at_end() const { return pos_ >= buf_.size(); }
+
+ private:
+  const bytes& buf_;
+  std::size_t pos_;
+};
+
+// Writes into a vector that is already sized (the frame encoder's pattern).
+class be_writer {
+ public:
+  explicit be_writer(bytes& buf, std::size_t pos = 0) : buf_(buf), pos_(pos) {}
+  void u8(uint8_t v) { buf_.at(pos_++) = v; }
+  void u16(uint16_t v) {
+    u8(static_cast<uint8_t>(v >> 8));
+    u8(static_cast<uint8_t>(v));
+  }
+  std::size_t pos() const { return pos_; }
+
+ private:
+  bytes& buf_;
+  std::size_t pos_;
+};
+
+// Appends little-endian values (the request builders' pattern).
+class le_writer {
+ public:
+  explicit le_writer(bytes& buf) : buf_(buf) {}
+  le_writer& u8(uint8_t v) {
+    buf_.push_back(v);
+    return *this;
+  }
+  le_writer& u16(uint16_t v) { return u8(static_cast<uint8_t>(v)).u8(static_cast<uint8_t>(v >> 8)); }
+  le_writer& u32(uint32_t v) {
+    return u16(static_cast<uint16_t>(v)).u16(static_cast<uint16_t>(v >> 16));
+  }
+  template <typename It>
+  le_writer& append(It first, It last) {
+    buf_.insert(buf_.end(), first, last);
+    return *this;
+  }
+
+ private:
+  bytes& buf_;
+};
+
+}  // namespace wire

@@ -1,0 +1,112 @@
+// A device's Unity client session with one controller: the connection, the request
+// numbering, the downloaded data dictionary and the decoding of replies.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <boost/shared_ptr.hpp>
+
+#include "net/client_socket.h"
+#include "unity/data_type.h"
+#include "unity/message_strategy.h"
+#include "unity/modbus_tcp_frame.h"
+#include "unity/read_comm.h"
+#include "unity/table.h"
+#include "unity/unity_frame.h"
+
+class unity_process {
+ public:
+  // Session states.
+  enum : int {
+    state_not_connected = 0,
+    state_connecting = 1,
+    state_identified = 2,
+    state_ready = 5,
+    state_write_ok = 6,
+    state_read_ok = 7,
+    state_write_no_reply = 8,
+    state_failed = 9,
+  };
+
+  using data_type_entry = std::pair<const unsigned short, data_type>;
+
+  struct PRIVATE {
+    std::vector<modbus_tcp_frame> frames;  // the last decoded reply (zero or one frame)
+    modbus_tcp_frame spare{};
+
+    void create_modbus_tcp_frame_to_source(std::vector<unsigned char> raw);
+    bool is_request(std::vector<unsigned char> raw);
+    boost::shared_ptr<IUnity_message_strategy> get_strategy(std::vector<unsigned char> raw);
+  };
+
+  unity_process();
+  ~unity_process();
+  unity_process(const unity_process&) = delete;
+  unity_process& operator=(const unity_process&) = delete;
+
+  // Connection.
+  int setup_device(const char* address, unsigned short port, int timeout);
+  void stop();
+  std::vector<unsigned char> client_recv();
+
+  // Identification.
+  bool initial_device();
+  modbus_tcp_frame create_init_request(unsigned short step, unsigned char code, bool& more);
+  modbus_tcp_frame get_file_handle_request(unsigned short step, unsigned char code, bool& more);
+  bool get_file_handle_pos();
+  bool is_bme_p58() const;  // plc_type contains "BME P58"
+
+  // Dictionary download.
+  void get_data_type_list();
+  void get_data_type_detail();
+  bool browse();
+  modbus_tcp_frame create_get_data_type_request(unsigned short step, unsigned char code,
+                                                bool& more,
+                                                const std::vector<unsigned char>& continuation);
+  modbus_tcp_frame create_get_data_type_detail_request(unsigned short step, unsigned char code,
+                                                       bool& more,
+                                                       const std::vector<unsigned char>& type_id);
+  modbus_tcp_frame create_browse_request(unsigned short step, unsigned char code, bool& more);
+
+  // Dictionary decoders.
+  void save_plc_type(std::vector<unity_frame> frames);
+  void save_array_type_pos(std::vector<unity_frame> frames);
+  void save_table_info(std::vector<unity_frame> frames);
+  void save_data_type_info(std::vector<unity_frame> frames);
+  int save_struct_detail(std::vector<unity_frame> frames, data_type_entry& entry,
+                         std::vector<data_type>& members);
+  void save_array_detail(std::vector<unity_frame> frames, data_type_entry& entry);
+
+  // Variable access. The read builder marks single_element on the caller's items, which
+  // the request translation reads back, so the item list is taken by reference.
+  int read(std::vector<read_comm>& items, std::vector<unsigned char>& values);
+  int write(std::vector<read_comm> items);
+  modbus_tcp_frame create_read_request(unsigned short transaction, unsigned char mode,
+                                       bool& expect_reply, std::vector<read_comm>& items,
+                                       bool& normalise);
+  modbus_tcp_frame create_write_request(unsigned short transaction, unsigned char mode,
+                                        bool& expect_reply, std::vector<read_comm> items);
+  bool is_string_size_odd(unsigned short type_id);
+
+  boost::shared_ptr<PRIVATE> impl;
+  orm::ClientSocket socket;
+  uint16_t transaction_counter = 1;
+  std::string plc_type;
+  std::vector<unsigned char> dictionary_handle;
+  std::map<unsigned short, data_type> data_types;
+  std::map<unsigned short, std::vector<data_type>> struct_members;
+  std::map<std::string, table> tables;
+  uint32_t table_address = 0;
+  std::array<unsigned char, 6> variable_address{};  // u32 then u16, little-endian
+  std::vector<unsigned char> browse_address;
+  int state = state_not_connected;
+
+ private:
+  // Sends an encoded frame on the session's descriptor; -1 on failure.
+  long send_frame(const modbus_tcp_frame& frame);
+};
