@@ -108,7 +108,7 @@ typedef struct unitydrv_attributes {
   uint16_t value_50;      /* 50: 171 */
   uint16_t driver_number; /* 52: 578 */
   uint8_t value_54;       /* 54: 0 */
-  uint8_t host_55;        /* 55: left as it was */
+  char name_55;           /* 55: still the name literal's character there ('n') */
   uint16_t value_56;      /* 56: 200 */
   uint16_t value_58;      /* 58: 0 */
   uint16_t value_60;      /* 60: 0 */

@@ -1,0 +1,64 @@
+#include "driver/init_handshake.h"
+
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "driver/tag_driver_offline_578.h"
+
+namespace init_handshake {
+namespace {
+
+constexpr unsigned short plc_port = 502;
+constexpr int connect_timeout_ms = 100;
+constexpr uint32_t code_no_connection = 10;
+
+// Builds the tag index from copies of the session's maps. A dictionary that the index
+// cannot digest leaves the device not ready instead of throwing into the host.
+bool build_index(device_context& device) {
+  const unity_process& s = device.session;
+  try {
+    device.tag_table.setup_memory_index(s.tables, s.struct_members, s.data_types);
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+unitydrv_result finished(uint32_t* code, uint32_t value) {
+  if (code != nullptr) *code = value;
+  return unitydrv_result{};
+}
+
+}  // namespace
+
+std::string address_from_params(const unitydrv_init_params& params) {
+  std::ostringstream text;
+  text << static_cast<int>(params.octet1) << '.' << static_cast<int>(params.octet2) << '.'
+       << static_cast<int>(params.octet3) << '.' << static_cast<int>(params.octet4);
+  return text.str();
+}
+
+unitydrv_result get_init_cmd(device_context& device, uint32_t* code) {
+  if (device.offline_mode != 0) return finished(code, 0);
+  device.plc_address = plc_address;
+  unity_process& session = device.session;
+  if (session.setup_device(device.plc_address.c_str(), plc_port, connect_timeout_ms) == 0) {
+    return finished(code, code_no_connection);
+  }
+  if (!session.initial_device()) return finished(code, 0);
+  session.get_data_type_list();
+  session.get_data_type_detail();
+  session.browse();
+  if (session.state == unity_process::state_ready) build_index(device);
+  return finished(code, 0);
+}
+
+int check_init_cmd_response(device_context& device) {
+  if (device.offline_mode != 0) return 1;
+  if (device.session.state != unity_process::state_ready) return 0;
+  return build_index(device) ? 1 : 0;
+}
+
+}  // namespace init_handshake
