@@ -1,0 +1,88 @@
+#include "net/client_socket.h"
+
+#include <arpa/inet.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+
+namespace orm {
+
+namespace {
+
+// Waits for the pending non-blocking connect to finish; a negative time-out waits forever.
+bool wait_connected(int fd, int timeout_ms) {
+  fd_set set;
+  FD_ZERO(&set);
+  FD_SET(fd, &set);
+  timeval tv{};
+  timeval* limit = nullptr;
+  if (timeout_ms >= 0) {
+    tv.tv_sec = timeout_ms / 1000;
+    tv.tv_usec = (timeout_ms % 1000) * 1000;
+    limit = &tv;
+  }
+  if (::select(fd + 1, nullptr, &set, nullptr, limit) < 1) {
+    return false;
+  }
+  int pending = 0;
+  socklen_t len = sizeof pending;
+  if (::getsockopt(fd, SOL_SOCKET, SO_ERROR, &pending, &len) != 0) {
+    return false;
+  }
+  return pending == 0;
+}
+
+}  // namespace
+
+ClientSocket::ClientSocket() : address("127.0.0.1") {}
+
+ClientSocket::ClientSocket(int accepted_descriptor) : address("127.0.0.1") {
+  fd_ = accepted_descriptor;
+}
+
+ClientSocket::~ClientSocket() {
+  close();
+}
+
+bool ClientSocket::connectToServer(unsigned int ip, unsigned short port, int timeout_ms) {
+  if (fd_ == -1 && !create(false)) {
+    return false;
+  }
+  setBlocking(false);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_port = htons(port);
+  addr.sin_addr.s_addr = ip;
+  if (::connect(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 || errno == EISCONN) {
+    setBlocking(true);
+    return true;
+  }
+  if (errno != EINPROGRESS && errno != EALREADY && errno != EINTR) {
+    return false;
+  }
+  // On failure the descriptor stays open and non-blocking: the session closes it.
+  if (!wait_connected(fd_, timeout_ms)) {
+    return false;
+  }
+  setBlocking(true);
+  return true;
+}
+
+bool ClientSocket::connectToServer(const char* ip, unsigned short port, int timeout_ms) {
+  if (ip == nullptr) {
+    return false;
+  }
+  return connectToServer(static_cast<unsigned int>(inet_addr(ip)), port, timeout_ms);
+}
+
+bool ClientSocket::isConnected() const {
+  if (fd_ == -1) {
+    return false;
+  }
+  sockaddr_in peer{};
+  socklen_t len = sizeof peer;
+  return ::getpeername(fd_, reinterpret_cast<sockaddr*>(&peer), &len) == 0;
+}
+
+}  // namespace orm

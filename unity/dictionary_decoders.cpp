@@ -1,0 +1,179 @@
+#include <algorithm>
+#include <string>
+
+#include "unity/byte_cursor.h"
+#include "unity/unity_process.h"
+
+namespace {
+
+using bytes = std::vector<unsigned char>;
+
+constexpr unsigned char unity_function_code = 0x5A;
+constexpr unsigned char status_ok = 0xFE;
+constexpr unsigned char structure_format = 2;
+constexpr unsigned char array_format = 4;
+constexpr std::size_t dictionary_handle_size = 8;
+constexpr std::size_t bytes_per_dimension = 8;
+
+// The whole Unity message of frame `index`, or null when the frame is an error reply or not
+// a Unity frame at all (those are passed over).
+const bytes* usable_message(const std::vector<unity_frame>& frames, std::size_t index) {
+  const unity_frame& frame = frames[index];
+  if (frame.function_code != unity_function_code || (frame.status_word >> 8) != status_ok) {
+    return nullptr;
+  }
+  return &frame.nodes.at(index).name;
+}
+
+// A zero-terminated name starting at pos, kept with its zero; pos ends just past it.
+// A name that runs off the message raises std::out_of_range.
+std::string read_name(const bytes& message, std::size_t& pos) {
+  std::string name;
+  unsigned char c = 0;
+  do {
+    c = message.at(pos++);
+    name.push_back(static_cast<char>(c));
+  } while (c != 0);
+  return name;
+}
+
+bytes copy_checked(const bytes& message, std::size_t from, std::size_t count) {
+  bytes out;
+  out.reserve(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    out.push_back(message.at(from + i));
+  }
+  return out;
+}
+
+}  // namespace
+
+void unity_process::save_plc_type(std::vector<unity_frame> frames) {
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    const bytes* message = usable_message(frames, i);
+    if (message == nullptr) {
+      continue;
+    }
+    const std::size_t length = message->at(24);
+    plc_type.resize(length);
+    if (message->size() < 26) {
+      return;
+    }
+    const bytes text = copy_checked(*message, 25, length);
+    plc_type.assign(text.begin(), text.end());
+  }
+}
+
+void unity_process::save_array_type_pos(std::vector<unity_frame> frames) {
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    const bytes* message = usable_message(frames, i);
+    if (message == nullptr) {
+      continue;
+    }
+    dictionary_handle.resize(dictionary_handle_size);
+    if (message->size() < 11) {
+      return;
+    }
+    // Only 11 bytes are required although the handle spans [10..17]: a shorter reply leaves
+    // zeros in the handle bytes it does not cover.
+    for (std::size_t k = 0; k < dictionary_handle_size; ++k) {
+      const std::size_t at = 10 + k;
+      dictionary_handle[k] = at < message->size() ? (*message)[at] : 0;
+    }
+  }
+}
+
+void unity_process::save_table_info(std::vector<unity_frame> frames) {
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    const bytes* message = usable_message(frames, i);
+    if (message == nullptr || frames[i].record_count == 0) {
+      continue;
+    }
+    std::size_t pos = 9;
+    for (unsigned r = 0; r < frames[i].record_count; ++r) {
+      wire::le_reader in(*message, pos);
+      table entry;
+      entry.type_id = in.u16();
+      entry.location = copy_checked(*message, pos + 2, variable_address.size());
+      pos += 10;
+      const std::string name = read_name(*message, pos);
+      if (std::all_of(variable_address.begin(), variable_address.end(),
+                      [](unsigned char b) { return b == 0; })) {
+        std::copy(entry.location.begin(), entry.location.end(), variable_address.begin());
+      }
+      entry.read_format = read_comm::get_read_format_from_type(entry.type_id);
+      tables[name] = entry;
+    }
+  }
+}
+
+void unity_process::save_data_type_info(std::vector<unity_frame> frames) {
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    const bytes* message = usable_message(frames, i);
+    if (message == nullptr) {
+      continue;
+    }
+    static_cast<void>(message->at(6));
+    if (message->size() <= 12) {
+      continue;
+    }
+    const uint16_t count = wire::le_reader(*message, 6).u16();
+    std::size_t pos = 13;
+    for (unsigned r = 0; r < count; ++r) {
+      const uint16_t type_id = wire::le_reader(*message, pos).u16();
+      pos += 2;
+      data_type entry;
+      entry.name = read_name(*message, pos);
+      data_types[type_id] = entry;
+      pos += 5;  // bytes after the name that carry nothing we use
+    }
+  }
+}
+
+int unity_process::save_struct_detail(std::vector<unity_frame> frames, data_type_entry& entry,
+                                      std::vector<data_type>& members) {
+  const bytes* message = nullptr;
+  for (std::size_t i = 0; i < frames.size() && message == nullptr; ++i) {
+    const bytes* candidate = usable_message(frames, i);
+    if (candidate != nullptr && candidate->size() >= 8 && (*candidate)[2] == structure_format) {
+      message = candidate;
+    }
+  }
+  if (message == nullptr) {
+    return 0;
+  }
+  const uint16_t count = wire::le_reader(*message, 7).u16();
+  std::size_t pos = 9;
+  for (unsigned m = 0; m < count; ++m) {
+    data_type member;
+    member.bounds = copy_checked(*message, pos, 2);  // the member's type id
+    member.member_offset_bytes = copy_checked(*message, pos + 2, 4);
+    pos += 6;
+    while (message->at(pos) == 0) {
+      ++pos;  // padding in front of the name
+    }
+    member.name = read_name(*message, pos);
+    members.push_back(member);
+  }
+  // The low half of next_address: non-zero means the structure continues on another page.
+  if (wire::le_reader(*message, 3).u16() != 0) {
+    return structure_format;
+  }
+  struct_members[entry.first] = members;
+  return 1;
+}
+
+void unity_process::save_array_detail(std::vector<unity_frame> frames, data_type_entry& entry) {
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    const bytes* message = usable_message(frames, i);
+    if (message == nullptr) {
+      continue;
+    }
+    const std::size_t dimensions = message->at(5);
+    if (frames[i].record_format == array_format) {
+      // From the dimension count itself on: readers of bounds expect that leading byte.
+      entry.second.bounds = copy_checked(*message, 5, dimensions * bytes_per_dimension);
+    }
+    entry.second.element_type = wire::le_reader(*message, 3).u16();
+  }
+}

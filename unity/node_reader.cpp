@@ -1,0 +1,56 @@
+#include "unity/byte_cursor.h"
+#include "unity/message_strategy.h"
+
+namespace {
+
+// A name is cut once more than this many bytes were taken; the cursor then stays inside it.
+constexpr unsigned max_name_bytes = 33;
+
+// Reads a little-endian value at the cursor; a value cut by the end of the data takes only
+// the bytes that exist, so nothing outside the buffer is read.
+template <typename T>
+T read_partial_le(const std::vector<unsigned char>& data, unsigned short& cursor) {
+  T value = 0;
+  for (unsigned i = 0; i < sizeof(T); ++i, ++cursor) {
+    if (cursor < data.size()) {
+      value = static_cast<T>(value | static_cast<T>(data[cursor]) << (8 * i));
+    }
+  }
+  return value;
+}
+
+void read_name(const std::vector<unsigned char>& data, unsigned short& cursor, node& record) {
+  unsigned taken = 0;
+  while (cursor < data.size() && data[cursor] != 0 && taken <= max_name_bytes) {
+    record.name.push_back(data[cursor]);
+    ++cursor;
+    ++taken;
+  }
+  // The byte at the cursor ends the name: normally its zero, after a cut the next name byte.
+  if (cursor < data.size()) {
+    record.name.push_back(data[cursor]);
+  }
+  ++cursor;
+}
+
+}  // namespace
+
+node get_next_node_data(const std::vector<unsigned char>& data, unsigned short& cursor,
+                        bool with_name) {
+  node record;
+  record.type_id = read_partial_le<uint16_t>(data, cursor);
+  if (cursor >= data.size()) {
+    return record;
+  }
+  record.block = read_partial_le<uint16_t>(data, cursor);
+  if (cursor >= data.size()) {
+    return record;
+  }
+  record.offset = read_partial_le<uint32_t>(data, cursor);
+  if (!with_name || cursor >= data.size()) {
+    return record;
+  }
+  cursor = static_cast<unsigned short>(cursor + 2);  // two bytes that carry nothing we use
+  read_name(data, cursor, record);
+  return record;
+}

@@ -1,0 +1,76 @@
+#include <algorithm>
+#include <iterator>
+
+#include "unity/byte_cursor.h"
+#include "unity/message_strategy.h"
+
+namespace {
+
+constexpr unsigned char unity_function_code = 0x5A;
+constexpr unsigned char status_ok = 0xFE;
+constexpr unsigned short first_record = 9;
+constexpr unsigned char named_records = 9;
+
+// Reply header fields: status word [0..1], record format [2], next address [3..6],
+// record count [7..8]. The raw-message node is added by the caller.
+unity_frame read_reply_header(const modbus_tcp_frame& frame) {
+  const auto& data = frame.pdu.data;
+  unity_frame out;
+  out.function_code = frame.pdu.function_code;
+  wire::le_reader in(data);
+  out.status_word = in.u16();
+  out.record_format = in.u8();
+  out.next_address = in.u32();
+  out.record_count = in.u16();
+  return out;
+}
+
+}  // namespace
+
+response_strategy::response_strategy(const std::vector<modbus_tcp_frame>& frames,
+                                     const std::vector<unsigned char>& raw)
+    : frames_(frames), raw_(raw) {}
+
+void response_strategy::get_commands(std::vector<unity_frame>& out) {
+  unsigned short cursor = first_record;  // not reset between frames
+  for (std::size_t index = 0; index < frames_.size(); ++index) {
+    const modbus_tcp_frame& frame = frames_[index];
+    if (frame.pdu.function_code != unity_function_code) {
+      return;
+    }
+    const auto& data = frame.pdu.data;
+    if (data.at(1) != status_ok) {
+      return;
+    }
+    if (frame.length <= first_record) {
+      continue;
+    }
+    unity_frame reply = read_reply_header(frame);
+    last_address = reply.next_address;
+    reply.nodes.resize(frames_.size());
+    // The whole Unity message, as the MBAP length counts it, but never beyond what arrived.
+    const std::size_t message_size = std::min<std::size_t>(frame.length - 2u, data.size());
+    reply.nodes[index].name.assign(data.begin(), data.begin() + static_cast<long>(message_size));
+    const bool with_name = reply.record_format == named_records;
+    for (unsigned read = 0; read < reply.record_count && cursor < data.size(); ++read) {
+      reply.nodes.push_back(get_next_node_data(data, cursor, with_name));
+    }
+    out.push_back(std::move(reply));
+  }
+}
+
+void response_strategy::on_set_comm_successed(modbus_tcp_frame& frame) {
+  frame.pdu.function_code = unity_function_code;
+  frame.length = 0;
+  ++frame.transaction_id;
+  if (last_address == 0) {
+    return;
+  }
+  static const unsigned char browse_request[] = {0x00, 0x26, 0x02, 0xFB, 0x03, 0x64,
+                                                 0x10, 0xB1, 0x07, 0xFF, 0xFF};
+  auto& data = frame.pdu.data;
+  data.insert(data.end(), std::begin(browse_request), std::end(browse_request));
+  data.back() = static_cast<unsigned char>(last_address);
+  data.push_back(0x26);
+  frame.length = static_cast<uint16_t>(data.size() + 2);
+}
