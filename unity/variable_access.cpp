@@ -1,0 +1,175 @@
+// Run-time variable access: Unity read-variables (0x22) and write-variables (0x23).
+#include <stdexcept>
+
+#include "tag_index/tag_names.h"
+#include "unity/byte_cursor.h"
+#include "unity/unity_process.h"
+
+namespace {
+
+constexpr unsigned char unity_function_code = 0x5A;
+constexpr unsigned char read_variables = 0x22;
+constexpr unsigned char write_variables = 0x23;
+constexpr unsigned char format_from_type = 0x21;  // length taken from the item's data type
+constexpr unsigned char no_direct_format = 255;
+constexpr uint16_t string_type = 9;
+constexpr unsigned char string_length_code = 17;
+constexpr uint16_t ebool_type = 25;
+constexpr unsigned char status_ok = 0xFE;
+constexpr std::size_t max_items = 255;
+// Reply bytes: 7-byte MBAP header, function code, pairing byte, then the status.
+constexpr std::size_t reply_status_pos = 9;
+constexpr std::size_t reply_values_pos = 10;
+// Message byte holding the first item's code byte.
+constexpr std::size_t first_code_pos = 7;
+
+modbus_tcp_frame unity_request(unsigned short transaction, std::vector<unsigned char> message) {
+  modbus_tcp_frame frame;
+  frame.transaction_id = transaction;
+  frame.pdu.function_code = unity_function_code;
+  frame.pdu.data = std::move(message);
+  frame.length = static_cast<uint16_t>(frame.pdu.data.size() + 2);
+  return frame;
+}
+
+// Byte address of an item inside its block; only the low 24 bits of the base offset count.
+uint32_t item_address(const read_comm& item) {
+  wire::bytes loc(item.location.begin(), item.location.end());
+  wire::le_reader r(loc, 2);
+  uint32_t base = r.u16();
+  base |= static_cast<uint32_t>(r.u8()) << 16;
+  uint32_t address = base + item.element_offset;
+  if (item.member_offset != 0) address += static_cast<uint32_t>(item.member_offset);
+  return address;
+}
+
+bool is_run_of_typed_elements(const read_comm& item) {
+  return item.count >= 2 && item.read_format == format_from_type;
+}
+
+void put_message_header(wire::le_writer& w, unsigned char function, uint32_t table_address,
+                        std::size_t item_count) {
+  w.u8(0x00).u8(function).u32(table_address).u8(static_cast<uint8_t>(item_count));
+}
+
+unsigned char read_item_code(const read_comm& item,
+                             const std::map<unsigned short, data_type>& data_types) {
+  if (item.type_id == string_type)
+    return static_cast<unsigned char>(read_comm::use_reading_defines_length_from_type(string_type));
+  if (item.read_format < no_direct_format && !is_run_of_typed_elements(item))
+    return item.read_format;
+  auto found = data_types.find(item.type_id);
+  if (found == data_types.end()) return item.read_format;
+  return static_cast<unsigned char>(
+      read_comm::use_reading_defines_length_from_type(found->second.element_type));
+}
+
+unsigned char write_item_code(const read_comm& item,
+                              const std::map<unsigned short, data_type>& data_types) {
+  if (item.type_id == string_type) return string_length_code;
+  if (item.read_format != no_direct_format) return item.read_format;
+  auto found = data_types.find(item.type_id);
+  if (found == data_types.end()) return item.read_format;
+  const uint16_t element = found->second.element_type;
+  if (item.count < 2 && element != string_type)
+    return static_cast<unsigned char>(read_comm::get_read_format_from_type(element));
+  return static_cast<unsigned char>(read_comm::use_reading_defines_length_from_type(element));
+}
+
+}  // namespace
+
+modbus_tcp_frame unity_process::create_read_request(unsigned short transaction, unsigned char,
+                                                    bool&, std::vector<read_comm>& items, bool&) {
+  wire::bytes message;
+  wire::le_writer w(message);
+  put_message_header(w, read_variables, table_address, items.size());
+  for (read_comm& item : items) {
+    const uint32_t address = item_address(item);
+    w.u8(read_item_code(item, data_types)).u8(item.location[0]).u8(item.location[1]).u8(0x01);
+    w.u16(static_cast<uint16_t>(address >> 8));
+    if (item.read_format == format_from_type && item.count == 1) {
+      w.u8(0x01);
+      auto found = data_types.find(item.type_id);
+      if (found != data_types.end() && found->second.element_type == ebool_type)
+        item.single_element = 1;
+    }
+    w.u8(static_cast<uint8_t>(address));
+    if (item.read_format == no_direct_format || is_run_of_typed_elements(item)) w.u16(item.count);
+  }
+  return unity_request(transaction, std::move(message));
+}
+
+modbus_tcp_frame unity_process::create_write_request(unsigned short transaction, unsigned char,
+                                                     bool&, std::vector<read_comm> items) {
+  wire::bytes message;
+  wire::le_writer w(message);
+  put_message_header(w, write_variables, table_address, items.size());
+  for (const read_comm& item : items) {
+    w.u8(write_item_code(item, data_types)).u8(item.location[0]).u8(item.location[1]);
+    w.u32(item_address(item));
+    // All items of one host request share one type, so the first item's code decides
+    // for every item whether a count follows and whether values are sent as booleans.
+    const unsigned char first_code = message.at(first_code_pos);
+    if (first_code == format_from_type || (first_code >= 16 && first_code <= 20)) w.u16(item.count);
+    for (unsigned char value : item.data)
+      w.u8(first_code == 0 ? static_cast<uint8_t>(value != 0) : value);
+  }
+  return unity_request(transaction, std::move(message));
+}
+
+int unity_process::read(std::vector<read_comm>& items, std::vector<unsigned char>& values) {
+  if (items.size() > max_items) return 0;
+  if (state == state_write_ok || state == state_read_ok) state = state_ready;
+  if (state != state_ready) {
+    state = state_failed;
+    return 0;
+  }
+  bool expect_reply = true;
+  bool normalise = false;
+  const modbus_tcp_frame request =
+      create_read_request(transaction_counter, 2, expect_reply, items, normalise);
+  if (send_frame(request) == -1) {
+    state = state_failed;
+    return 0;
+  }
+  if (!expect_reply) return 1;
+  const std::vector<unsigned char> reply = client_recv();
+  if (reply.empty() || reply.at(reply_status_pos) != status_ok) {
+    state = state_failed;
+    return 0;
+  }
+  values.assign(reply.begin() + reply_values_pos, reply.end());
+  if (normalise)
+    for (unsigned char& v : values) v = (v == 0 || v == 2) ? 0 : 1;
+  state = state_read_ok;
+  ++transaction_counter;
+  return 1;
+}
+
+int unity_process::write(std::vector<read_comm> items) {
+  if (state == state_write_ok || state == state_read_ok) state = state_ready;
+  if (state != state_ready) return 0;
+  bool expect_reply = true;
+  const modbus_tcp_frame request =
+      create_write_request(transaction_counter, 2, expect_reply, items);
+  if (send_frame(request) == -1) return 0;
+  if (!expect_reply) return 0;
+  const std::vector<unsigned char> reply = client_recv();
+  if (reply.empty()) {
+    state = state_write_no_reply;
+    return 0;
+  }
+  int result = 0;
+  if (reply.at(reply_status_pos) == status_ok && reply.at(reply_values_pos) == 1) {
+    result = 1;
+    state = state_write_ok;
+  }
+  ++transaction_counter;
+  return result;
+}
+
+bool unity_process::is_string_size_odd(unsigned short type_id) {
+  auto found = data_types.find(type_id);
+  if (found == data_types.end() || found->second.element_type != string_type) return false;
+  return pares_array_indices_from_subscript(found->second.name).at(0) % 2 != 0;
+}
