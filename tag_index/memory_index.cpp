@@ -1,0 +1,187 @@
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/split.hpp>
+#include <cstring>
+#include <set>
+
+#include "tag_index/tag_names.h"
+#include "tag_index/tag_table.h"
+#include "unity/byte_cursor.h"
+#include "unity/read_comm.h"
+
+namespace {
+
+using member_map = std::map<unsigned short, std::vector<data_type>>;
+
+uint16_t member_type_id(const data_type& member) {
+  return wire::le_reader(member.bounds).u16();
+}
+
+uint32_t member_byte_offset(const data_type& member) {
+  return wire::le_reader(member.member_offset_bytes).u32();
+}
+
+uint32_t element_size_of_format(int format, uint16_t type_id) {
+  switch (format) {
+    case 0:
+    case 1:
+      return 1;
+    case 2:
+      return 2;
+    case 3:
+      return 4;
+    case 4:
+      return 8;
+    default:
+      return type_id == 9 ? 16 : 0;
+  }
+}
+
+void copy_location(const std::vector<unsigned char>& from, std::array<unsigned char, 6>& to) {
+  for (std::size_t i = 0; i < to.size(); ++i) {
+    to[i] = from.at(i);
+  }
+}
+
+// A whole-name subscript ("a.b[3]", "a[1,2]") addresses elements per request, not here.
+void strip_whole_name_subscript(std::string& name) {
+  const std::size_t open = name.find('[');
+  const std::size_t close = name.find(']');
+  if (open != std::string::npos && close == name.size() - 1) {
+    name.erase(open);
+  }
+}
+
+std::string zero_terminated(const std::string& text) {
+  return text + '\0';
+}
+
+const data_type* find_member(const std::vector<data_type>& members, const std::string& name) {
+  for (const data_type& member : members) {
+    if (member.name == name) {
+      return &member;
+    }
+  }
+  return nullptr;
+}
+
+// Walks the member parts of one tag below its variable; true when a part was stored.
+bool resolve_member_path(tag_entry& entry, const std::vector<std::string>& parts,
+                         const table& variable, const std::vector<int>& base_indices,
+                         member_map& struct_members) {
+  unsigned short current_type = variable.type_id;
+  unsigned int variable_size = 0;
+  calculate_block_size(struct_members, current_type, variable_size);
+  uint32_t accumulated = 0;
+  bool stored = false;
+  for (std::size_t p = 1; p < parts.size(); ++p) {
+    const auto members = struct_members.find(current_type);
+    if (members == struct_members.end()) {
+      continue;
+    }
+    std::string member_name = zero_terminated(parts[p]);
+    const std::vector<int> member_indices = pares_array_indices_from_subscript(member_name);
+    remove_array_index(member_name);
+    const data_type* member = find_member(members->second, member_name);
+    if (member == nullptr) {
+      continue;
+    }
+    uint64_t offset = member_byte_offset(*member);
+    unsigned short member_type = member_type_id(*member);
+    entry.read_format = static_cast<uint32_t>(read_comm::get_read_format_from_type(member_type));
+    entry.type_id = member_type;
+    unsigned int member_size = 0;
+    if (!member_indices.empty()) {
+      calculate_block_size(struct_members, member_type, member_size);
+    }
+    if (entry.read_format == 255 && struct_members.count(member_type) != 0) {
+      current_type = member_type;
+      accumulated += static_cast<uint32_t>(offset);
+      if (!member_indices.empty()) {
+        accumulated += member_size * static_cast<uint32_t>(member_indices.front());
+      }
+      continue;
+    }
+    // Only the first number of a subscript list is used, and 32-bit products wrap.
+    if (!base_indices.empty()) {
+      offset += variable_size * static_cast<uint32_t>(base_indices.front());
+    }
+    offset += accumulated;
+    entry.member_offset = offset;
+    copy_location(variable.location, entry.location);
+    stored = true;
+  }
+  return stored;
+}
+
+bool resolve_tag(tag_entry& entry, const std::map<std::string, table>& tables,
+                 member_map& struct_members) {
+  // Wide names are read up to their first zero byte, as the 8-bit text they start with.
+  std::string name = entry.name != nullptr ? entry.name : "";
+  entry.location.fill(0);
+  entry.member_offset = 0;
+  strip_whole_name_subscript(name);
+  std::vector<std::string> parts;
+  boost::algorithm::split(parts, name, boost::is_any_of("."));
+  std::string base = zero_terminated(parts.at(0));
+  const std::vector<int> base_indices = pares_array_indices_from_subscript(base);
+  remove_array_index(base);
+  const auto variable = tables.find(base);
+  if (variable == tables.end()) {
+    return false;
+  }
+  if (parts.size() == 1) {
+    entry.read_format = static_cast<uint32_t>(variable->second.read_format);
+    entry.type_id = variable->second.type_id;
+    copy_location(variable->second.location, entry.location);
+    return true;
+  }
+  return resolve_member_path(entry, parts, variable->second, base_indices, struct_members);
+}
+
+}  // namespace
+
+int offline_CTagTable_578::setup_memory_index(
+    std::map<std::string, table> tables,
+    std::map<unsigned short, std::vector<data_type>> struct_members,
+    [[maybe_unused]] std::map<unsigned short, data_type> data_types) {
+  if (tag_count == 0) {
+    return 0;
+  }
+  int resolved = 0;
+  for (uint32_t i = 0; i < tag_count; ++i) {
+    if (resolve_tag(entries[i], tables, struct_members)) {
+      resolved = 1;
+    }
+  }
+  return resolved;
+}
+
+void calculate_block_size(std::map<unsigned short, std::vector<data_type>>& struct_members,
+                          unsigned short& type_id, unsigned int& size) {
+  // The descent through last members is a loop, not recursion, and stops at a type that
+  // repeats on its own path: a hostile dictionary with a cycle cannot run for ever.
+  std::set<unsigned short> path;
+  unsigned short current = type_id;
+  for (;;) {
+    const auto members = struct_members.find(current);
+    if (members == struct_members.end()) {
+      return;
+    }
+    path.insert(current);
+    const data_type& last = members->second.at(members->second.size() - 1);
+    const uint32_t last_offset = member_byte_offset(last);
+    const uint16_t last_type = member_type_id(last);
+    const int format = read_comm::get_read_format_from_type(last_type);
+    if (struct_members.count(last_type) != 0) {
+      if (format != 255 || path.count(last_type) != 0) {
+        return;
+      }
+      size += last_offset;
+      current = last_type;
+      continue;
+    }
+    // A non-zero accumulated size keeps as it is: the innermost last offset is not added.
+    size = (size != 0 ? size : last_offset) + element_size_of_format(format, last_type);
+    return;
+  }
+}

@@ -1,0 +1,94 @@
+#include "tag_index/tag_names.h"
+
+#include <boost/lexical_cast.hpp>
+#include <boost/tokenizer.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+std::vector<int> parse_array_indices(const std::string& text) {
+  using separator = boost::char_separator<char>;
+  boost::tokenizer<separator> tokens(text, separator(", "));
+  std::vector<int> indices;
+  for (const std::string& token : tokens) {
+    indices.push_back(boost::lexical_cast<int>(token));
+  }
+  return indices;
+}
+
+std::vector<int> pares_array_indices_from_subscript(const std::string& name) {
+  // name ends in its terminating zero, so the closing bracket sits at size - 2.
+  if (name.at(name.size() - 2) != ']') {
+    return {};
+  }
+  // Without '[' npos + 1 wraps to 0: the whole text before ']' is taken as numbers.
+  const std::size_t open = name.rfind('[');
+  return parse_array_indices(name.substr(open + 1, name.size() - 3 - open));
+}
+
+void remove_array_index(std::string& name) {
+  const std::size_t open = name.find('[');
+  const std::size_t close = name.find(']');
+  if (open == std::string::npos || close != name.size() - 2) {
+    return;
+  }
+  name.erase(open);
+  name.push_back('\0');
+}
+
+std::string RemoveLastArraySymbol(std::string name) {
+  const std::size_t open = name.rfind('[');
+  const std::size_t close = name.rfind(']');
+  if (open == std::string::npos || close == std::string::npos) {
+    return name;
+  }
+  // The count is the position of ']', not the group's length; kept as the host expects.
+  name.erase(open, close);
+  return name;
+}
+
+namespace {
+
+bool is_subscript_delimiter(char c) {
+  return c == '[' || c == ',' || c == ' ';
+}
+
+}  // namespace
+
+unsigned int tag_plc_tools_function_578::OverrideTagNameForNewArrayIndex(const char* source,
+                                                                         char* target,
+                                                                         unsigned short index,
+                                                                         unsigned char kind) {
+  const std::size_t length = std::strlen(source);
+  const bool has_subscript = length > 0 && source[length - 1] == ']';
+  unsigned short old_number = 0;
+  long cut = -1;
+  if (has_subscript) {
+    if (length < 2 || is_subscript_delimiter(source[length - 2])) {
+      cut = static_cast<long>(length) - 2;
+    } else {
+      long pos = static_cast<long>(length) - 2;
+      while (pos >= 0 && !is_subscript_delimiter(source[pos])) {
+        --pos;
+      }
+      const std::size_t digits = length - 1 - static_cast<std::size_t>(pos + 1);
+      std::memcpy(target, source + pos + 1, digits);
+      target[digits] = '\0';
+      old_number = static_cast<unsigned short>(std::strtol(target, nullptr, 10));
+      cut = pos;
+    }
+  }
+  // Kind 211 counts bits; one controller element holds 32 of them.
+  const unsigned short new_number = kind == 211 ? static_cast<unsigned short>(index >> 5) : index;
+  if (new_number == old_number) {
+    return 0;
+  }
+  if (!has_subscript) {
+    std::sprintf(target, "%s[%d]", source, new_number);
+    return 1;
+  }
+  const std::size_t kept = static_cast<std::size_t>(cut + 1);
+  std::memcpy(target, source, kept);
+  std::sprintf(target + kept, "%d]", new_number);
+  return 1;
+}
