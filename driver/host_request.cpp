@@ -1,0 +1,115 @@
+#include "driver/host_request.h"
+
+#include <cstring>
+#include <string>
+
+#include "tag_index/tag_names.h"
+#include "unity/byte_cursor.h"
+
+namespace host_request {
+
+unsigned element_size(uint8_t type_code) {
+  switch (type_code) {
+    case UNITYDRV_TYPE_BOOL:
+    case UNITYDRV_TYPE_SINT:
+    case UNITYDRV_TYPE_BITARRAY:
+    case UNITYDRV_TYPE_STRING:
+    case UNITYDRV_TYPE_BYTE:
+    case UNITYDRV_TYPE_USINT:
+      return 1;
+    case UNITYDRV_TYPE_INT:
+    case UNITYDRV_TYPE_WORD:
+    case UNITYDRV_TYPE_UINT:
+      return 2;
+    case UNITYDRV_TYPE_DINT:
+    case UNITYDRV_TYPE_REAL:
+    case UNITYDRV_TYPE_DWORD:
+    case UNITYDRV_TYPE_UDINT:
+      return 4;
+    case UNITYDRV_TYPE_LWORD:
+    case UNITYDRV_TYPE_LINT:
+    case UNITYDRV_TYPE_ULINT:
+    case UNITYDRV_TYPE_LREAL:
+      return 8;
+    default:
+      return 0;
+  }
+}
+
+unitydrv_result filter_result() {
+  unitydrv_result result{};
+  result.byte_3 = 8;
+  return result;
+}
+
+void rename_bit_array_element(device_context& device, offline_stTag_578& tag) {
+  const char* source = tag.name;
+  // Room for the name plus a rewritten subscript of up to eleven characters.
+  std::vector<char> buffer(std::strlen(source) + 16, '\0');
+  if (tag_plc_tools_function_578::OverrideTagNameForNewArrayIndex(
+          source, buffer.data(), tag.request_word, tag.request_byte) == 0) {
+    return;
+  }
+  const std::string& element = *device.element_names.insert(std::string(buffer.data())).first;
+  tag.name = element.c_str();
+  tag.request_index = device.tag_table.GetTagIndexfromName(tag.name);
+}
+
+void write_bit(std::map<offline_stTag_578, unsigned long long>& values,
+               const offline_stTag_578& tag, bool set) {
+  const unsigned bit = static_cast<uint8_t>(tag.bit_number);
+  const uint32_t mask = bit < 32 ? uint32_t{1} << bit : 0;
+  unsigned long long& value = values[tag];
+  uint32_t low = static_cast<uint32_t>(value);
+  uint32_t high = static_cast<uint32_t>(value >> 32);
+  if (set) {
+    low |= mask;
+    if (mask & 0x80000000u) high = 0xFFFFFFFFu;
+  } else {
+    low &= ~mask;
+    if (bit == 31) high = 0;
+  }
+  value = static_cast<unsigned long long>(high) << 32 | low;
+}
+
+std::vector<unsigned char> write_image(const _gui_request_& request, uint8_t type_code) {
+  if (type_code == UNITYDRV_TYPE_BOOL || type_code == UNITYDRV_TYPE_BITARRAY) {
+    return {request.write.bit.write_bit_value};
+  }
+  constexpr std::size_t capacity = sizeof(request.write_words) / sizeof(request.write_words[0]);
+  const std::size_t words = request.write.write_count;
+  const bool one_byte = type_code == UNITYDRV_TYPE_SINT || type_code == UNITYDRV_TYPE_BYTE ||
+                        type_code == UNITYDRV_TYPE_USINT;
+  std::vector<unsigned char> image;
+  wire::le_writer out(image);
+  for (std::size_t i = 0; i < words && i < capacity; ++i) {
+    const uint16_t word = request.write_words[i];
+    if (one_byte) {
+      out.u8(static_cast<uint8_t>(word));
+    } else {
+      out.u16(word);
+    }
+  }
+  // The buffer is sized for two bytes per word whatever the type; the rest stays zero.
+  image.resize(words * 2, 0);
+  return image;
+}
+
+void unit_writer::unit(uint16_t value) {
+  if (pos_ + 2 > size_) return;
+  area_[pos_] = static_cast<uint8_t>(value);
+  area_[pos_ + 1] = static_cast<uint8_t>(value >> 8);
+  pos_ += 2;
+}
+
+void unit_writer::low_byte(uint8_t value) {
+  if (pos_ + 2 > size_) return;
+  area_[pos_] = value;
+  pos_ += 2;
+}
+
+void unit_writer::units(uint64_t value, unsigned count) {
+  for (unsigned i = 0; i < count; ++i) unit(static_cast<uint16_t>(value >> (16 * i)));
+}
+
+}  // namespace host_request

@@ -1,0 +1,69 @@
+// Pieces shared by the online and offline request paths of the driver object: element
+// sizes, the result record, BitArray element renaming, the shadow bit write, the write
+// data image and the 16-bit unit layout of result slots and host results.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "driver/device_context.h"
+#include "tag_index/tag_record.h"
+#include "tag_index/tag_table.h"
+#include "unitydrv/unitydrv.h"
+
+namespace host_request {
+
+constexpr uint8_t no_bit = 255;
+constexpr uint8_t type_bit_array = UNITYDRV_TYPE_BITARRAY;
+constexpr uint8_t type_string = UNITYDRV_TYPE_STRING;
+
+// Bytes per element of a PLC type code; 0 for codes the driver does not know.
+unsigned element_size(uint8_t type_code);
+
+// The device behind a host handle (null stays null).
+inline device_context* device_of(void* handle) {
+  return static_cast<device_context*>(handle);
+}
+
+// What OutputFilterEx returns: byte 3 = 8, everything else 0.
+unitydrv_result filter_result();
+
+// Points the tag at the controller element that holds its bit (kind 211 counts bits):
+// the element's name is interned in the device so value-map keys can keep pointing at it.
+void rename_bit_array_element(device_context& device, offline_stTag_578& tag);
+
+// Sets or clears the tag's bit in its shadow value in the device's value map.
+void write_bit(std::map<offline_stTag_578, unsigned long long>& values,
+               const offline_stTag_578& tag, bool set);
+
+// The bytes a write of request's data sends for one element run of type type_code.
+std::vector<unsigned char> write_image(const _gui_request_& request, uint8_t type_code);
+
+// Places 16-bit little-endian units into a fixed byte area, dropping what does not fit.
+class unit_writer {
+ public:
+  unit_writer(uint8_t* area, std::size_t size) : area_(area), size_(size) {}
+  void unit(uint16_t value);
+  void low_byte(uint8_t value);                // the unit's high byte is left as it was
+  void units(uint64_t value, unsigned count);  // low unit first
+
+ private:
+  uint8_t* area_;
+  std::size_t size_;
+  std::size_t pos_ = 0;
+};
+
+// What the first host result holds before any item is handled.
+inline void preset_first_result(_input_data_& result) {
+  result.result_status = 0;
+  result.result_code = 5;
+  result.request_id = 0;
+}
+
+// Copies result slots 0..count-1 of the table into the host results.
+void deliver_slots(offline_CTagTable_578& table, _input_data_* results, const _system_info* infos,
+                   int count);
+
+}  // namespace host_request

@@ -1,0 +1,102 @@
+// A device started offline: no controller; written values live in the device's value map,
+// keyed per element, and reads are served from it.
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "driver/device_context.h"
+#include "driver/host_request.h"
+#include "driver/tag_driver_offline_578.h"
+#include "unity/byte_cursor.h"
+
+namespace {
+
+using host_request::element_size;
+
+// Element k of a write's data image, little-endian, zero past the end of the image.
+unsigned long long element_value(const std::vector<unsigned char>& image, unsigned size,
+                                 unsigned k) {
+  std::vector<unsigned char> value(8, 0);
+  const std::size_t begin = static_cast<std::size_t>(k) * size;
+  for (std::size_t b = 0; b < size && begin + b < image.size(); ++b) value[b] = image[begin + b];
+  return wire::le_reader(value).u64();
+}
+
+// The key of element k of the request: the tag with its array index advanced by k.
+offline_stTag_578 element_key(const offline_stTag_578& tag, unsigned k) {
+  offline_stTag_578 key = tag;
+  key.request_word = static_cast<uint16_t>(tag.request_word + k);
+  return key;
+}
+
+void write_offline(tag_driver_offline_578& driver, device_context& device,
+                   const _gui_request_& request) {
+  offline_stTag_578 tag;
+  const uint16_t n = driver.offline_FillTagStruct(&device.tag_table, &tag, &request.ref);
+  if (tag.request_byte == host_request::type_bit_array) {
+    host_request::rename_bit_array_element(device, tag);
+  }
+  if (static_cast<uint8_t>(tag.bit_number) != host_request::no_bit) {
+    host_request::write_bit(device.tag_values, tag, request.write.bit.write_bit_value != 0);
+    return;
+  }
+  const std::vector<unsigned char> image = host_request::write_image(request, tag.request_byte);
+  const unsigned size = element_size(tag.request_byte);
+  for (unsigned k = 0; k < n; ++k) {
+    device.tag_values[element_key(tag, k)] = element_value(image, size, k);
+  }
+}
+
+void read_offline(tag_driver_offline_578& driver, device_context& device, _gui_request_* requests,
+                  int count) {
+  for (int i = 0; i < count; ++i) {
+    offline_stTag_578 tag;
+    const uint16_t n = driver.offline_FillTagStruct(&device.tag_table, &tag, &requests[i].ref);
+    result_slot& slot = device.tag_table.slot(static_cast<std::size_t>(i));
+    slot.type_code = tag.request_byte;
+    slot.bit_number = static_cast<uint8_t>(tag.bit_number);
+    slot.element_count = n;
+    tag.bit_number = static_cast<int8_t>(host_request::no_bit);
+    if (tag.request_byte == host_request::type_bit_array && n > 1) {
+      host_request::rename_bit_array_element(device, tag);
+    }
+    // 1- and 2-byte types give one unit, 4-byte types two, 8-byte types four.
+    const unsigned units = std::max(element_size(tag.request_byte), 2u) / 2;
+    const bool known = element_size(tag.request_byte) != 0;
+    host_request::unit_writer out(slot.data, sizeof(slot.data));
+    for (unsigned k = 0; k < n; ++k) {
+      // Never written reads as 0, and leaves a 0 entry behind.
+      const unsigned long long value = device.tag_values[element_key(tag, k)];
+      if (known) out.units(value, units);
+    }
+  }
+}
+
+}  // namespace
+
+unitydrv_result tag_driver_offline_578::off_line_outputfilter(_gui_request_* requests, int count) {
+  const unitydrv_result result = host_request::filter_result();
+  if (requests == nullptr) return result;
+  device_context* device = host_request::device_of(requests[0].device_handle);
+  if (device == nullptr) return result;
+  const uint8_t kind = requests[0].request_kind;
+  if (kind == 1 || kind == 2) {
+    write_offline(*this, *device, requests[0]);
+    return result;
+  }
+  read_offline(*this, *device, requests, count);
+  // Offline marks a read as done with 1 in byte 8, where the online path leaves 0.
+  std::memset(requests[0].status, 0, 4);
+  requests[0].status[4] = 1;
+  return result;
+}
+
+void tag_driver_offline_578::off_line_inputFilter(_input_data_* results, _frame_data_*,
+                                                  _system_info* infos, int count) {
+  if (results == nullptr || infos == nullptr) return;
+  device_context* device = host_request::device_of(infos[0].device_handle);
+  if (device == nullptr) return;
+  host_request::preset_first_result(results[0]);
+  if (infos[0].info_valid == 0 || count < 1) return;
+  host_request::deliver_slots(device->tag_table, results, infos, count);
+}

@@ -1,0 +1,179 @@
+// OutputFilterEx: host requests become Unity read or write items for the device's session;
+// values read are left in the tag table's result slots for the input filter.
+#include <cstring>
+#include <vector>
+
+#include "driver/device_context.h"
+#include "driver/host_request.h"
+#include "driver/tag_driver_offline_578.h"
+#include "unity/byte_cursor.h"
+#include "unity/read_comm.h"
+
+namespace {
+
+using host_request::element_size;
+
+// What a tag number beyond the table reads: a tag that resolved to nothing.
+const tag_entry& empty_entry() {
+  static char empty_name[1] = {'\0'};
+  static const tag_entry entry{empty_name, 0, 0, 0, 0, 0, {}, 0};
+  return entry;
+}
+
+read_comm item_from(const offline_stTag_578& tag, uint32_t element_offset, uint16_t count) {
+  read_comm item;
+  item.location = tag.location;
+  item.member_offset = tag.member_offset;
+  item.element_offset = static_cast<uint16_t>(element_offset);
+  item.count = count;
+  item.read_format = static_cast<uint8_t>(tag.read_format);
+  item.type_id = tag.type_id;
+  item.single_element = 0;
+  return item;
+}
+
+// A 1-byte element holding one bit: only bit 0 (and bits 2..7) count, bit 1 is masked.
+uint16_t bit_unit(uint8_t byte) {
+  return (byte & ~0x02u) != 0 ? 1 : 0;
+}
+
+// Unpacks the reply bytes of one request into its slot; advances the reader past them.
+void fill_slot(result_slot& slot, const offline_stTag_578& tag, const read_comm& item,
+               uint16_t count, wire::le_reader& in) {
+  std::memset(slot.data, 0, 512);
+  host_request::unit_writer out(slot.data, sizeof(slot.data));
+  const bool one_bit = item.single_element != 0 || item.type_id == 25;
+  for (unsigned k = 0; k < count; ++k) {
+    switch (tag.request_byte) {
+      case UNITYDRV_TYPE_STRING:
+        out.low_byte(in.u8());
+        break;
+      case UNITYDRV_TYPE_BOOL:
+      case UNITYDRV_TYPE_SINT:
+      case UNITYDRV_TYPE_BYTE:
+      case UNITYDRV_TYPE_BITARRAY:
+      case UNITYDRV_TYPE_USINT: {
+        const uint8_t byte = in.u8();
+        out.unit(one_bit ? bit_unit(byte) : byte);
+        break;
+      }
+      default: {
+        const unsigned size = element_size(tag.request_byte);
+        if (size == 2) out.unit(in.u16());
+        if (size == 4) out.units(in.u32(), 2);
+        if (size == 8) out.units(in.u64(), 4);
+        break;
+      }
+    }
+  }
+}
+
+// The write size of a type: STRING counts 2 here although it reads 1 byte per element.
+unsigned write_element_size(uint8_t type_code) {
+  return type_code == UNITYDRV_TYPE_STRING ? 2 : element_size(type_code);
+}
+
+}  // namespace
+
+unsigned short tag_driver_offline_578::offline_FillTagStruct(offline_CTagTable_578* table,
+                                                             offline_stTag_578* tag,
+                                                             const tag_ref* ref) {
+  tag->request_index = ref->tag_index;
+  const tag_entry& entry =
+      ref->tag_index < table->tag_count ? *table->Get(ref->tag_index) : empty_entry();
+  tag->name = entry.name;
+  tag->read_format = entry.read_format;
+  tag->type_id = entry.type_id;
+  tag->location = entry.location;
+  tag->member_offset = entry.member_offset;
+  tag->request_byte = ref->type_select != 0 ? ref->type_code_b : ref->type_code_a;
+  const uint16_t array_index = ref->array_index;
+  tag->request_word = array_index == 0xFFFF ? 0 : array_index;
+  if (ref->bit_spec == 0) {
+    tag->bit_number = static_cast<int8_t>(host_request::no_bit);
+  } else if (ref->bit_spec == 255) {
+    tag->bit_number = static_cast<int8_t>(static_cast<uint8_t>(tag->request_word));
+  } else {
+    tag->bit_number = static_cast<int8_t>(ref->bit_spec - 1);
+  }
+  // After the bit: a bit number taken from the index survives index_off.
+  if (ref->index_off != 0) tag->request_word = 0;
+  return ref->element_count;
+}
+
+namespace {
+
+void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_request_* requests,
+                   int count) {
+  std::vector<read_comm> items;
+  std::vector<offline_stTag_578> tags;
+  std::vector<uint16_t> counts;
+  for (int i = 0; i < count; ++i) {
+    offline_stTag_578 tag;
+    const uint16_t n = driver.offline_FillTagStruct(&device.tag_table, &tag, &requests[i].ref);
+    result_slot& slot = device.tag_table.slot(static_cast<std::size_t>(i));
+    slot.type_code = tag.request_byte;
+    slot.bit_number = static_cast<uint8_t>(tag.bit_number);
+    slot.element_count = n;
+    // The whole unit is read; the input filter picks the bit out.
+    tag.bit_number = static_cast<int8_t>(host_request::no_bit);
+    const bool bit_array = tag.request_byte == host_request::type_bit_array;
+    if (bit_array && n > 1) host_request::rename_bit_array_element(device, tag);
+    read_comm item = item_from(tag, element_size(tag.request_byte) * tag.request_word, n);
+    // A BitArray's length comes from its data type.
+    if (bit_array) item.read_format = 0x21;
+    items.push_back(item);
+    tags.push_back(tag);
+    counts.push_back(n);
+  }
+  if (items.empty()) return;
+  std::vector<unsigned char> bytes;
+  if (device.session.read(items, bytes) == 0) return;
+  wire::le_reader in(bytes);
+  for (std::size_t j = 0; j < tags.size(); ++j) {
+    fill_slot(device.tag_table.slot(j), tags[j], items[j], counts[j], in);
+  }
+}
+
+void write_request(tag_driver_offline_578& driver, device_context& device,
+                   const _gui_request_& request, int count) {
+  offline_stTag_578 tag;
+  const uint16_t n = driver.offline_FillTagStruct(&device.tag_table, &tag, &request.ref);
+  if (tag.request_byte == host_request::type_bit_array) {
+    host_request::rename_bit_array_element(device, tag);
+  }
+  if (static_cast<uint8_t>(tag.bit_number) != host_request::no_bit) {
+    // A bit inside a word only changes the shadow value; nothing goes to the controller.
+    host_request::write_bit(device.tag_values, tag, request.write.bit.write_bit_value != 0);
+    return;
+  }
+  const std::vector<unsigned char> image = host_request::write_image(request, tag.request_byte);
+  // A string goes as one item whatever the count.
+  const int runs = tag.request_byte == host_request::type_string ? 1 : count;
+  std::vector<read_comm> items;
+  for (int j = 0; j < runs; ++j) {
+    const uint32_t a = static_cast<uint32_t>(tag.request_word) + static_cast<uint32_t>(j);
+    read_comm item = item_from(tag, a * write_element_size(tag.request_byte), n);
+    item.data.assign(image.begin(), image.end());
+    items.push_back(item);
+  }
+  // A failed write shows only in the session's state; the host is not told.
+  device.session.write(items);
+}
+
+}  // namespace
+
+unitydrv_result tag_driver_offline_578::outputfilter(_gui_request_* requests, int count) {
+  if (requests == nullptr) return host_request::filter_result();
+  device_context* device = host_request::device_of(requests[0].device_handle);
+  if (device == nullptr) return host_request::filter_result();
+  if (device->offline_mode != 0) return off_line_outputfilter(requests, count);
+  const uint8_t kind = requests[0].request_kind;
+  if (kind == 1 || kind == 2) {
+    write_request(*this, *device, requests[0], count);
+  } else {
+    read_requests(*this, *device, requests, count);
+  }
+  std::memset(requests[0].status, 0, sizeof(requests[0].status));
+  return host_request::filter_result();
+}

@@ -1,0 +1,119 @@
+// InputFilterEx: the result slots of the last OutputFilterEx become the host's results,
+// or every result reports the session's failure.
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <vector>
+
+#include "driver/device_context.h"
+#include "driver/host_request.h"
+#include "driver/tag_driver_offline_578.h"
+#include "unity/byte_cursor.h"
+
+namespace {
+
+uint8_t* result_bytes(_input_data_& result) {
+  return reinterpret_cast<uint8_t*>(&result) + offsetof(_input_data_, result_words);
+}
+
+constexpr std::size_t result_capacity = sizeof(_input_data_::result_words);
+
+// Bytes one element takes in a host result: every 1- and 2-byte type is one unit.
+std::size_t result_element_bytes(uint8_t type_code) {
+  const unsigned size = host_request::element_size(type_code);
+  return size == 1 ? 2 : size;
+}
+
+// The value that bit-addressed elements are picked from; 0 width for types with none.
+unsigned bit_source_width(uint8_t type_code) {
+  switch (type_code) {
+    case UNITYDRV_TYPE_BYTE:
+    case UNITYDRV_TYPE_USINT:
+    case UNITYDRV_TYPE_SINT:
+    case UNITYDRV_TYPE_STRING:
+      return 1;
+    case UNITYDRV_TYPE_WORD:
+    case UNITYDRV_TYPE_UINT:
+    case UNITYDRV_TYPE_INT:
+      return 2;
+    case UNITYDRV_TYPE_DWORD:
+    case UNITYDRV_TYPE_UDINT:
+    case UNITYDRV_TYPE_DINT:
+    case UNITYDRV_TYPE_REAL:
+      return 4;
+    default:
+      return 0;
+  }
+}
+
+uint32_t bit_source(const result_slot& slot, unsigned width) {
+  const std::vector<unsigned char> head(slot.data, slot.data + width);
+  wire::le_reader in(head);
+  if (width == 1) return in.u8();
+  if (width == 2) return in.u16();
+  if (width == 4) return in.u32();
+  return 0;
+}
+
+// Element k is bit (bit + k) mod 256 of one source value; positions past 31 are clear.
+void deliver_bits(const result_slot& slot, _input_data_& result) {
+  const unsigned width = bit_source_width(slot.type_code);
+  const uint32_t source = bit_source(slot, width);
+  host_request::unit_writer out(result_bytes(result), result_capacity);
+  for (unsigned k = 0; k < slot.element_count; ++k) {
+    const unsigned position = (slot.bit_number + k) % 256;
+    const bool set = width != 0 && position < 32 && ((source >> position) & 1u) != 0;
+    out.unit(set ? 0xFFFF : 0);
+  }
+}
+
+void deliver_values(const result_slot& slot, _input_data_& result) {
+  const std::size_t wanted = slot.element_count * result_element_bytes(slot.type_code);
+  const std::size_t bytes = std::min({wanted, sizeof(slot.data), result_capacity});
+  std::memcpy(result_bytes(result), slot.data, bytes);
+}
+
+}  // namespace
+
+namespace host_request {
+
+void deliver_slots(offline_CTagTable_578& table, _input_data_* results, const _system_info* infos,
+                   int count) {
+  for (int i = 0; i < count; ++i) {
+    const result_slot& slot = table.slot(static_cast<std::size_t>(i));
+    _input_data_& result = results[i];
+    result.result_status = 0;
+    result.result_code = 5;
+    result.request_id = infos[i].request_id;
+    if (slot.bit_number == no_bit) {
+      deliver_values(slot, result);
+    } else {
+      deliver_bits(slot, result);
+    }
+  }
+}
+
+}  // namespace host_request
+
+void tag_driver_offline_578::inputFilter(_input_data_* results, _frame_data_* frame,
+                                         _system_info* infos, int count) {
+  if (results == nullptr || infos == nullptr) return;
+  device_context* device = host_request::device_of(infos[0].device_handle);
+  if (device == nullptr) return;
+  if (device->offline_mode != 0) {
+    off_line_inputFilter(results, frame, infos, count);
+    return;
+  }
+  host_request::preset_first_result(results[0]);
+  if (device->session.state == unity_process::state_failed) {
+    for (int i = 0; i < count; ++i) {
+      results[i].result_code = 10;
+      results[i].result_status = 2;
+    }
+    // Reported once; the next round tries the controller again.
+    device->session.state = unity_process::state_ready;
+    return;
+  }
+  if (infos[0].info_valid == 0 || count < 1) return;
+  host_request::deliver_slots(device->tag_table, results, infos, count);
+}
