@@ -1,0 +1,82 @@
+// Builds received Modbus TCP buffers carrying Unity replies, so that tests state the
+// fields that matter instead of long runs of hex.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "unity/unity_frame.h"
+
+namespace test {
+
+using bytes = std::vector<unsigned char>;
+
+// A Unity reply message: pairing byte, status, then payload appended little-endian.
+class unity_message {
+ public:
+  explicit unity_message(uint8_t status = 0xFE, uint8_t pairing = 0x00) {
+    bytes_ = {pairing, status};
+  }
+  unity_message& u8(uint8_t v) {
+    bytes_.push_back(v);
+    return *this;
+  }
+  unity_message& u16(uint16_t v) {
+    return u8(static_cast<uint8_t>(v)).u8(static_cast<uint8_t>(v >> 8));
+  }
+  unity_message& u32(uint32_t v) {
+    return u16(static_cast<uint16_t>(v)).u16(static_cast<uint16_t>(v >> 16));
+  }
+  unity_message& raw(const bytes& b) {
+    bytes_.insert(bytes_.end(), b.begin(), b.end());
+    return *this;
+  }
+  // Characters followed by the terminating zero.
+  unity_message& name(const std::string& s) {
+    bytes_.insert(bytes_.end(), s.begin(), s.end());
+    return u8(0);
+  }
+  unity_message& zeros(std::size_t n) {
+    bytes_.insert(bytes_.end(), n, 0);
+    return *this;
+  }
+  // Dictionary reply header after pairing and status: format, next address, record count.
+  unity_message& dictionary_header(uint8_t format, uint32_t next_address, uint16_t count) {
+    return u8(format).u32(next_address).u16(count);
+  }
+  const bytes& get() const { return bytes_; }
+
+ private:
+  bytes bytes_;
+};
+
+// The whole received buffer: MBAP header (length = message + 2) and function code 0x5A.
+inline bytes modbus_reply(const bytes& message, uint16_t transaction_id = 1) {
+  const std::size_t length = message.size() + 2;
+  bytes out = {static_cast<unsigned char>(transaction_id >> 8),
+               static_cast<unsigned char>(transaction_id),
+               0x00,
+               0x00,
+               static_cast<unsigned char>(length >> 8),
+               static_cast<unsigned char>(length),
+               0x00,
+               0x5A};
+  out.insert(out.end(), message.begin(), message.end());
+  return out;
+}
+
+// A decoded reply as the decoders receive it: one frame whose nodes[0] holds the message.
+inline unity_frame decoded_reply(const bytes& message, uint8_t record_format = 0,
+                                 uint16_t record_count = 0) {
+  unity_frame frame;
+  frame.function_code = 0x5A;
+  frame.status_word = static_cast<uint16_t>(message.at(0) | message.at(1) << 8);
+  frame.record_format = record_format;
+  frame.record_count = record_count;
+  frame.nodes.resize(1);
+  frame.nodes[0].name = message;
+  return frame;
+}
+
+}  // namespace test

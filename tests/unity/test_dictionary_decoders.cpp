@@ -1,0 +1,252 @@
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "reply_builder.h"
+#include "unity/unity_process.h"
+
+namespace {
+
+using test::bytes;
+using test::decoded_reply;
+using test::unity_message;
+
+std::string key(const char* text) {
+  return std::string(text) + '\0';
+}
+
+class Decoders : public ::testing::Test {
+ protected:
+  unity_process session;
+};
+
+// PLC identification: text length at [24], text from [25].
+bytes identification(const std::string& text, uint8_t status = 0xFE) {
+  return unity_message(status)
+      .zeros(22)
+      .u8(static_cast<uint8_t>(text.size()))
+      .raw(bytes(text.begin(), text.end()))
+      .get();
+}
+
+TEST_F(Decoders, PlcTypeIsStoredAndBmeP58Recognised) {
+  session.save_plc_type({decoded_reply(identification("BMX P34 2020"))});
+  EXPECT_EQ(session.plc_type, "BMX P34 2020");
+  EXPECT_FALSE(session.is_bme_p58());
+  session.save_plc_type({decoded_reply(identification("xBME P58 4040"))});
+  EXPECT_TRUE(session.is_bme_p58());
+}
+
+TEST_F(Decoders, PlcTypeSecondUsableFrameWins) {
+  unity_frame second = decoded_reply(identification("SECOND"));
+  second.nodes.insert(second.nodes.begin(), node{});  // its message sits at its own index
+  session.save_plc_type({decoded_reply(identification("FIRST")), second});
+  EXPECT_EQ(session.plc_type, "SECOND");
+}
+
+TEST_F(Decoders, ErrorStatusLeavesSessionUnchanged) {
+  const bytes bad = identification("BME P58 1", 0xFD);
+  session.save_plc_type({decoded_reply(bad)});
+  session.save_array_type_pos({decoded_reply(unity_message(0xFD).zeros(20).get())});
+  session.save_data_type_info({decoded_reply(unity_message(0xFD).zeros(4).u16(1).zeros(20).get())});
+  session.save_table_info({decoded_reply(unity_message(0xFD).zeros(30).get(), 9, 1)});
+  EXPECT_TRUE(session.plc_type.empty());
+  EXPECT_EQ(session.dictionary_handle, bytes(8, 0));
+  EXPECT_TRUE(session.data_types.empty());
+  EXPECT_TRUE(session.tables.empty());
+}
+
+TEST_F(Decoders, PlcTypeShortMessages) {
+  // Too short for the length byte: range error.
+  EXPECT_THROW(session.save_plc_type({decoded_reply(unity_message().zeros(22).get())}),
+               std::out_of_range);
+  // Length byte present but no text: only resized.
+  session.save_plc_type({decoded_reply(unity_message().zeros(22).u8(3).get())});
+  EXPECT_EQ(session.plc_type, std::string(3, '\0'));
+  // Text shorter than announced must not be over-read.
+  EXPECT_THROW(
+      session.save_plc_type({decoded_reply(unity_message().zeros(22).u8(9).raw({'A'}).get())}),
+      std::out_of_range);
+}
+
+TEST_F(Decoders, ArrayTypePosFillsHandleFrom10To17) {
+  const bytes message = unity_message().zeros(8).raw({1, 2, 3, 4, 5, 6, 7, 8}).get();
+  session.save_array_type_pos({decoded_reply(message)});
+  EXPECT_EQ(session.dictionary_handle, (bytes{1, 2, 3, 4, 5, 6, 7, 8}));
+}
+
+TEST_F(Decoders, ArrayTypePosShortMessages) {
+  session.save_array_type_pos({decoded_reply(unity_message().zeros(8).get())});
+  EXPECT_EQ(session.dictionary_handle, bytes(8, 0));
+  // 11 bytes pass the test; handle bytes beyond the message read as zero.
+  session.save_array_type_pos({decoded_reply(unity_message().zeros(8).u8(0x5C).get())});
+  EXPECT_EQ(session.dictionary_handle, (bytes{0x5C, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+bytes table_record(uint16_t type, bytes location, const std::string& name) {
+  return unity_message().u16(type).raw(location).u16(0).name(name).get();
+}
+
+TEST_F(Decoders, TableInfoStoresNamesWithZeroAndFirstLocation) {
+  unity_message m;
+  m.dictionary_header(9, 0, 2);
+  m.u16(4).raw({0x01, 0x00, 0x10, 0x00, 0x00, 0x00}).u16(0).name("A");
+  m.u16(16).raw({0x02, 0x00, 0x20, 0x00, 0x00, 0x00}).u16(0).name("Speed");
+  session.save_table_info({decoded_reply(m.get(), 9, 2)});
+  ASSERT_EQ(session.tables.size(), 2u);
+  ASSERT_EQ(session.tables.count(key("A")), 1u);
+  EXPECT_EQ(session.tables.count("A"), 0u);
+  const table& a = session.tables.at(key("A"));
+  EXPECT_EQ(a.type_id, 4);
+  EXPECT_EQ(a.read_format, 2);
+  EXPECT_EQ(a.location, (bytes{0x01, 0x00, 0x10, 0x00, 0x00, 0x00}));
+  EXPECT_EQ(session.tables.at(key("Speed")).read_format, 4);
+  const std::array<unsigned char, 6> first = {0x01, 0x00, 0x10, 0x00, 0x00, 0x00};
+  EXPECT_EQ(session.variable_address, first);
+}
+
+TEST_F(Decoders, TableInfoKeepsReferenceAddressAndOverwritesSameName) {
+  session.variable_address = {9, 9, 9, 9, 9, 9};
+  unity_message m;
+  m.dictionary_header(9, 0, 2);
+  m.u16(1).raw({1, 0, 1, 0, 0, 0}).u16(0).name("V");
+  m.u16(25).raw({2, 0, 2, 0, 0, 0}).u16(0).name("V");
+  session.save_table_info({decoded_reply(m.get(), 9, 2)});
+  ASSERT_EQ(session.tables.size(), 1u);
+  EXPECT_EQ(session.tables.at(key("V")).type_id, 25);
+  EXPECT_EQ(session.tables.at(key("V")).read_format, 0);
+  EXPECT_EQ(session.variable_address[0], 9);
+}
+
+TEST_F(Decoders, TableInfoNameWithoutZeroThrows) {
+  bytes message = unity_message().dictionary_header(9, 0, 1).get();
+  const bytes rec = table_record(1, {1, 0, 0, 0, 0, 0}, "ABC");
+  message.insert(message.end(), rec.begin() + 2, rec.end() - 1);  // drop pairing/status and NUL
+  EXPECT_THROW(session.save_table_info({decoded_reply(message, 9, 1)}), std::out_of_range);
+}
+
+TEST_F(Decoders, TableInfoZeroRecordCountIsIgnored) {
+  const bytes message = unity_message().dictionary_header(9, 0, 0).zeros(30).get();
+  session.save_table_info({decoded_reply(message, 9, 0)});
+  EXPECT_TRUE(session.tables.empty());
+}
+
+TEST_F(Decoders, DataTypeListStoresNamesAndResetsEntries) {
+  session.data_types[40].element_type = 7;
+  unity_message m;
+  m.zeros(4).u16(2).zeros(5);  // count at [6], records from [13]
+  m.u16(40).name("MyStruct").zeros(5);
+  m.u16(41).name("Arr").zeros(5);
+  session.save_data_type_info({decoded_reply(m.get())});
+  ASSERT_EQ(session.data_types.size(), 2u);
+  EXPECT_EQ(session.data_types.at(40).name, key("MyStruct"));
+  EXPECT_EQ(session.data_types.at(40).element_type, 0);
+  EXPECT_EQ(session.data_types.at(41).name, key("Arr"));
+}
+
+TEST_F(Decoders, DataTypeListShortMessages) {
+  EXPECT_THROW(session.save_data_type_info({decoded_reply(unity_message().zeros(4).get())}),
+               std::out_of_range);
+  // 12 bytes or fewer: passed over even with a count.
+  session.save_data_type_info({decoded_reply(unity_message().zeros(4).u16(1).zeros(4).get())});
+  EXPECT_TRUE(session.data_types.empty());
+  // A count that runs past the message must not over-read.
+  unity_message m;
+  m.zeros(4).u16(3).zeros(5).u16(40).name("X").zeros(5);
+  EXPECT_THROW(session.save_data_type_info({decoded_reply(m.get())}), std::out_of_range);
+}
+
+unity_message structure_page(uint16_t next_low, uint16_t count) {
+  unity_message m;
+  m.u8(2).u16(next_low).u16(0).u16(count);  // format [2], next address [3..6], count [7..8]
+  return m;
+}
+
+TEST_F(Decoders, StructDetailSkipsZerosBeforeNamesAndStores) {
+  unity_message m = structure_page(0, 2);
+  m.u16(4).u32(0).zeros(3).name("x");
+  m.u16(16).u32(2).name("y");
+  unity_process::data_type_entry entry(40, data_type{});
+  std::vector<data_type> members;
+  EXPECT_EQ(session.save_struct_detail({decoded_reply(m.get(), 2)}, entry, members), 1);
+  ASSERT_EQ(session.struct_members.count(40), 1u);
+  const auto& stored = session.struct_members.at(40);
+  ASSERT_EQ(stored.size(), 2u);
+  EXPECT_EQ(stored[0].name, key("x"));
+  EXPECT_EQ(stored[0].bounds, (bytes{4, 0}));
+  EXPECT_EQ(stored[0].member_offset_bytes, (bytes{0, 0, 0, 0}));
+  EXPECT_EQ(stored[1].name, key("y"));
+  EXPECT_EQ(stored[1].bounds, (bytes{16, 0}));
+  EXPECT_EQ(stored[1].member_offset_bytes, (bytes{2, 0, 0, 0}));
+  EXPECT_EQ(stored[1].kind, 0);
+}
+
+TEST_F(Decoders, StructDetailOverSeveralPagesAccumulates) {
+  unity_process::data_type_entry entry(50, data_type{});
+  std::vector<data_type> members;
+  unity_message page1 = structure_page(0x0102, 1);
+  page1.u16(1).u32(0).name("a");
+  EXPECT_EQ(session.save_struct_detail({decoded_reply(page1.get(), 2)}, entry, members), 2);
+  EXPECT_EQ(session.struct_members.count(50), 0u);
+  unity_message page2 = structure_page(0, 1);
+  page2.u16(4).u32(2).name("b");
+  EXPECT_EQ(session.save_struct_detail({decoded_reply(page2.get(), 2)}, entry, members), 1);
+  ASSERT_EQ(session.struct_members.at(50).size(), 2u);
+  EXPECT_EQ(session.struct_members.at(50)[0].name, key("a"));
+  EXPECT_EQ(session.struct_members.at(50)[1].name, key("b"));
+}
+
+TEST_F(Decoders, StructDetailWithoutStructureFrameChangesNothing) {
+  unity_process::data_type_entry entry(60, data_type{});
+  std::vector<data_type> members;
+  unity_message not_struct;
+  not_struct.u8(4).zeros(10);
+  EXPECT_EQ(session.save_struct_detail({decoded_reply(not_struct.get(), 4)}, entry, members), 0);
+  unity_message refused(0xFD);
+  refused.u8(2).zeros(6).u16(1).u16(1).u32(0).name("a");
+  EXPECT_EQ(session.save_struct_detail({decoded_reply(refused.get(), 2)}, entry, members), 0);
+  EXPECT_TRUE(members.empty());
+  EXPECT_TRUE(session.struct_members.empty());
+}
+
+TEST_F(Decoders, StructDetailMemberRunningPastTheEndThrows) {
+  unity_process::data_type_entry entry(60, data_type{});
+  std::vector<data_type> members;
+  unity_message m = structure_page(0, 2);
+  m.u16(1).u32(0).name("a").u16(2).u32(4).raw({'b'});
+  EXPECT_THROW(session.save_struct_detail({decoded_reply(m.get(), 2)}, entry, members),
+               std::out_of_range);
+}
+
+TEST_F(Decoders, ArrayDetailCopiesBoundsFromTheDimensionCount) {
+  const bytes message = {0x00, 0xFE, 0x04, 0x05, 0x00, 0x02, 0x00, 0x00, 0x00, 0x00, 0x0A,
+                         0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00};
+  unity_process::data_type_entry entry(70, data_type{});
+  session.save_array_detail({decoded_reply(message, 4)}, entry);
+  ASSERT_EQ(entry.second.bounds.size(), 16u);
+  EXPECT_EQ(entry.second.bounds[0], 2);
+  EXPECT_EQ(entry.second.bounds, bytes(message.begin() + 5, message.begin() + 21));
+  EXPECT_EQ(entry.second.element_type, 5);
+}
+
+TEST_F(Decoders, ArrayDetailOtherFormatSetsOnlyElementType) {
+  const bytes message = unity_message().u8(2).u16(0x0019).u8(1).zeros(8).get();
+  unity_process::data_type_entry entry(70, data_type{});
+  session.save_array_detail({decoded_reply(message, 2)}, entry);
+  EXPECT_TRUE(entry.second.bounds.empty());
+  EXPECT_EQ(entry.second.element_type, 0x19);
+}
+
+TEST_F(Decoders, ArrayDetailShortMessages) {
+  unity_process::data_type_entry entry(70, data_type{});
+  EXPECT_THROW(
+      session.save_array_detail({decoded_reply(unity_message().u8(4).u16(1).get(), 4)}, entry),
+      std::out_of_range);
+  // Three dimensions announced, one present: no over-read.
+  EXPECT_THROW(session.save_array_detail(
+                   {decoded_reply(unity_message().u8(4).u16(1).u8(3).zeros(7).get(), 4)}, entry),
+               std::out_of_range);
+}
+
+}  // namespace

@@ -1,0 +1,223 @@
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "reply_builder.h"
+#include "unity/unity_process.h"
+
+namespace {
+
+using test::bytes;
+using test::unity_message;
+
+std::vector<unity_frame> commands_of(unity_process::PRIVATE& p, const bytes& raw) {
+  std::vector<unity_frame> out;
+  p.get_strategy(raw)->get_commands(out);
+  return out;
+}
+
+struct classification_case {
+  const char* what;
+  bytes raw;
+  bool request;
+};
+
+class IsRequest : public ::testing::TestWithParam<classification_case> {};
+
+TEST_P(IsRequest, ClassifiesByFunctionCodeAndByte9) {
+  unity_process::PRIVATE p;
+  EXPECT_EQ(p.is_request(GetParam().raw), GetParam().request) << GetParam().what;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Frames, IsRequest,
+    ::testing::Values(
+        classification_case{"success status", {0, 1, 0, 0, 0, 4, 0, 0x5A, 0x00, 0xFE}, false},
+        classification_case{"error status", {0, 1, 0, 0, 0, 4, 0, 0x5A, 0x00, 0xFD}, false},
+        classification_case{"unity function 0x26", {0, 1, 0, 0, 0, 4, 0, 0x5A, 0x00, 0x26}, true},
+        classification_case{"unity function 0x00", {0, 1, 0, 0, 0, 4, 0, 0x5A, 0x00, 0x00}, true},
+        classification_case{"other modbus function, short", {0, 1, 0, 0, 0, 2, 0, 0x03}, false}));
+
+TEST(IsRequestShort, MissingByte7OrByte9Throws) {
+  unity_process::PRIVATE p;
+  EXPECT_THROW(p.is_request({0, 1, 0, 0, 0, 2, 0}), std::out_of_range);
+  EXPECT_THROW(p.is_request({0, 1, 0, 0, 0, 2, 0, 0x5A, 0x00}), std::out_of_range);
+}
+
+TEST(GetStrategy, RequestShapedFrameGetsRequestStrategyWhoseCommandsThrow) {
+  unity_process::PRIVATE p;
+  auto strategy = p.get_strategy({0x00, 0x01, 0x00, 0x00, 0x00, 0x04, 0x00, 0x5A, 0x00, 0x26});
+  ASSERT_NE(dynamic_cast<request_strategy*>(strategy.get()), nullptr);
+  std::vector<unity_frame> out;
+  EXPECT_THROW(strategy->get_commands(out), std::out_of_range);
+  EXPECT_TRUE(out.empty());
+}
+
+TEST(GetStrategy, ReplyGetsResponseStrategy) {
+  unity_process::PRIVATE p;
+  auto strategy = p.get_strategy(test::modbus_reply(unity_message().zeros(10).get()));
+  EXPECT_NE(dynamic_cast<response_strategy*>(strategy.get()), nullptr);
+}
+
+TEST(RequestStrategy, ReplyFramesYieldNothing) {
+  for (unsigned char status : {0xFE, 0xFD}) {
+    std::vector<modbus_tcp_frame> frames(1);
+    frames[0].pdu = modbus_frame{0x5A, {0x00, status}};
+    bytes raw;
+    request_strategy s(frames, raw);
+    std::vector<unity_frame> out;
+    s.get_commands(out);
+    EXPECT_TRUE(out.empty());
+  }
+}
+
+TEST(ResponseStrategy, LengthFiveReplyYieldsNothing) {
+  unity_process::PRIVATE p;
+  EXPECT_TRUE(
+      commands_of(p, {0x00, 0x01, 0x00, 0x00, 0x00, 0x05, 0x00, 0x5A, 0x00, 0xFE, 0x00}).empty());
+}
+
+TEST(ResponseStrategy, ErrorStatusYieldsNothingWhateverFollows) {
+  unity_process::PRIVATE p;
+  const bytes raw = {0x00, 0x01, 0x00, 0x00, 0x00, 0x0D, 0x00, 0x5A, 0x00, 0xFD,
+                     0x09, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00, 0x01, 0x00};
+  EXPECT_TRUE(commands_of(p, raw).empty());
+}
+
+TEST(ResponseStrategy, NonUnityFunctionYieldsNothing) {
+  bytes raw = test::modbus_reply(unity_message().zeros(12).get());
+  raw[7] = 0x03;
+  unity_process::PRIVATE p;
+  EXPECT_TRUE(commands_of(p, raw).empty());
+}
+
+TEST(ResponseStrategy, HeaderFieldsAndRawMessageNode) {
+  const bytes message =
+      unity_message(0xFE, 0x42).dictionary_header(4, 0x11223344, 0).raw({0xAA, 0xBB}).get();
+  unity_process::PRIVATE p;
+  auto strategy = p.get_strategy(test::modbus_reply(message));
+  std::vector<unity_frame> out;
+  strategy->get_commands(out);
+  ASSERT_EQ(out.size(), 1u);
+  const unity_frame& f = out[0];
+  EXPECT_EQ(f.function_code, 0x5A);
+  EXPECT_EQ(f.status_word, 0xFE42);
+  EXPECT_EQ(f.record_format, 4);
+  EXPECT_EQ(f.next_address, 0x11223344u);
+  EXPECT_EQ(f.record_count, 0);
+  // record_count 0: only the raw-message entry.
+  ASSERT_EQ(f.nodes.size(), 1u);
+  EXPECT_EQ(f.nodes[0].name, message);
+  EXPECT_EQ(f.nodes[0].type_id, 0);
+  EXPECT_EQ(f.nodes[0].offset, 0u);
+  EXPECT_EQ(static_cast<response_strategy*>(strategy.get())->last_address, 0x11223344u);
+}
+
+TEST(ResponseStrategy, RawMessageNodeFollowsMbapLengthNotBufferSize) {
+  // MBAP length 11 says 9 message bytes; the two trailing bytes belong to no message.
+  const bytes raw = {0x00, 0x01, 0x00, 0x00, 0x00, 0x0B, 0x00, 0x5A, 0x00, 0xFE,
+                     0x09, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xEE, 0xEE};
+  unity_process::PRIVATE p;
+  auto out = commands_of(p, raw);
+  ASSERT_EQ(out.size(), 1u);
+  EXPECT_EQ(out[0].nodes[0].name, bytes(raw.begin() + 8, raw.begin() + 17));
+}
+
+TEST(ResponseStrategy, UnnamedRecordsAreEightBytes) {
+  const bytes message = unity_message()
+                            .dictionary_header(1, 0, 2)
+                            .u16(0x0102)
+                            .u16(0x0304)
+                            .u32(0x05060708)
+                            .u16(0x1112)
+                            .u16(0x1314)
+                            .u32(0x15161718)
+                            .get();
+  unity_process::PRIVATE p;
+  auto out = commands_of(p, test::modbus_reply(message));
+  ASSERT_EQ(out.size(), 1u);
+  ASSERT_EQ(out[0].nodes.size(), 3u);
+  EXPECT_EQ(out[0].nodes[1].type_id, 0x0102);
+  EXPECT_EQ(out[0].nodes[1].block, 0x0304);
+  EXPECT_EQ(out[0].nodes[1].offset, 0x05060708u);
+  EXPECT_TRUE(out[0].nodes[1].name.empty());
+  EXPECT_EQ(out[0].nodes[2].type_id, 0x1112);
+  EXPECT_EQ(out[0].nodes[2].offset, 0x15161718u);
+}
+
+TEST(ResponseStrategy, RecordCountLargerThanDataStopsAtTheEnd) {
+  // Three records announced, two present: raw-message entry plus two records.
+  const bytes raw = {0x00, 0x01, 0x00, 0x00, 0x00, 0x23, 0x00, 0x5A, 0x00, 0xFE, 0x09, 0x00, 0x00,
+                     0x00, 0x00, 0x03, 0x00,
+                     // record 1: type 0x0021, block 1, offset 0x10, 2 ignored, "A\0"
+                     0x21, 0x00, 0x01, 0x00, 0x10, 0x00, 0x00, 0x00, 0x00, 0x00, 0x41, 0x00,
+                     // record 2: type 0x0004, block 2, offset 0x20, 2 ignored, "B\0"
+                     0x04, 0x00, 0x02, 0x00, 0x20, 0x00, 0x00, 0x00, 0x00, 0x00, 0x42, 0x00};
+  unity_process::PRIVATE p;
+  auto out = commands_of(p, raw);
+  ASSERT_EQ(out.size(), 1u);
+  EXPECT_EQ(out[0].record_count, 3);
+  ASSERT_EQ(out[0].nodes.size(), 3u);
+  EXPECT_EQ(out[0].nodes[1].type_id, 0x21);
+  EXPECT_EQ(out[0].nodes[1].name, (bytes{0x41, 0x00}));
+  EXPECT_EQ(out[0].nodes[2].block, 2);
+  EXPECT_EQ(out[0].nodes[2].offset, 0x20u);
+  EXPECT_EQ(out[0].nodes[2].name, (bytes{0x42, 0x00}));
+}
+
+TEST(ResponseStrategy, ShortLastRecordIsPartlyFilled) {
+  const bytes message =
+      unity_message().dictionary_header(1, 0, 2).u16(7).u16(8).u32(9).u16(0x33).u8(0x01).get();
+  unity_process::PRIVATE p;
+  auto out = commands_of(p, test::modbus_reply(message));
+  ASSERT_EQ(out.size(), 1u);
+  ASSERT_EQ(out[0].nodes.size(), 3u);
+  EXPECT_EQ(out[0].nodes[2].type_id, 0x33);
+  EXPECT_EQ(out[0].nodes[2].block, 0x01);  // only the low byte arrived
+  EXPECT_EQ(out[0].nodes[2].offset, 0u);
+}
+
+TEST(OnSetCommSuccessed, ResponseStrategyBuildsContinuation) {
+  const bytes message = unity_message().dictionary_header(9, 0x000012AB, 0).get();
+  unity_process::PRIVATE p;
+  auto strategy = p.get_strategy(test::modbus_reply(message));
+  std::vector<unity_frame> out;
+  strategy->get_commands(out);
+  modbus_tcp_frame frame;
+  frame.transaction_id = 4;
+  strategy->on_set_comm_successed(frame);
+  EXPECT_EQ(frame.transaction_id, 5);
+  EXPECT_EQ(frame.pdu.function_code, 0x5A);
+  EXPECT_EQ(frame.pdu.data,
+            (bytes{0x00, 0x26, 0x02, 0xFB, 0x03, 0x64, 0x10, 0xB1, 0x07, 0xFF, 0xAB, 0x26}));
+  EXPECT_EQ(frame.length, 14);
+}
+
+TEST(OnSetCommSuccessed, WithoutAddressOnlyBumpsTransaction) {
+  std::vector<modbus_tcp_frame> frames;
+  bytes raw;
+  response_strategy s(frames, raw);
+  modbus_tcp_frame frame;
+  frame.transaction_id = 1;
+  frame.length = 30;
+  s.on_set_comm_successed(frame);
+  EXPECT_EQ(frame.transaction_id, 2);
+  EXPECT_EQ(frame.length, 0);
+  EXPECT_EQ(frame.pdu.function_code, 0x5A);
+  EXPECT_TRUE(frame.pdu.data.empty());
+}
+
+TEST(OnSetCommSuccessed, RequestStrategyLeavesFrameAlone) {
+  std::vector<modbus_tcp_frame> frames;
+  bytes raw;
+  request_strategy s(frames, raw);
+  modbus_tcp_frame frame;
+  frame.transaction_id = 3;
+  frame.pdu = modbus_frame{0x10, {1}};
+  s.on_set_comm_successed(frame);
+  EXPECT_EQ(frame.transaction_id, 3);
+  EXPECT_EQ(frame.pdu.function_code, 0x10);
+  EXPECT_EQ(frame.pdu.data, bytes{1});
+}
+
+}  // namespace

@@ -1,0 +1,98 @@
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <boost/shared_ptr.hpp>
+
+#include "net/server_socket.h"
+#include "unity/unity_process.h"
+
+namespace {
+
+using bytes = std::vector<unsigned char>;
+
+// A listener on a loopback port of its own, and a session connected to it.
+class SessionTransport : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(server.listenToClient(0, 1, true));
+    orm::SocketAddress bound;
+    ASSERT_TRUE(server.getSocketAddress(&bound));
+    port = ntohs(bound.get().sin_port);
+    ASSERT_EQ(session.setup_device("127.0.0.1", port, 1000), 1);
+    ASSERT_EQ(server.selectRead(2000), 1);
+    peer = server.acceptClient();
+    ASSERT_TRUE(peer);
+  }
+
+  orm::ServerSocket server;
+  unsigned short port = 0;
+  unity_process session;
+  boost::shared_ptr<orm::ClientSocket> peer;
+};
+
+TEST(UnityProcess, StartsWithDocumentedFields) {
+  unity_process session;
+  EXPECT_TRUE(session.impl);
+  EXPECT_EQ(session.transaction_counter, 1);
+  EXPECT_EQ(session.dictionary_handle, bytes(8, 0));
+  EXPECT_EQ(session.state, unity_process::state_not_connected);
+  EXPECT_EQ(session.socket.descriptor(), -1);
+  EXPECT_FALSE(session.is_bme_p58());
+}
+
+TEST(UnityProcess, SetupDeviceRefusedSetsStateOneAndReturnsZero) {
+  orm::ServerSocket closed_port;
+  ASSERT_TRUE(closed_port.listenToClient(0, 1, true));
+  orm::SocketAddress bound;
+  ASSERT_TRUE(closed_port.getSocketAddress(&bound));
+  const unsigned short port = ntohs(bound.get().sin_port);
+  closed_port.close();  // nobody listens there any more
+  unity_process session;
+  EXPECT_EQ(session.setup_device("127.0.0.1", port, 1000), 0);
+  EXPECT_EQ(session.state, unity_process::state_connecting);
+  EXPECT_EQ(session.socket.address, "127.0.0.1");
+}
+
+TEST_F(SessionTransport, ReceivesOneReadAsTheWholeReply) {
+  const char first[] = "\x00\x01\x00\x00\x00\x03\x00\x5A\x00";
+  ASSERT_EQ(::send(peer->descriptor(), first, 9, 0), 9);
+  EXPECT_EQ(session.client_recv(), bytes(first, first + 9));
+}
+
+TEST_F(SessionTransport, NoReplyWithinTheWaitIsEmpty) {
+  EXPECT_TRUE(session.client_recv().empty());
+}
+
+TEST_F(SessionTransport, ClosedByPeerIsEmpty) {
+  peer->close();
+  EXPECT_TRUE(session.client_recv().empty());
+}
+
+TEST_F(SessionTransport, LongReplyIsCutAt2048) {
+  const bytes big(3000, 0x33);
+  ASSERT_EQ(::send(peer->descriptor(), big.data(), big.size(), 0), 3000);
+  // The first read may see less than all of it, but never more than 2048 bytes.
+  const bytes got = session.client_recv();
+  EXPECT_GT(got.size(), 0u);
+  EXPECT_LE(got.size(), 2048u);
+}
+
+TEST_F(SessionTransport, StopResetsCounterAndDisconnects) {
+  session.transaction_counter = 12;
+  session.stop();
+  EXPECT_EQ(session.transaction_counter, 1);
+  EXPECT_EQ(session.socket.descriptor(), -1);
+  char c = 0;
+  ASSERT_EQ(peer->selectRead(2000), 1);
+  EXPECT_EQ(::recv(peer->descriptor(), &c, 1, 0), 0);  // orderly shutdown seen by the peer
+  // A stopped session can connect again.
+  EXPECT_EQ(session.setup_device("127.0.0.1", port, 1000), 1);
+}
+
+TEST_F(SessionTransport, DictionaryIsKeptAcrossStop) {
+  session.tables["A"] = table{};
+  session.stop();
+  EXPECT_EQ(session.tables.size(), 1u);
+}
+
+}  // namespace
