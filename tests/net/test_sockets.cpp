@@ -1,0 +1,213 @@
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "net/client_socket.h"
+#include "net/server_socket.h"
+#include "net/socket_address.h"
+#include "net/socket_functions.h"
+#include "net/udp_socket.h"
+
+namespace {
+
+bool descriptor_open(int fd) {
+  return ::fcntl(fd, F_GETFD) != -1;
+}
+
+unsigned short bound_port(orm::ormSocket& s) {
+  orm::SocketAddress bound;
+  EXPECT_TRUE(s.getSocketAddress(&bound));
+  return ntohs(bound.get().sin_port);
+}
+
+// A loopback port that nobody listens on: bound once, then released.
+unsigned short free_port() {
+  orm::ServerSocket probe;
+  EXPECT_TRUE(probe.listenToClient(0, 1, true));
+  return bound_port(probe);
+}
+
+TEST(SocketAddress, FromTextAndPort) {
+  const orm::SocketAddress a("192.168.1.20", 502);
+  EXPECT_EQ(a.get().sin_family, AF_INET);
+  EXPECT_EQ(a.get().sin_port, htons(502));
+  EXPECT_EQ(a.get().sin_addr.s_addr, inet_addr("192.168.1.20"));
+  const orm::SocketAddress copy = a;
+  EXPECT_EQ(std::memcmp(&copy.get(), &a.get(), sizeof(sockaddr_in)), 0);
+  const orm::SocketAddress none;
+  EXPECT_EQ(none.get().sin_port, 0);
+  EXPECT_EQ(none.get().sin_addr.s_addr, 0u);
+}
+
+TEST(OrmSocket, CloseTwiceIsHarmless) {
+  orm::TcpSocket s;
+  ASSERT_TRUE(s.create(false));
+  const int fd = s.descriptor();
+  s.close();
+  EXPECT_EQ(s.descriptor(), -1);
+  EXPECT_FALSE(descriptor_open(fd));
+  s.close();
+  EXPECT_EQ(s.descriptor(), -1);
+}
+
+TEST(OrmSocket, CreateKeepsOrReplacesDescriptor) {
+  orm::TcpSocket s;
+  ASSERT_TRUE(s.create(false));
+  const int first = s.descriptor();
+  ASSERT_TRUE(s.create(false));
+  EXPECT_EQ(s.descriptor(), first);
+  ASSERT_TRUE(s.create(true));
+  EXPECT_NE(s.descriptor(), -1);
+  // The first descriptor was closed before the new one was made (which may reuse its number).
+  if (s.descriptor() != first) {
+    EXPECT_FALSE(descriptor_open(first));
+  }
+}
+
+TEST(OrmSocket, DetachHandsOverTheDescriptor) {
+  int fd = -1;
+  {
+    orm::ClientSocket s;
+    ASSERT_TRUE(s.create(false));
+    fd = s.detach();
+    EXPECT_EQ(s.descriptor(), -1);
+  }
+  EXPECT_TRUE(descriptor_open(fd));
+  ::close(fd);
+}
+
+TEST(OrmSocket, DestructionClosesTheDescriptor) {
+  int fd = -1;
+  {
+    orm::ClientSocket s;
+    ASSERT_TRUE(s.create(false));
+    fd = s.descriptor();
+  }
+  EXPECT_FALSE(descriptor_open(fd));
+}
+
+TEST(OrmSocket, OptionsAreApplied) {
+  orm::TcpSocket s;
+  ASSERT_TRUE(s.create(false));
+  EXPECT_EQ(s.setReuseAddr(1), 0);
+  EXPECT_EQ(s.setKeepAlive(1), 0);
+  EXPECT_EQ(s.setLinger(true, 3), 0);
+  int value = 0;
+  socklen_t len = sizeof value;
+  ASSERT_EQ(::getsockopt(s.descriptor(), SOL_SOCKET, SO_KEEPALIVE, &value, &len), 0);
+  EXPECT_NE(value, 0);
+  linger l{};
+  len = sizeof l;
+  ASSERT_EQ(::getsockopt(s.descriptor(), SOL_SOCKET, SO_LINGER, &l, &len), 0);
+  EXPECT_NE(l.l_onoff, 0);
+  EXPECT_EQ(l.l_linger, 3);
+  EXPECT_EQ(s.setBlocking(false), 0);
+  EXPECT_NE(::fcntl(s.descriptor(), F_GETFL) & O_NONBLOCK, 0);
+  EXPECT_EQ(s.setBlocking(true), 0);
+  EXPECT_EQ(::fcntl(s.descriptor(), F_GETFL) & O_NONBLOCK, 0);
+}
+
+TEST(OrmSocket, OperationsWithoutDescriptorFail) {
+  orm::TcpSocket s;
+  orm::SocketAddress a;
+  EXPECT_FALSE(s.bind(0));
+  EXPECT_FALSE(s.getSocketAddress(&a));
+  EXPECT_EQ(s.setReuseAddr(1), -1);
+}
+
+TEST(ClientSocket, ConnectsToALocalListener) {
+  orm::ServerSocket server;
+  ASSERT_TRUE(server.listenToClient(0, 1, true));
+  orm::ClientSocket client;
+  EXPECT_FALSE(client.isConnected());
+  ASSERT_TRUE(client.connectToServer("127.0.0.1", bound_port(server), 1000));
+  EXPECT_TRUE(client.isConnected());
+  // Connected sockets are switched back to blocking.
+  EXPECT_EQ(::fcntl(client.descriptor(), F_GETFL) & O_NONBLOCK, 0);
+  EXPECT_EQ(orm::get_local_ip(client.descriptor()), "127.0.0.1");
+
+  ASSERT_EQ(server.selectRead(2000), 1);
+  boost::shared_ptr<orm::ClientSocket> peer = server.acceptClient();
+  ASSERT_TRUE(peer);
+  EXPECT_TRUE(peer->isConnected());
+  ASSERT_EQ(::send(client.descriptor(), "hi", 2, MSG_NOSIGNAL), 2);
+  ASSERT_EQ(peer->selectRead(2000), 1);
+  char buf[4] = {};
+  EXPECT_EQ(::recv(peer->descriptor(), buf, sizeof buf, 0), 2);
+  EXPECT_STREQ(buf, "hi");
+  // Connecting an already connected socket succeeds (EISCONN).
+  EXPECT_TRUE(client.connectToServer("127.0.0.1", bound_port(server), 1000));
+}
+
+TEST(ClientSocket, RefusedConnectReturnsFalseAndKeepsDescriptor) {
+  const unsigned short port = free_port();
+  orm::ClientSocket client;
+  EXPECT_FALSE(client.connectToServer("127.0.0.1", port, 1000));
+  // Left open for the caller to close.
+  EXPECT_NE(client.descriptor(), -1);
+  EXPECT_FALSE(client.isConnected());
+  client.close();
+  EXPECT_FALSE(client.isConnected());
+}
+
+TEST(ClientSocket, ZeroTimeOutFailsUnlessConnectedAtOnce) {
+  // A non-routable address never completes at once, so a zero wait must fail.
+  orm::ClientSocket client;
+  EXPECT_FALSE(client.connectToServer("10.255.255.1", 502, 0));
+  EXPECT_FALSE(client.isConnected());
+}
+
+TEST(ClientSocket, NullAddressIsRefused) {
+  orm::ClientSocket client;
+  EXPECT_FALSE(client.connectToServer(static_cast<const char*>(nullptr), 502, 100));
+  EXPECT_EQ(client.descriptor(), -1);
+}
+
+TEST(ServerSocket, SecondListenerOnTheSamePortFailsAndCloses) {
+  orm::ServerSocket first;
+  ASSERT_TRUE(first.listenToClient(0, 1, false));
+  orm::ServerSocket second;
+  EXPECT_FALSE(second.listenToClient(bound_port(first), 1, false));
+  EXPECT_EQ(second.descriptor(), -1);
+}
+
+TEST(ServerSocket, AcceptFailureGivesEmptyPointer) {
+  orm::ServerSocket never_listened;
+  EXPECT_FALSE(never_listened.acceptClient());
+}
+
+TEST(ServerSocket, SelectReadTimesOutWithoutClient) {
+  orm::ServerSocket server;
+  ASSERT_TRUE(server.listenToClient(0, 1, true));
+  EXPECT_EQ(server.selectRead(0), 0);
+  EXPECT_EQ(server.selectError(0), 0);
+}
+
+TEST(UdpSocket, DatagramRoundTripReportsSender) {
+  orm::UdpSocket receiver;
+  ASSERT_TRUE(receiver.create(false));
+  ASSERT_TRUE(receiver.bind(0));
+  const unsigned short port = bound_port(receiver);
+  orm::UdpSocket sender;
+  ASSERT_TRUE(sender.create(false));
+  ASSERT_TRUE(sender.bind(0));
+  EXPECT_EQ(sender.sendTo("127.0.0.1", port, "ping", 4, 0), 4);
+  ASSERT_EQ(receiver.selectRead(2000), 1);
+  char buf[8] = {};
+  orm::SocketAddress from;
+  EXPECT_EQ(receiver.recvFrom(buf, sizeof buf, 0, &from), 4);
+  EXPECT_EQ(std::string(buf, 4), "ping");
+  EXPECT_EQ(orm::ip_to_string(from.get().sin_addr.s_addr), "127.0.0.1");
+  EXPECT_EQ(ntohs(from.get().sin_port), bound_port(sender));
+}
+
+TEST(SocketFunctions, IpToString) {
+  EXPECT_EQ(orm::ip_to_string(inet_addr("10.1.2.3")), "10.1.2.3");
+  EXPECT_EQ(orm::ip_to_string(0), "0.0.0.0");
+}
+
+}  // namespace
