@@ -41,8 +41,8 @@ struct derived_type {
   uint16_t id = 0;
   std::string name;
   std::string kind;
-  std::vector<member> members;  // struct
-  uint16_t element_type = 0;    // array
+  std::vector<member> members;                          // struct
+  uint16_t element_type = 0;                            // array
   std::vector<std::pair<int32_t, int32_t>> dimensions;  // array: [low, high] per dimension
 };
 
@@ -62,11 +62,11 @@ struct project {
   // Initial memory contents: block -> (offset -> bytes).
   std::map<uint16_t, std::map<uint32_t, std::vector<uint8_t>>> initial;
   uint64_t dictionary_handle = 0x0123456789ABCDEFull;
-  uint32_t table_address = 0x00ABCDEFu;  // even, so table_address/2 is exact
+  uint32_t table_address = 0x12345678u;  // even: an M580 reports table_address/2
   bool is_m580() const { return plc_type.find("BME P58") != std::string::npos; }
 };
 
-project load_project_file(const std::string& path);  // throws std::runtime_error
+project load_project_file(const std::string& path);   // throws std::runtime_error
 project parse_project(const std::string& json_text);  // throws std::runtime_error
 std::string project_to_json(const project& p);
 // Large projects for benchmarks and paging tests.
@@ -83,12 +83,13 @@ class server {
   server& operator=(const server&) = delete;
 
   bool start(const std::string& address, uint16_t port);  // bind + serve on a background thread
-  bool start_on_free_loopback(uint16_t port = 502);  // first free 127.0.0.x, x from a random start in 2..250
-  void stop();                                        // joins; closes every connection
+  bool start_on_free_loopback(
+      uint16_t port = 502);  // first free 127.0.0.x, x from a random start in 2..250
+  void stop();               // joins; closes every connection
   std::string address() const;
   uint16_t port() const;
-  void set_faults(const faults& f);  // thread-safe
-  uint64_t request_count() const;    // requests received so far
+  void set_faults(const faults& f);      // thread-safe
+  uint64_t request_count() const;        // requests received so far
   std::size_t connection_count() const;  // connections accepted so far
   std::vector<uint8_t> read_memory(uint16_t block, uint32_t offset, std::size_t n) const;
   void write_memory(uint16_t block, uint32_t offset, const std::vector<uint8_t>& bytes);

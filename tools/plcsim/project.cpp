@@ -1,0 +1,246 @@
+// Project files: the controller's type text, its derived types, its variables
+// and the initial contents of its memory.
+#include <cstring>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <stdexcept>
+
+#include "tools/plcsim/plcsim.h"
+#include "tools/plcsim/project_layout.h"
+
+namespace plcsim {
+
+using json = nlohmann::json;
+
+namespace {
+
+[[noreturn]] void fail(const std::string& what) {
+  throw std::runtime_error("plcsim project: " + what);
+}
+
+uint8_t hex_digit(char c) {
+  if (c >= '0' && c <= '9') return static_cast<uint8_t>(c - '0');
+  if (c >= 'a' && c <= 'f') return static_cast<uint8_t>(c - 'a' + 10);
+  if (c >= 'A' && c <= 'F') return static_cast<uint8_t>(c - 'A' + 10);
+  fail(std::string("bad hex digit '") + c + "'");
+}
+
+std::vector<uint8_t> from_hex(const std::string& s) {
+  if (s.size() % 2) fail("hex text of odd length: " + s);
+  std::vector<uint8_t> out;
+  for (std::size_t i = 0; i < s.size(); i += 2)
+    out.push_back(static_cast<uint8_t>(hex_digit(s[i]) << 4 | hex_digit(s[i + 1])));
+  return out;
+}
+
+std::string to_hex(const std::vector<uint8_t>& b) {
+  static const char* digits = "0123456789abcdef";
+  std::string s;
+  for (uint8_t v : b) {
+    s += digits[v >> 4];
+    s += digits[v & 15];
+  }
+  return s;
+}
+
+void put_le(std::vector<uint8_t>& out, std::size_t at, uint64_t v, std::size_t width) {
+  for (std::size_t i = 0; i < width; ++i) out[at + i] = static_cast<uint8_t>(v >> (8 * i));
+}
+
+void encode_value(const project& p, uint16_t type, const json& v, std::vector<uint8_t>& out,
+                  std::size_t at);
+
+void encode_elementary(uint16_t type, const json& v, std::vector<uint8_t>& out, std::size_t at) {
+  std::size_t width = elementary_width(type);
+  if (v.is_string()) {
+    std::string s = v.get<std::string>();
+    std::memcpy(out.data() + at, s.data(), std::min(s.size(), width));
+  } else if (type == 8) {
+    float f = v.get<float>();
+    uint32_t bits;
+    std::memcpy(&bits, &f, 4);
+    put_le(out, at, bits, 4);
+  } else if (type == 16 && v.is_number_float()) {
+    double d = v.get<double>();
+    uint64_t bits;
+    std::memcpy(&bits, &d, 8);
+    put_le(out, at, bits, 8);
+  } else if (v.is_boolean()) {
+    put_le(out, at, v.get<bool>() ? 1 : 0, width);
+  } else if (v.is_number_integer()) {
+    put_le(out, at, static_cast<uint64_t>(v.get<int64_t>()), width);
+  } else {
+    fail("value " + v.dump() + " does not fit type " + std::to_string(type));
+  }
+}
+
+void encode_derived(const project& p, const derived_type& t, const json& v,
+                    std::vector<uint8_t>& out, std::size_t at) {
+  if (t.kind == "string") {
+    if (!v.is_string()) fail("string type " + t.name + " needs a text value");
+    std::string s = v.get<std::string>();
+    std::memcpy(out.data() + at, s.data(), std::min(s.size(), type_size(p, t.id)));
+  } else if (t.kind == "array") {
+    if (!v.is_array()) fail("array type " + t.name + " needs a list value");
+    std::size_t esize = type_size(p, t.element_type);
+    std::size_t n = type_size(p, t.id) / (esize ? esize : 1);
+    if (v.size() > n) fail("too many elements for " + t.name);
+    for (std::size_t i = 0; i < v.size(); ++i)
+      encode_value(p, t.element_type, v[i], out, at + i * esize);
+  } else {
+    if (!v.is_object()) fail("structure type " + t.name + " needs an object value");
+    for (const auto& m : t.members)
+      if (v.contains(m.name)) encode_value(p, m.type, v.at(m.name), out, at + m.offset);
+  }
+}
+
+void encode_value(const project& p, uint16_t type, const json& v, std::vector<uint8_t>& out,
+                  std::size_t at) {
+  if (elementary_width(type)) return encode_elementary(type, v, out, at);
+  encode_derived(p, p.types.at(type), v, out, at);
+}
+
+derived_type parse_type(const json& j) {
+  derived_type t;
+  t.id = j.at("id").get<uint16_t>();
+  t.name = j.at("name").get<std::string>();
+  t.kind = j.at("kind").get<std::string>();
+  if (t.kind == "struct") {
+    for (const auto& m : j.at("members"))
+      t.members.push_back({m.at("name").get<std::string>(), m.at("type").get<uint16_t>(),
+                           m.at("offset").get<uint32_t>()});
+    if (t.members.empty()) fail("structure " + t.name + " has no members");
+  } else if (t.kind == "array") {
+    t.element_type = j.at("element").get<uint16_t>();
+    for (const auto& d : j.at("dimensions"))
+      t.dimensions.emplace_back(d.at(0).get<int32_t>(), d.at(1).get<int32_t>());
+    if (t.dimensions.empty()) fail("array " + t.name + " has no dimensions");
+    for (const auto& d : t.dimensions)
+      if (d.second < d.first) fail("array " + t.name + " has a dimension with high < low");
+  } else if (t.kind != "string") {
+    fail("type " + t.name + ": kind must be struct, array or string");
+  }
+  if (elementary_width(t.id))
+    fail("type " + t.name + " reuses elementary id " + std::to_string(t.id));
+  return t;
+}
+
+void check_type_ids(const project& p) {
+  auto known = [&](uint16_t id) { return elementary_width(id) || p.types.count(id); };
+  for (const auto& [id, t] : p.types) {
+    for (const auto& m : t.members)
+      if (!known(m.type)) fail("member " + t.name + "." + m.name + " has unknown type");
+    if (t.kind != "array") continue;
+    if (!known(t.element_type)) fail("array " + t.name + " has an unknown element type");
+    // The client copies an element structure's members to the array only when
+    // it detailed the structure first, i.e. when the structure's id is lower.
+    auto el = p.types.find(t.element_type);
+    if (el != p.types.end() && el->second.kind == "struct" && t.element_type > id)
+      fail("array " + t.name + " must have a higher id than its element structure");
+  }
+  for (const auto& v : p.variables)
+    if (!known(v.type)) fail("variable " + v.name + " has unknown type " + std::to_string(v.type));
+}
+
+void parse_variable(project& p, const json& j) {
+  variable v;
+  v.name = j.at("name").get<std::string>();
+  v.type = j.at("type").get<uint16_t>();
+  v.block = j.at("block").get<uint16_t>();
+  v.offset = j.at("offset").get<uint32_t>();
+  p.variables.push_back(v);
+}
+
+void apply_value(project& p, const variable& v, const json& value) {
+  std::vector<uint8_t> bytes(type_size(p, v.type), 0);
+  encode_value(p, v.type, value, bytes, 0);
+  p.initial[v.block][v.offset] = bytes;
+}
+
+}  // namespace
+
+project parse_project(const std::string& json_text) {
+  json j;
+  try {
+    j = json::parse(json_text);
+  } catch (const json::exception& e) {
+    fail(std::string("not valid JSON: ") + e.what());
+  }
+  project p;
+  try {
+    p.plc_type = j.value("plc_type", p.plc_type);
+    p.table_address = j.value("table_address", p.table_address);
+    if (j.contains("dictionary_handle")) {
+      auto h = from_hex(j.at("dictionary_handle").get<std::string>());
+      if (h.size() != 8) fail("dictionary_handle must be 8 bytes of hex");
+      p.dictionary_handle = 0;
+      for (std::size_t i = 0; i < 8; ++i)
+        p.dictionary_handle |= static_cast<uint64_t>(h[i]) << (8 * i);
+    }
+    for (const auto& t : j.value("types", json::array())) {
+      derived_type d = parse_type(t);
+      if (!p.types.emplace(d.id, d).second) fail("duplicate type id " + std::to_string(d.id));
+    }
+    for (const auto& v : j.value("variables", json::array())) parse_variable(p, v);
+    check_type_ids(p);
+    const auto vars = j.value("variables", json::array());
+    for (std::size_t i = 0; i < vars.size(); ++i)
+      if (vars[i].contains("value")) apply_value(p, p.variables[i], vars[i].at("value"));
+    for (const auto& m : j.value("memory", json::array()))
+      p.initial[m.at("block").get<uint16_t>()][m.at("offset").get<uint32_t>()] =
+          from_hex(m.at("hex").get<std::string>());
+  } catch (const json::exception& e) {
+    fail(std::string("bad field: ") + e.what());
+  }
+  if (p.table_address % 2) fail("table_address must be even");
+  return p;
+}
+
+project load_project_file(const std::string& path) {
+  std::ifstream in(path);
+  if (!in) throw std::runtime_error("plcsim project: cannot open " + path);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  try {
+    return parse_project(ss.str());
+  } catch (const std::runtime_error& e) {
+    throw std::runtime_error(path + ": " + e.what());
+  }
+}
+
+static json type_to_json(const derived_type& t) {
+  json j = {{"id", t.id}, {"name", t.name}, {"kind", t.kind}};
+  if (t.kind == "struct") {
+    j["members"] = json::array();
+    for (const auto& m : t.members)
+      j["members"].push_back({{"name", m.name}, {"type", m.type}, {"offset", m.offset}});
+  } else if (t.kind == "array") {
+    j["element"] = t.element_type;
+    j["dimensions"] = json::array();
+    for (const auto& d : t.dimensions) j["dimensions"].push_back({d.first, d.second});
+  }
+  return j;
+}
+
+std::string project_to_json(const project& p) {
+  json j;
+  j["plc_type"] = p.plc_type;
+  j["table_address"] = p.table_address;
+  std::vector<uint8_t> h(8);
+  for (std::size_t i = 0; i < 8; ++i) h[i] = static_cast<uint8_t>(p.dictionary_handle >> (8 * i));
+  j["dictionary_handle"] = to_hex(h);
+  j["types"] = json::array();
+  for (const auto& [id, t] : p.types) j["types"].push_back(type_to_json(t));
+  j["variables"] = json::array();
+  for (const auto& v : p.variables)
+    j["variables"].push_back(
+        {{"name", v.name}, {"type", v.type}, {"block", v.block}, {"offset", v.offset}});
+  j["memory"] = json::array();
+  for (const auto& [block, runs] : p.initial)
+    for (const auto& [offset, bytes] : runs)
+      j["memory"].push_back({{"block", block}, {"offset", offset}, {"hex", to_hex(bytes)}});
+  return j.dump(1);
+}
+
+}  // namespace plcsim
