@@ -1,0 +1,322 @@
+// Exact request bytes of the identification, dictionary and variable access builders.
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <vector>
+
+#include "unity/unity_process.h"
+
+namespace {
+
+using bytes = std::vector<unsigned char>;
+
+void expect_frame_shape(const modbus_tcp_frame& frame, uint16_t transaction) {
+  EXPECT_EQ(frame.transaction_id, transaction);
+  EXPECT_EQ(frame.protocol_id, 0);
+  EXPECT_EQ(frame.unit_id, 0);
+  EXPECT_EQ(frame.pdu.function_code, 0x5A);
+  EXPECT_EQ(frame.length, frame.pdu.data.size() + 2);
+}
+
+struct init_case {
+  uint16_t step;
+  bytes message;
+};
+
+class InitRequest : public ::testing::TestWithParam<init_case> {};
+
+TEST_P(InitRequest, MessageOfEachStep) {
+  unity_process session;
+  bool more = true;
+  const modbus_tcp_frame frame = session.create_init_request(GetParam().step, 2, more);
+  expect_frame_shape(frame, GetParam().step);
+  EXPECT_EQ(frame.pdu.data, GetParam().message);
+  EXPECT_TRUE(more);
+}
+
+const bytes read_block_30 = {0x00, 0x20, 0x01, 0x30, 0x00, 0x00, 0x00, 0x00, 0x00, 0x20, 0x00};
+
+INSTANTIATE_TEST_SUITE_P(
+    ElevenSteps, InitRequest,
+    ::testing::Values(init_case{1, {0x00, 0x02}}, init_case{2, {0x00, 0x01, 0x00}},
+                      init_case{3, {0x00, 0x03, 0x00}}, init_case{4, read_block_30},
+                      init_case{5, {0x00, 0x03, 0x00}},
+                      init_case{6,
+                                {0x00, 0x20, 0x01, 0x13, 0x00, 0x41, 0x00, 0x00, 0x00, 0x18, 0x00}},
+                      init_case{7, {0x00, 0x03, 0x04}}, init_case{8, {0x00, 0x03, 0x03}},
+                      init_case{9, {0x00, 0x04}}, init_case{10, read_block_30},
+                      init_case{11, {0x00, 0x07, 0x01, 0x1A, 0x00, 0x00}}));
+
+TEST(InitRequestOutsideTable, StepOneCarriesTheCallersCode) {
+  unity_process session;
+  bool more = true;
+  EXPECT_EQ(session.create_init_request(1, 0x7F, more).pdu.data, (bytes{0x00, 0x7F}));
+}
+
+TEST(InitRequestOutsideTable, LaterStepsAreBareHeadersWithZeroLength) {
+  unity_process session;
+  bool more = true;
+  for (uint16_t step : {0, 12, 300}) {
+    const modbus_tcp_frame frame = session.create_init_request(step, 2, more);
+    EXPECT_TRUE(frame.pdu.data.empty()) << step;
+    EXPECT_EQ(frame.length, 0) << step;
+    EXPECT_EQ(frame.to_raw_data().size(), 8u) << step;
+  }
+}
+
+TEST(InitRequestOutsideTable, FirstStepOnTheWire) {
+  unity_process session;
+  bool more = true;
+  EXPECT_EQ(session.create_init_request(1, 2, more).to_raw_data(),
+            (bytes{0x00, 0x01, 0x00, 0x00, 0x00, 0x04, 0x00, 0x5A, 0x00, 0x02}));
+}
+
+TEST(FileHandleRequest, SendsAddressBytesInItsOwnOrder) {
+  unity_process session;
+  session.variable_address = {0xA0, 0xA1, 0xA2, 0xA3, 0xA4, 0xA5};
+  bool more = true;
+  const modbus_tcp_frame frame = session.get_file_handle_request(7, 2, more);
+  expect_frame_shape(frame, 7);
+  EXPECT_EQ(frame.pdu.data, (bytes{0x00, 0x22, 0x7E, 0x8B, 0x4B, 0x05, 0x01, 0x01, 0xA0, 0xA1, 0x01,
+                                   0xA3, 0xA4, 0xA2}));
+}
+
+class DictionaryRequest : public ::testing::Test {
+ protected:
+  DictionaryRequest() {
+    session.dictionary_handle = {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88};
+  }
+  unity_process session;
+  bool more = true;
+};
+
+TEST_F(DictionaryRequest, DataTypeListCarriesHandleAndContinuation) {
+  const modbus_tcp_frame frame =
+      session.create_get_data_type_request(3, 2, more, {0xC0, 0xC1, 0xC2, 0xC3});
+  expect_frame_shape(frame, 3);
+  EXPECT_EQ(frame.pdu.data,
+            (bytes{0x00, 0x26, 0x03, 0xFB, 0x03, 0x11, 0x22, 0x33, 0x44, 0xC0, 0xC1, 0xC2, 0xC3}));
+}
+
+TEST_F(DictionaryRequest, DetailCarriesTypeIdAndZeroContinuation) {
+  const modbus_tcp_frame frame =
+      session.create_get_data_type_detail_request(0x1234, 2, more, {0x34, 0x12});
+  expect_frame_shape(frame, 0x1234);
+  EXPECT_EQ(frame.pdu.data, (bytes{0x00, 0x26, 0x02, 0xFB, 0x03, 0x11, 0x22, 0x33, 0x44, 0x34, 0x12,
+                                   0x00, 0x00, 0x00, 0x00}));
+}
+
+TEST_F(DictionaryRequest, BrowseCarriesBrowseAddress) {
+  session.browse_address = {0xB0, 0xB1, 0xB2, 0xB3};
+  const modbus_tcp_frame frame = session.create_browse_request(9, 2, more);
+  expect_frame_shape(frame, 9);
+  EXPECT_EQ(frame.pdu.data, (bytes{0x00, 0x26, 0x02, 0xFB, 0x03, 0x11, 0x22, 0x33, 0x44, 0xFF, 0xFF,
+                                   0xB0, 0xB1, 0xB2, 0xB3}));
+}
+
+TEST_F(DictionaryRequest, ShortSourcesAreRefused) {
+  EXPECT_THROW(session.create_get_data_type_request(1, 2, more, {0, 0, 0}), std::out_of_range);
+  EXPECT_THROW(session.create_get_data_type_detail_request(1, 2, more, {0x01}), std::out_of_range);
+  session.browse_address.clear();
+  EXPECT_THROW(session.create_browse_request(1, 2, more), std::out_of_range);
+  session.browse_address = {0, 0, 0, 0};
+  session.dictionary_handle.resize(3);
+  EXPECT_THROW(session.create_browse_request(1, 2, more), std::out_of_range);
+  EXPECT_THROW(session.create_get_data_type_request(1, 2, more, {0, 0, 0, 0}), std::out_of_range);
+}
+
+// An item at block 0x0102, byte offset 0x012345; byte 5 of the location is never used.
+read_comm item_at_012345(uint8_t format, uint16_t type_id, uint16_t count) {
+  read_comm item;
+  item.location = {0x02, 0x01, 0x45, 0x23, 0x01, 0xAA};
+  item.read_format = format;
+  item.type_id = type_id;
+  item.count = count;
+  return item;
+}
+
+data_type array_of(uint16_t element_type) {
+  data_type t;
+  t.name = std::string("T") + '\0';
+  t.element_type = element_type;
+  return t;
+}
+
+struct read_item_case {
+  const char* what;
+  read_comm item;
+  bytes expected;  // the item record
+  uint8_t single_element;
+};
+
+class ReadItem : public ::testing::TestWithParam<read_item_case> {};
+
+TEST_P(ReadItem, RecordBytes) {
+  unity_process session;
+  session.data_types[100] = array_of(4);   // INT elements
+  session.data_types[101] = array_of(25);  // EBOOL elements
+  session.data_types[102] = array_of(6);   // DINT elements
+  session.table_address = 0x0A0B0C0D;
+  std::vector<read_comm> items{GetParam().item};
+  bool expect_reply = true;
+  bool normalise = false;
+  const modbus_tcp_frame frame = session.create_read_request(42, 2, expect_reply, items, normalise);
+  expect_frame_shape(frame, 42);
+  bytes expected{0x00, 0x22, 0x0D, 0x0C, 0x0B, 0x0A, 0x01};
+  expected.insert(expected.end(), GetParam().expected.begin(), GetParam().expected.end());
+  EXPECT_EQ(frame.pdu.data, expected) << GetParam().what;
+  EXPECT_EQ(items[0].single_element, GetParam().single_element) << GetParam().what;
+  EXPECT_TRUE(expect_reply);
+  EXPECT_FALSE(normalise);
+}
+
+read_comm with_offsets(read_comm item, uint16_t element, uint64_t member) {
+  item.element_offset = element;
+  item.member_offset = member;
+  return item;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Codes, ReadItem,
+    ::testing::Values(read_item_case{"direct format",
+                                     item_at_012345(2, 4, 1),
+                                     {0x02, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45},
+                                     0},
+                      read_item_case{"offsets add, member offset cut to 32 bits",
+                                     with_offsets(item_at_012345(3, 6, 1), 0x0100, 0x100000010ULL),
+                                     {0x03, 0x02, 0x01, 0x01, 0x24, 0x01, 0x55},
+                                     0},
+                      read_item_case{"type 9 sends length code 17 whatever its format",
+                                     item_at_012345(3, 9, 1),
+                                     {0x11, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45},
+                                     0},
+                      read_item_case{"typed single element: extra 01, EBOOL marks the item",
+                                     item_at_012345(0x21, 101, 1),
+                                     {0x21, 0x02, 0x01, 0x01, 0x23, 0x01, 0x01, 0x45},
+                                     1},
+                      read_item_case{"typed single element of another type stays unmarked",
+                                     item_at_012345(0x21, 100, 1),
+                                     {0x21, 0x02, 0x01, 0x01, 0x23, 0x01, 0x01, 0x45},
+                                     0},
+                      read_item_case{"typed run takes the element's length code and a count",
+                                     item_at_012345(0x21, 100, 3),
+                                     {0x12, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45, 0x03, 0x00},
+                                     0},
+                      read_item_case{"typed run of an unknown type keeps 0x21",
+                                     item_at_012345(0x21, 555, 0x0102),
+                                     {0x21, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45, 0x02, 0x01},
+                                     0},
+                      read_item_case{"no direct format, known type, one element still counted",
+                                     item_at_012345(255, 102, 1),
+                                     {0x13, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45, 0x01, 0x00},
+                                     0},
+                      read_item_case{"no direct format, unknown type",
+                                     item_at_012345(255, 555, 4),
+                                     {0xFF, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45, 0x04, 0x00},
+                                     0},
+                      read_item_case{"direct format with a count of 2 sends no count",
+                                     item_at_012345(1, 100, 2),
+                                     {0x01, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45},
+                                     0}));
+
+TEST(ReadRequest, ItemCountIsOneByteAndItemsKeepOrder) {
+  unity_process session;
+  std::vector<read_comm> items{item_at_012345(1, 1, 1), item_at_012345(2, 4, 1)};
+  items[1].location[0] = 0x07;
+  bool expect_reply = true;
+  bool normalise = false;
+  const bytes data = session.create_read_request(1, 2, expect_reply, items, normalise).pdu.data;
+  ASSERT_EQ(data.size(), 7u + 7 + 7);
+  EXPECT_EQ(data[6], 2);
+  EXPECT_EQ(data[7], 0x01);
+  EXPECT_EQ(data[14], 0x02);
+  EXPECT_EQ(data[15], 0x07);
+}
+
+struct write_item_case {
+  const char* what;
+  std::vector<read_comm> items;
+  bytes expected;  // everything after the item count
+};
+
+read_comm with_data(read_comm item, bytes data) {
+  item.data.assign(data.begin(), data.end());
+  return item;
+}
+
+class WriteItem : public ::testing::TestWithParam<write_item_case> {};
+
+TEST_P(WriteItem, RecordBytes) {
+  unity_process session;
+  session.data_types[100] = array_of(4);
+  session.data_types[101] = array_of(25);
+  session.data_types[103] = array_of(9);
+  session.table_address = 0x01020304;
+  bool expect_reply = true;
+  const modbus_tcp_frame frame = session.create_write_request(5, 2, expect_reply, GetParam().items);
+  expect_frame_shape(frame, 5);
+  bytes expected{
+      0x00, 0x23, 0x04, 0x03, 0x02, 0x01, static_cast<unsigned char>(GetParam().items.size())};
+  expected.insert(expected.end(), GetParam().expected.begin(), GetParam().expected.end());
+  EXPECT_EQ(frame.pdu.data, expected) << GetParam().what;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Codes, WriteItem,
+    ::testing::Values(
+        write_item_case{"address as four bytes, values as they are",
+                        {with_data(item_at_012345(2, 4, 1), {0x34, 0x12})},
+                        {0x02, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x34, 0x12}},
+        write_item_case{"first code 0 sends booleans",
+                        {with_data(item_at_012345(0, 25, 1), {0x80})},
+                        {0x00, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x01}},
+        write_item_case{"first code 0 turns every item's values into booleans",
+                        {with_data(item_at_012345(0, 25, 1), {0x00}),
+                         with_data(item_at_012345(2, 4, 1), {0x02, 0x00})},
+                        {0x00, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x00, 0x02, 0x02, 0x01, 0x45,
+                         0x23, 0x01, 0x00, 0x01, 0x00}},
+        write_item_case{"type 9 sends 17 and a count",
+                        {with_data(item_at_012345(0x21, 9, 2), {'a', 'b'})},
+                        {0x11, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x02, 0x00, 'a', 'b'}},
+        write_item_case{"no direct format, one element of a known type: its format code",
+                        {with_data(item_at_012345(255, 100, 1), {0x05, 0x00})},
+                        {0x02, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x05, 0x00}},
+        write_item_case{"no direct format, run of a known type: length code and count",
+                        {with_data(item_at_012345(255, 101, 2), {0x00, 0x80})},
+                        {0x10, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x02, 0x00, 0x00, 0x80}},
+        write_item_case{"no direct format, string elements: length code even for one",
+                        {with_data(item_at_012345(255, 103, 1), {'x'})},
+                        {0x11, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x01, 0x00, 'x'}},
+        write_item_case{"no direct format, unknown type: 255 and no count",
+                        {with_data(item_at_012345(255, 555, 1), {0x07})},
+                        {0xFF, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x07}},
+        write_item_case{"typed format sends a count",
+                        {with_data(item_at_012345(0x21, 100, 1), {0x01})},
+                        {0x21, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x01, 0x00, 0x01}},
+        write_item_case{"the first item's code decides the count of the others",
+                        {with_data(item_at_012345(0x21, 100, 3), {}),
+                         with_data(item_at_012345(2, 4, 1), {0x09})},
+                        {0x21, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x03, 0x00, 0x02, 0x02, 0x01,
+                         0x45, 0x23, 0x01, 0x00, 0x01, 0x00, 0x09}}));
+
+TEST(StringSize, OddDeclaredLength) {
+  unity_process session;
+  session.data_types[1] = array_of(4);
+  data_type odd = array_of(9);
+  odd.name = std::string("STRING[17]") + '\0';
+  session.data_types[2] = odd;
+  data_type even = odd;
+  even.name = std::string("STRING[16]") + '\0';
+  session.data_types[3] = even;
+  data_type plain = odd;
+  plain.name = std::string("STRING") + '\0';
+  session.data_types[4] = plain;
+
+  EXPECT_FALSE(session.is_string_size_odd(99));
+  EXPECT_FALSE(session.is_string_size_odd(1));
+  EXPECT_TRUE(session.is_string_size_odd(2));
+  EXPECT_FALSE(session.is_string_size_odd(3));
+  EXPECT_THROW(session.is_string_size_odd(4), std::out_of_range);
+}
+
+}  // namespace
