@@ -23,7 +23,9 @@ class temp_tag_file {
   void write_bytes(const std::vector<unsigned char>& bytes) const {
     std::FILE* file = std::fopen(path_.c_str(), "wb");
     ASSERT_NE(file, nullptr);
-    ASSERT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), file), bytes.size());
+    if (!bytes.empty()) {
+      ASSERT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), file), bytes.size());
+    }
     ASSERT_EQ(std::fclose(file), 0);
   }
 
