@@ -1,0 +1,110 @@
+// Shared setup of the request, response and offline tests: a device_context built directly
+// from a tag file, and host records shaped the way the host fills them.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "driver/device_context.h"
+#include "driver/tag_driver_offline_578.h"
+#include "tag_index/tag_file_writer.h"
+
+namespace host_paths {
+
+struct request_spec {
+  uint32_t tag = 0;
+  uint8_t type = 0;
+  uint16_t array_index = 0;
+  uint16_t count = 1;
+  uint8_t bit_spec = 0;
+};
+
+class device_test : public ::testing::Test {
+ protected:
+  // Tags 0..n-1 of the table, in this order.
+  void load(const std::vector<std::string>& names, uint8_t offline) {
+    path_ = ::testing::TempDir() + "host_paths_" +
+            ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".bin";
+    std::vector<tag_file::record> records;
+    for (const auto& n : names) records.push_back({n});
+    ASSERT_TRUE(tag_file::write(path_, records, false));
+    device_ = std::make_unique<device_context>();
+    device_->tag_table.Read(path_.c_str(), 0);
+    ASSERT_EQ(device_->tag_table.tag_count, names.size());
+    device_->offline_mode = offline;
+  }
+
+  void TearDown() override {
+    if (!path_.empty()) std::remove(path_.c_str());
+  }
+
+  // Gives tag i the dictionary position the index builder would have given it.
+  void resolve(uint32_t i, uint32_t read_format, uint16_t type_id, uint16_t block, uint32_t offset,
+               uint64_t member_offset = 0) {
+    tag_entry* e = device_->tag_table.Get(i);
+    e->read_format = read_format;
+    e->type_id = type_id;
+    e->location = {
+        static_cast<unsigned char>(block),        static_cast<unsigned char>(block >> 8),
+        static_cast<unsigned char>(offset),       static_cast<unsigned char>(offset >> 8),
+        static_cast<unsigned char>(offset >> 16), static_cast<unsigned char>(offset >> 24)};
+    e->member_offset = member_offset;
+  }
+
+  std::vector<_gui_request_> requests(const std::vector<request_spec>& specs, uint8_t kind = 0) {
+    std::vector<_gui_request_> out(specs.empty() ? 1 : specs.size());
+    std::memset(static_cast<void*>(out.data()), 0, out.size() * sizeof(_gui_request_));
+    for (std::size_t i = 0; i < specs.size(); ++i) {
+      out[i].ref.tag_index = specs[i].tag;
+      out[i].ref.type_code_a = specs[i].type;
+      out[i].ref.array_index = specs[i].array_index;
+      out[i].ref.element_count = specs[i].count;
+      out[i].ref.bit_spec = specs[i].bit_spec;
+    }
+    out[0].request_kind = kind;
+    out[0].device_handle = device_.get();
+    std::memset(out[0].status, 0x5C, sizeof(out[0].status));
+    return out;
+  }
+
+  // Host results pre-filled with a pattern, so that untouched bytes show.
+  static std::vector<_input_data_> results(std::size_t n) {
+    std::vector<_input_data_> out(n);
+    std::memset(static_cast<void*>(out.data()), 0xAA, n * sizeof(_input_data_));
+    return out;
+  }
+
+  std::vector<_system_info> infos(std::size_t n, uint32_t valid = 1) {
+    std::vector<_system_info> out(n);
+    std::memset(static_cast<void*>(out.data()), 0, n * sizeof(_system_info));
+    for (std::size_t i = 0; i < n; ++i) out[i].request_id = static_cast<uint32_t>(100 + i);
+    out[0].info_valid = valid;
+    out[0].device_handle = device_.get();
+    return out;
+  }
+
+  // The first units of a host result.
+  static std::vector<uint16_t> units(const _input_data_& r, std::size_t n) {
+    std::vector<uint16_t> out(n);
+    for (std::size_t i = 0; i < n; ++i) out[i] = r.result_words[i];
+    return out;
+  }
+
+  static std::vector<uint16_t> slot_units(const result_slot& s, std::size_t n) {
+    std::vector<uint16_t> out(n);
+    for (std::size_t i = 0; i < n; ++i)
+      out[i] = static_cast<uint16_t>(s.data[2 * i] | s.data[2 * i + 1] << 8);
+    return out;
+  }
+
+  tag_driver_offline_578 driver_;
+  std::unique_ptr<device_context> device_;
+  std::string path_;
+};
+
+}  // namespace host_paths

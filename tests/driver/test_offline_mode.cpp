@@ -1,0 +1,135 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "tests/driver/host_paths_fixture.h"
+
+namespace {
+
+using host_paths::request_spec;
+
+class OfflineMode : public host_paths::device_test {
+ protected:
+  void SetUp() override { load({"Level", "Speed", "Bits[0]", "Bits[3]"}, 1); }
+
+  void write(const request_spec& spec, const std::vector<uint16_t>& words, uint8_t bit_value = 0) {
+    auto req = requests({spec}, 1);
+    req[0].write.write_count = static_cast<uint16_t>(words.size());
+    for (std::size_t i = 0; i < words.size(); ++i) req[0].write_words[i] = words[i];
+    req[0].write.bit.write_bit_value = bit_value;
+    const unitydrv_result r = driver_.outputfilter(req.data(), 1);
+    EXPECT_EQ(r.byte_3, 8);
+    EXPECT_EQ(req[0].status[0], 0x5C);  // a write leaves the status bytes alone
+  }
+
+  // Reads through both filters, as the host does; returns the results.
+  std::vector<_input_data_> read(const std::vector<request_spec>& specs) {
+    auto req = requests(specs, 0);
+    const unitydrv_result r = driver_.outputfilter(req.data(), static_cast<int>(specs.size()));
+    EXPECT_EQ(r.byte_3, 8);
+    const uint8_t done[] = {0, 0, 0, 0, 1};
+    EXPECT_EQ(std::memcmp(req[0].status, done, sizeof(done)), 0);
+    auto res = results(specs.size());
+    auto inf = infos(specs.size());
+    driver_.inputFilter(res.data(), nullptr, inf.data(), static_cast<int>(specs.size()));
+    return res;
+  }
+};
+
+TEST_F(OfflineMode, UnwrittenElementsReadAsZeroAndLeaveZeroEntries) {
+  const auto res = read({{1, 196, 4, 3}});
+  EXPECT_EQ(res[0].result_status, 0);
+  EXPECT_EQ(res[0].result_code, 5);
+  EXPECT_EQ(res[0].request_id, 100u);
+  EXPECT_EQ(units(res[0], 6), std::vector<uint16_t>(6, 0));
+  ASSERT_EQ(device_->tag_values.size(), 3u);
+  uint16_t index = 4;
+  for (const auto& entry : device_->tag_values) {
+    EXPECT_EQ(entry.first.request_word, index++);
+    EXPECT_EQ(entry.first.request_index, 1u);
+    EXPECT_EQ(entry.second, 0u);
+  }
+}
+
+struct round_trip_case {
+  const char* what;
+  uint8_t type;
+  uint16_t count;
+  std::vector<uint16_t> words;
+  std::vector<uint16_t> read_back;
+};
+
+TEST_F(OfflineMode, WrittenValuesReadBackElementByElement) {
+  const round_trip_case cases[] = {
+      {"INT[3]", 195, 3, {0x1111, 0x2222, 0x3333}, {0x1111, 0x2222, 0x3333}},
+      {"DINT[2]", 196, 2, {0x5678, 0x1234, 0xBEEF, 0xDEAD}, {0x5678, 0x1234, 0xBEEF, 0xDEAD}},
+      {"LREAL", 10, 1, {1, 2, 3, 4}, {1, 2, 3, 4}},
+      {"SINT keeps low bytes", 194, 2, {0x1101, 0x2202}, {0x01, 0x02}},
+      {"STRING one character per unit", 212, 3, {0x6261, 0x0063}, {'a', 'b', 'c'}},
+      {"BOOL from the bit value", 193, 1, {}, {1}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    SetUp();
+    write({0, c.type, 2, c.count}, c.words, 1);
+    const auto res = read({{0, c.type, 2, c.count}});
+    EXPECT_EQ(units(res[0], c.read_back.size()), c.read_back);
+  }
+}
+
+TEST_F(OfflineMode, EachElementHasItsOwnKey) {
+  write({1, 195, 10, 3}, {7, 8, 9});
+  const auto res = read({{1, 195, 11, 1}, {1, 195, 12, 2}, {0, 195, 11, 1}});
+  EXPECT_EQ(units(res[0], 1), (std::vector<uint16_t>{8}));
+  EXPECT_EQ(units(res[1], 2), (std::vector<uint16_t>{9, 0}));
+  EXPECT_EQ(units(res[2], 1), (std::vector<uint16_t>{0}));
+  EXPECT_EQ(res[2].request_id, 102u);
+}
+
+TEST_F(OfflineMode, BitWriteUpdatesTheShadowValueOnly) {
+  write({0, 3, 0, 1, 32}, {}, 1);  // bit 31
+  write({0, 3, 0, 1, 3}, {}, 1);   // bit 2
+  ASSERT_EQ(device_->tag_values.size(), 2u);
+  auto req = requests({{0, 3, 0, 1, 32}}, 1);
+  offline_stTag_578 key;
+  driver_.offline_FillTagStruct(&device_->tag_table, &key, &req[0].ref);
+  EXPECT_EQ(device_->tag_values[key], 0xFFFFFFFF80000000ull);
+  write({0, 3, 0, 1, 32}, {}, 0);
+  EXPECT_EQ(device_->tag_values[key], 0u);
+}
+
+TEST_F(OfflineMode, BitArrayElementsAreKeyedByTheRenamedElement) {
+  write({2, 211, 96, 2}, {}, 1);
+  // Tag 2 names element 0; bit 96 lives in element 3, which is tag 3.
+  ASSERT_EQ(device_->element_names.count("Bits[3]"), 1u);
+  bool found = false;
+  for (const auto& entry : device_->tag_values) {
+    if (entry.first.request_index == 3 && entry.first.request_word == 96) {
+      EXPECT_STREQ(entry.first.name, "Bits[3]");
+      EXPECT_EQ(entry.second, 1u);
+      found = true;
+    }
+  }
+  EXPECT_TRUE(found);
+  const auto res = read({{2, 211, 96, 2}});
+  EXPECT_EQ(units(res[0], 2), (std::vector<uint16_t>{1, 0}));
+}
+
+TEST_F(OfflineMode, ReadWithNoRequestsStillMarksTheFirst) {
+  auto req = requests({}, 3);
+  driver_.outputfilter(req.data(), 0);
+  EXPECT_EQ(req[0].status[4], 1);
+  EXPECT_TRUE(device_->tag_values.empty());
+}
+
+TEST_F(OfflineMode, NothingValidReturnsOnlyThePreset) {
+  auto res = results(2);
+  auto inf = infos(2, 0);
+  driver_.inputFilter(res.data(), nullptr, inf.data(), 2);
+  EXPECT_EQ(res[0].result_code, 5);
+  EXPECT_EQ(res[0].result_words[0], 0xAAAA);
+  EXPECT_EQ(res[1].result_code, 0xAA);
+}
+
+}  // namespace

@@ -1,0 +1,414 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <stdexcept>
+#include <thread>
+
+#include "driver/host_request.h"
+#include "tests/driver/host_paths_fixture.h"
+#include "unity/byte_cursor.h"
+#include "unity/scripted_peer.h"
+
+namespace {
+
+using host_paths::request_spec;
+using test_peer::bytes;
+
+struct fill_case {
+  const char* what;
+  uint8_t type_select;
+  uint16_t array_index;
+  uint8_t bit_spec;
+  uint8_t index_off;
+  uint8_t want_type;
+  uint16_t want_word;
+  int8_t want_bit;
+};
+
+class FillTagStruct : public host_paths::device_test {};
+
+TEST_F(FillTagStruct, TakesTypeIndexAndBitFromTheRequest) {
+  load({"Speed", "Level"}, 0);
+  resolve(1, 3, 5, 0x12, 0x340, 6);
+  const fill_case cases[] = {
+      {"type a", 0, 7, 0, 0, 195, 7, -1},
+      {"type b when selected", 1, 7, 0, 0, 12, 7, -1},
+      {"65535 means element 0", 0, 65535, 0, 0, 195, 0, -1},
+      {"bit from the index's low byte", 0, 0x0105, 255, 0, 195, 0x0105, 5},
+      {"bit from 65535 is bit 0", 0, 65535, 255, 0, 195, 0, 0},
+      {"bit_spec counts from 1", 0, 2, 1, 0, 195, 2, 0},
+      {"bit_spec 32 is bit 31", 0, 2, 32, 0, 195, 2, 31},
+      {"index_off keeps the bit taken from the index", 0, 9, 255, 1, 195, 0, 9},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    tag_ref ref{};
+    ref.tag_index = 1;
+    ref.type_code_a = 195;
+    ref.type_code_b = 12;
+    ref.type_select = c.type_select;
+    ref.array_index = c.array_index;
+    ref.bit_spec = c.bit_spec;
+    ref.index_off = c.index_off;
+    ref.element_count = 42;
+    offline_stTag_578 tag;
+    EXPECT_EQ(driver_.offline_FillTagStruct(&device_->tag_table, &tag, &ref), 42);
+    EXPECT_EQ(tag.request_index, 1u);
+    EXPECT_EQ(tag.request_byte, c.want_type);
+    EXPECT_EQ(tag.request_word, c.want_word);
+    EXPECT_EQ(tag.bit_number, c.want_bit);
+    EXPECT_STREQ(tag.name, "Level");
+    EXPECT_EQ(tag.read_format, 3u);
+    EXPECT_EQ(tag.type_id, 5);
+    EXPECT_EQ(tag.location[0], 0x12);
+    EXPECT_EQ(tag.location[2], 0x40);
+    EXPECT_EQ(tag.member_offset, 6u);
+  }
+}
+
+// Regression: a tag number past the table must not read outside the entries.
+TEST_F(FillTagStruct, TagBeyondTheTableIsAnEmptyUnresolvedTag) {
+  load({"Speed"}, 0);
+  tag_ref ref{};
+  ref.tag_index = 5;
+  ref.type_code_a = 211;
+  ref.element_count = 2;
+  offline_stTag_578 tag;
+  EXPECT_EQ(driver_.offline_FillTagStruct(&device_->tag_table, &tag, &ref), 2);
+  EXPECT_EQ(tag.request_index, 5u);
+  ASSERT_NE(tag.name, nullptr);
+  EXPECT_STREQ(tag.name, "");
+  EXPECT_EQ(tag.read_format, 0u);
+  EXPECT_EQ(tag.member_offset, 0u);
+}
+
+// The Unity message of a request received by the peer.
+bytes message(const bytes& request) {
+  return test_peer::message_of(request);
+}
+
+bytes read_reply(const bytes& request, const bytes& values) {
+  bytes m = {0x00, 0xFE};
+  m.insert(m.end(), values.begin(), values.end());
+  return test_peer::reply_frame(test_peer::transaction_of(request), m);
+}
+
+// A session connected to a scripted controller and ready for variable exchanges.
+class OnlineRequests : public host_paths::device_test {
+ protected:
+  void connect(test_peer::scripted_peer& peer) {
+    ASSERT_EQ(device_->session.setup_device("127.0.0.1", peer.port(), 100), 1);
+    device_->session.state = unity_process::state_ready;
+    device_->session.table_address = 0x11223344;
+  }
+
+  // Waits (bounded) until the peer has seen n requests.
+  static std::vector<bytes> requests_seen(test_peer::scripted_peer& peer, std::size_t n) {
+    for (int i = 0; i < 200 && peer.requests().size() < n; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return peer.requests();
+  }
+};
+
+TEST_F(OnlineRequests, ReadWithNoRequestsSendsNothing) {
+  load({"A"}, 0);
+  test_peer::scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
+  connect(peer);
+  for (uint8_t kind : {0, 3}) {
+    auto req = requests({}, kind);
+    const unitydrv_result r = driver_.outputfilter(req.data(), 0);
+    EXPECT_EQ(r.byte_2, 0);
+    EXPECT_EQ(r.byte_3, 8);
+    EXPECT_EQ(r.word_4, 0u);
+    for (uint8_t b : req[0].status) EXPECT_EQ(b, 0);
+  }
+  EXPECT_TRUE(peer.requests().empty());
+  EXPECT_EQ(device_->session.state, unity_process::state_ready);
+}
+
+TEST_F(OnlineRequests, ReadUnpacksEveryTypeIntoItsSlot) {
+  load({"W", "D", "L", "S", "B", "Flag", "U"}, 0);
+  resolve(0, 4, 5, 1, 0x100);
+  resolve(1, 6, 7, 1, 0x200);
+  resolve(2, 8, 9, 1, 0x300);
+  resolve(3, 0x21, 30, 1, 0x400);
+  resolve(4, 1, 25, 1, 0x500);  // type id 25: one bit per byte
+  resolve(5, 1, 1, 1, 0x600);
+  resolve(6, 1, 1, 1, 0x700);
+  const bytes values = {
+      0x34, 0x12, 0x78, 0x56,              // WORD[2]
+      0x04, 0x03, 0x02, 0x01,              // DINT
+      1,    2,    3,    4,    5, 6, 7, 8,  // LREAL
+      'a',  'b',  'c',                     // STRING[3]
+      0x02, 0x03, 0x00, 0x05,              // BYTE[4] of type id 25
+      0x02,                                // BYTE, plain
+  };
+  test_peer::scripted_peer peer(
+      [&](const bytes& req, std::size_t, bool&) { return read_reply(req, values); });
+  connect(peer);
+  auto req = requests({{0, 3, 0, 2},
+                       {1, 196, 0, 1},
+                       {2, 10, 0, 1},
+                       {3, 212, 0, 3},
+                       {4, 2, 0, 4},
+                       {5, 2, 0, 1},
+                       {6, 99, 0, 3}});
+  std::memset(device_->tag_table.slot(6).data, 0x77, 4);
+  const unitydrv_result r = driver_.outputfilter(req.data(), static_cast<int>(req.size()));
+  EXPECT_EQ(r.byte_3, 8);
+  EXPECT_EQ(req[0].status[4], 0);
+  auto& t = device_->tag_table;
+  EXPECT_EQ(slot_units(t.slot(0), 3), (std::vector<uint16_t>{0x1234, 0x5678, 0}));
+  EXPECT_EQ(slot_units(t.slot(1), 2), (std::vector<uint16_t>{0x0304, 0x0102}));
+  EXPECT_EQ(slot_units(t.slot(2), 4), (std::vector<uint16_t>{0x0201, 0x0403, 0x0605, 0x0807}));
+  EXPECT_EQ(slot_units(t.slot(3), 3), (std::vector<uint16_t>{'a', 'b', 'c'}));
+  // Bit 1 is masked off: exactly 2 reads as clear.
+  EXPECT_EQ(slot_units(t.slot(4), 4), (std::vector<uint16_t>{0, 1, 0, 1}));
+  EXPECT_EQ(slot_units(t.slot(5), 1), (std::vector<uint16_t>{2}));
+  // An unknown type consumes nothing; its slot is only cleared.
+  EXPECT_EQ(slot_units(t.slot(6), 2), (std::vector<uint16_t>{0, 0}));
+  EXPECT_EQ(t.slot(3).type_code, 212);
+  EXPECT_EQ(t.slot(3).element_count, 3);
+  EXPECT_EQ(t.slot(3).bit_number, 255);
+  EXPECT_EQ(device_->session.state, unity_process::state_read_ok);
+}
+
+TEST_F(OnlineRequests, ReadItemCarriesTheElementOffsetAndTheBitIsDroppedFromTheRead) {
+  load({"Words"}, 0);
+  resolve(0, 3, 5, 0x0102, 0x000100);
+  test_peer::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
+    return read_reply(req, {0x18, 0x00});
+  });
+  connect(peer);
+  auto req = requests({{0, 3, 3, 1, 5}});  // WORD element 3, bit 4
+  driver_.outputfilter(req.data(), 1);
+  const auto seen = requests_seen(peer, 1);
+  ASSERT_EQ(seen.size(), 1u);
+  const bytes m = message(seen[0]);
+  ASSERT_GE(m.size(), 14u);
+  EXPECT_EQ(m[1], 0x22);
+  EXPECT_EQ(m[6], 1);     // one item
+  EXPECT_EQ(m[7], 3);     // its format
+  EXPECT_EQ(m[8], 0x02);  // block
+  EXPECT_EQ(m[9], 0x01);
+  // Offset 0x100 + 3 * 2.
+  EXPECT_EQ(m[11], 0x01);
+  EXPECT_EQ(m[12], 0x00);
+  EXPECT_EQ(m[13], 0x06);
+  const result_slot& s = device_->tag_table.slot(0);
+  EXPECT_EQ(s.bit_number, 4);
+  EXPECT_EQ(slot_units(s, 1), (std::vector<uint16_t>{0x0018}));
+}
+
+TEST_F(OnlineRequests, BitArrayReadsWithTheTypeLengthAndNamesTheElement) {
+  load({"Bits[0]", "Bits[3]"}, 0);
+  resolve(0, 1, 1, 1, 0x10);
+  test_peer::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
+    return read_reply(req, {1, 0});
+  });
+  connect(peer);
+  auto req = requests({{0, 211, 96, 2}});
+  driver_.outputfilter(req.data(), 1);
+  const auto seen = requests_seen(peer, 1);
+  ASSERT_EQ(seen.size(), 1u);
+  EXPECT_EQ(message(seen[0])[7], 0x21);
+  EXPECT_EQ(device_->element_names.count("Bits[3]"), 1u);
+  EXPECT_EQ(slot_units(device_->tag_table.slot(0), 2), (std::vector<uint16_t>{1, 0}));
+}
+
+TEST_F(OnlineRequests, SingleElementOfABooleanTypeMasksBitOne) {
+  load({"E1", "E2", "Plain"}, 0);
+  data_type boolean_type;
+  boolean_type.element_type = 25;
+  data_type byte_type;
+  byte_type.element_type = 5;
+  device_->session.data_types[40] = boolean_type;
+  device_->session.data_types[41] = byte_type;
+  resolve(0, 0x21, 40, 1, 0x10);
+  resolve(1, 0x21, 40, 1, 0x11);
+  resolve(2, 0x21, 41, 1, 0x12);
+  test_peer::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
+    return read_reply(req, {0x02, 0x06, 0x02});
+  });
+  connect(peer);
+  auto req = requests({{0, 2, 0, 1}, {1, 2, 0, 1}, {2, 2, 0, 1}});
+  driver_.outputfilter(req.data(), 3);
+  EXPECT_EQ(slot_units(device_->tag_table.slot(0), 1), (std::vector<uint16_t>{0}));
+  EXPECT_EQ(slot_units(device_->tag_table.slot(1), 1), (std::vector<uint16_t>{1}));
+  EXPECT_EQ(slot_units(device_->tag_table.slot(2), 1), (std::vector<uint16_t>{2}));
+}
+
+// Regression: a reply shorter than the elements asked for must raise, not read past it.
+TEST_F(OnlineRequests, ShortReplyRaisesOutOfRange) {
+  load({"D"}, 0);
+  resolve(0, 6, 7, 1, 0x20);
+  test_peer::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
+    return read_reply(req, {1, 2, 3});
+  });
+  connect(peer);
+  auto req = requests({{0, 196, 0, 1}});
+  EXPECT_THROW(driver_.outputfilter(req.data(), 1), std::out_of_range);
+}
+
+TEST_F(OnlineRequests, FailedReadKeepsTheSlotDataAndSetsStateNine) {
+  load({"W"}, 0);
+  device_->session.state = unity_process::state_not_connected;
+  result_slot& s = device_->tag_table.slot(0);
+  std::memset(s.data, 0x42, 4);
+  auto req = requests({{0, 3, 0, 2, 3}});
+  driver_.outputfilter(req.data(), 1);
+  EXPECT_EQ(s.type_code, 3);
+  EXPECT_EQ(s.element_count, 2);
+  EXPECT_EQ(s.bit_number, 2);
+  EXPECT_EQ(slot_units(s, 2), (std::vector<uint16_t>{0x4242, 0x4242}));
+  EXPECT_EQ(device_->session.state, unity_process::state_failed);
+  for (uint8_t b : req[0].status) EXPECT_EQ(b, 0);
+}
+
+// The value the shadow map holds for a bit write of tag 0 (type WORD) at bit_spec.
+struct bit_write_case {
+  const char* what;
+  uint8_t bit_spec;
+  uint8_t set;
+  unsigned long long before;
+  unsigned long long after;
+};
+
+TEST_F(OnlineRequests, BitWriteChangesOnlyTheShadowValue) {
+  load({"W"}, 0);
+  test_peer::scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
+  connect(peer);
+  const bit_write_case cases[] = {
+      {"set bit 0", 1, 1, 0, 1},
+      {"clear bit 3", 4, 0, 0xFFull, 0xF7ull},
+      {"set bit 31 fills the high half", 32, 1, 0, 0xFFFFFFFF80000000ull},
+      {"clear bit 31 empties the high half", 32, 0, 0xFFFFFFFF80000001ull, 1},
+      {"bit 32 changes nothing", 33, 1, 5, 5},
+      {"clearing bit 40 keeps the high half", 41, 0, 0xFFFFFFFF00000003ull, 0xFFFFFFFF00000003ull},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    auto req = requests({{0, 3, 0, 1, c.bit_spec}}, 1);
+    req[0].write.bit.write_bit_value = c.set;
+    offline_stTag_578 key;
+    driver_.offline_FillTagStruct(&device_->tag_table, &key, &req[0].ref);
+    device_->tag_values[key] = c.before;
+    EXPECT_EQ(driver_.outputfilter(req.data(), 1).byte_3, 8);
+    EXPECT_EQ(device_->tag_values[key], c.after);
+    for (uint8_t b : req[0].status) EXPECT_EQ(b, 0);
+  }
+  EXPECT_TRUE(peer.requests().empty());
+}
+
+TEST_F(OnlineRequests, SecondBitWriteKeepsTheFirstBit) {
+  load({"W"}, 0);
+  for (uint8_t spec : {1, 3}) {
+    auto req = requests({{0, 3, 4, 1, spec}}, 2);
+    req[0].write.bit.write_bit_value = 1;
+    driver_.outputfilter(req.data(), 1);
+  }
+  auto first = requests({{0, 3, 4, 1, 1}}, 2);
+  offline_stTag_578 key;
+  driver_.offline_FillTagStruct(&device_->tag_table, &key, &first[0].ref);
+  ASSERT_EQ(device_->tag_values.count(key), 1u);
+  EXPECT_EQ(device_->tag_values[key], 1u);
+  auto second = requests({{0, 3, 4, 1, 3}}, 2);
+  driver_.offline_FillTagStruct(&device_->tag_table, &key, &second[0].ref);
+  EXPECT_EQ(device_->tag_values[key], 4u);
+}
+
+// Splits a write-variables message into its items (each: header bytes, then data_len).
+struct write_item {
+  uint8_t code;
+  uint16_t block;
+  uint32_t address;
+  bytes data;
+};
+
+std::vector<write_item> write_items(const bytes& m, std::size_t data_len) {
+  wire::le_reader in(m);
+  EXPECT_EQ(in.u8(), 0x00);
+  EXPECT_EQ(in.u8(), 0x23);
+  in.u32();
+  const unsigned n = in.u8();
+  std::vector<write_item> items;
+  for (unsigned i = 0; i < n; ++i) {
+    write_item it;
+    it.code = in.u8();
+    it.block = in.u16();
+    it.address = in.u32();
+    for (std::size_t b = 0; b < data_len; ++b) it.data.push_back(in.u8());
+    items.push_back(it);
+  }
+  EXPECT_TRUE(in.at_end());
+  return items;
+}
+
+struct write_case {
+  const char* what;
+  uint8_t type;
+  int count;
+  std::vector<uint16_t> words;
+  std::vector<uint32_t> addresses;  // per item
+  bytes data;                       // every item's data
+};
+
+TEST_F(OnlineRequests, WholeValueWritesBuildOneItemPerElement) {
+  const write_case cases[] = {
+      {"DINT, two elements", 196, 2, {0x5678, 0x1234}, {0x108, 0x10C}, {0x78, 0x56, 0x34, 0x12}},
+      {"SINT packs low bytes", 194, 1, {0x1101, 0x2202}, {0x102}, {0x01, 0x02, 0, 0}},
+      {"STRING counts 2 and sends one item", 212, 3, {0x6261}, {0x104}, {0x61, 0x62}},
+      {"LREAL", 10, 1, {1, 2, 3, 4}, {0x110}, {1, 0, 2, 0, 3, 0, 4, 0}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    load({"T"}, 0);
+    resolve(0, 7, 8, 3, 0x100);
+    test_peer::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
+      return test_peer::reply_frame(test_peer::transaction_of(req), {0x00, 0xFE, 0x01});
+    });
+    connect(peer);
+    auto req = requests({{0, c.type, 2, 1}}, 1);
+    req[0].write.write_count = static_cast<uint16_t>(c.words.size());
+    for (std::size_t i = 0; i < c.words.size(); ++i) req[0].write_words[i] = c.words[i];
+    driver_.outputfilter(req.data(), c.count);
+    const auto seen = requests_seen(peer, 1);
+    ASSERT_EQ(seen.size(), 1u);
+    const auto items = write_items(message(seen[0]), c.data.size());
+    ASSERT_EQ(items.size(), c.addresses.size());
+    for (std::size_t i = 0; i < items.size(); ++i) {
+      EXPECT_EQ(items[i].code, 7);
+      EXPECT_EQ(items[i].block, 3);
+      EXPECT_EQ(items[i].address, c.addresses[i]);
+      EXPECT_EQ(items[i].data, c.data);
+    }
+    EXPECT_EQ(device_->session.state, unity_process::state_write_ok);
+    EXPECT_TRUE(device_->tag_values.empty());
+  }
+}
+
+TEST_F(OnlineRequests, BoolWriteSendsTheBitValueByte) {
+  load({"Flag"}, 0);
+  resolve(0, 1, 1, 2, 0x40);
+  test_peer::scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
+  connect(peer);
+  auto req = requests({{0, 193, 0, 1}}, 1);
+  req[0].write.bit.write_bit_value = 1;
+  driver_.outputfilter(req.data(), 1);
+  const auto seen = requests_seen(peer, 1);
+  ASSERT_EQ(seen.size(), 1u);
+  const auto items = write_items(message(seen[0]), 1);
+  ASSERT_EQ(items.size(), 1u);
+  EXPECT_EQ(items[0].data, bytes{1});
+  EXPECT_EQ(items[0].address, 0x40u);
+}
+
+TEST(OutputFilter, NullDeviceHandleReturnsTheRecord) {
+  std::vector<_gui_request_> req(1);
+  std::memset(static_cast<void*>(req.data()), 0, sizeof(_gui_request_));
+  tag_driver_offline_578 driver;
+  EXPECT_EQ(driver.outputfilter(req.data(), 1).byte_3, 8);
+}
+
+}  // namespace

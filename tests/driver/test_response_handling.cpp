@@ -1,0 +1,162 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "tests/driver/host_paths_fixture.h"
+
+namespace {
+
+class InputFilter : public host_paths::device_test {
+ protected:
+  void SetUp() override {
+    load({"A", "B", "C"}, 0);
+    device_->session.state = unity_process::state_ready;
+  }
+
+  void set_slot(std::size_t i, uint8_t type, uint8_t bit, uint16_t n,
+                const std::vector<uint8_t>& data) {
+    result_slot& s = device_->tag_table.slot(i);
+    s.type_code = type;
+    s.bit_number = bit;
+    s.element_count = n;
+    std::memset(s.data, 0, sizeof(s.data));
+    std::memcpy(s.data, data.data(), data.size());
+  }
+};
+
+TEST_F(InputFilter, SessionFailureIsReportedOnceForEveryResult) {
+  set_slot(0, 3, 255, 1, {0x34, 0x12});
+  set_slot(1, 3, 255, 1, {0x78, 0x56});
+  set_slot(2, 3, 255, 1, {0x01, 0x00});
+  device_->session.state = unity_process::state_failed;
+  auto res = results(3);
+  auto inf = infos(3);
+  driver_.inputFilter(res.data(), nullptr, inf.data(), 3);
+  for (const auto& r : res) {
+    EXPECT_EQ(r.result_status, 2);
+    EXPECT_EQ(r.result_code, 10);
+  }
+  EXPECT_EQ(res[0].request_id, 0u);
+  EXPECT_EQ(res[1].result_words[0], 0xAAAA);
+  EXPECT_EQ(device_->session.state, unity_process::state_ready);
+
+  driver_.inputFilter(res.data(), nullptr, inf.data(), 3);
+  const uint16_t want[] = {0x1234, 0x5678, 0x0001};
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(res[i].result_status, 0);
+    EXPECT_EQ(res[i].result_code, 5);
+    EXPECT_EQ(res[i].request_id, 100u + i);
+    EXPECT_EQ(res[i].result_words[0], want[i]);
+  }
+}
+
+TEST_F(InputFilter, FailureWithNoResultsStillResetsTheState) {
+  device_->session.state = unity_process::state_failed;
+  auto res = results(1);
+  auto inf = infos(1);
+  driver_.inputFilter(res.data(), nullptr, inf.data(), 0);
+  EXPECT_EQ(device_->session.state, unity_process::state_ready);
+  EXPECT_EQ(res[0].result_status, 0);
+  EXPECT_EQ(res[0].result_code, 5);
+}
+
+TEST_F(InputFilter, NothingValidLeavesAllButThePresetAlone) {
+  set_slot(0, 3, 255, 1, {0x34, 0x12});
+  auto res = results(2);
+  auto inf = infos(2, 0);
+  driver_.inputFilter(res.data(), nullptr, inf.data(), 2);
+  EXPECT_EQ(res[0].result_status, 0);
+  EXPECT_EQ(res[0].result_code, 5);
+  EXPECT_EQ(res[0].request_id, 0u);
+  EXPECT_EQ(res[0].result_words[0], 0xAAAA);
+  EXPECT_EQ(res[1].result_status, 0xAA);
+}
+
+struct copy_case {
+  const char* what;
+  uint8_t type;
+  uint16_t n;
+  std::size_t bytes_copied;
+};
+
+TEST_F(InputFilter, WholeValuesCopyTheirSizeAndNoMore) {
+  const copy_case cases[] = {
+      {"BOOL one unit each", 193, 3, 6},
+      {"SINT", 194, 2, 4},
+      {"STRING", 212, 5, 10},
+      {"WORD", 3, 3, 6},
+      {"DINT", 196, 2, 8},
+      {"REAL", 202, 1, 4},
+      {"LREAL", 10, 2, 16},
+      {"unknown type", 99, 4, 0},
+  };
+  std::vector<uint8_t> pattern(64);
+  for (std::size_t i = 0; i < pattern.size(); ++i) pattern[i] = static_cast<uint8_t>(i + 1);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    set_slot(0, c.type, 255, c.n, pattern);
+    auto res = results(1);
+    auto inf = infos(1);
+    driver_.inputFilter(res.data(), nullptr, inf.data(), 1);
+    const uint8_t* words = reinterpret_cast<const uint8_t*>(&res[0]) + 8;
+    for (std::size_t b = 0; b < 32; ++b) {
+      EXPECT_EQ(words[b], b < c.bytes_copied ? pattern[b] : 0xAA) << "byte " << b;
+    }
+  }
+}
+
+// Regression: an element count beyond the slot must not copy past the slot or the result.
+TEST_F(InputFilter, HugeElementCountsStayInsideSlotAndResult) {
+  set_slot(0, 10, 255, 65535, {1});
+  set_slot(1, 3, 0, 65535, {0xFF, 0xFF});
+  auto res = results(2);
+  auto inf = infos(2);
+  driver_.inputFilter(res.data(), nullptr, inf.data(), 2);
+  EXPECT_EQ(res[0].result_words[0], 1);
+  EXPECT_EQ(res[0].result_words[396], 0xAAAA);  // past the slot's 792 bytes
+  EXPECT_EQ(res[1].result_words[2047], 0);      // bit 2047 mod 256 = 255: clear
+  EXPECT_EQ(res[1].result_words[256], 0xFFFF);  // position 0 again
+}
+
+struct bit_case {
+  const char* what;
+  uint8_t type;
+  std::vector<uint8_t> data;
+  uint8_t bit;
+  uint16_t n;
+  std::vector<uint16_t> want;
+};
+
+TEST_F(InputFilter, BitAddressingPicksBitsOfOneSourceValue) {
+  const bit_case cases[] = {
+      {"WORD 0x0018 from bit 3", 3, {0x18, 0x00}, 3, 4, {0xFFFF, 0xFFFF, 0, 0}},
+      {"DWORD across bit 31", 4, {0, 0, 0, 0xC0}, 30, 4, {0xFFFF, 0xFFFF, 0, 0}},
+      {"positions wrap at 256", 196, {0x03, 0, 0, 0}, 254, 4, {0, 0, 0xFFFF, 0xFFFF}},
+      {"a byte source ignores the next byte", 2, {0x80, 0xFF}, 7, 2, {0xFFFF, 0}},
+      {"INT high byte", 195, {0x00, 0x80}, 15, 1, {0xFFFF}},
+      {"bit 32 and beyond are clear", 202, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, 32, 2, {0, 0}},
+      {"BOOL has no source value", 193, {0xFF, 0xFF}, 0, 2, {0, 0}},
+      {"LREAL has no source value", 10, {0xFF, 0xFF}, 1, 1, {0}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    set_slot(0, c.type, c.bit, c.n, c.data);
+    auto res = results(1);
+    auto inf = infos(1);
+    driver_.inputFilter(res.data(), nullptr, inf.data(), 1);
+    EXPECT_EQ(units(res[0], c.want.size()), c.want);
+    EXPECT_EQ(res[0].result_words[c.n], 0xAAAA);
+  }
+}
+
+TEST_F(InputFilter, NullDeviceHandleTouchesNothing) {
+  auto res = results(1);
+  auto inf = infos(1);
+  inf[0].device_handle = nullptr;
+  driver_.inputFilter(res.data(), nullptr, inf.data(), 1);
+  EXPECT_EQ(res[0].result_status, 0xAA);
+  EXPECT_EQ(res[0].result_code, 0xAA);
+}
+
+}  // namespace
