@@ -1,0 +1,113 @@
+// Whole identification and dictionary download against the simulator: the example
+// project and large generated ones, for M340 and "BME P58" type texts.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+
+#include "tests/session/session_download.h"
+
+namespace {
+
+using session_test::download_dictionary;
+using session_test::key;
+using session_test::location_of;
+
+// Every derived type, member list and variable of the project is in the session.
+void expect_dictionary_matches(const unity_process& session, const plcsim::project& p) {
+  ASSERT_EQ(session.tables.size(), p.variables.size());
+  for (const plcsim::variable& v : p.variables) {
+    auto found = session.tables.find(key(v.name));
+    ASSERT_NE(found, session.tables.end()) << v.name;
+    uint16_t block = 0;
+    uint32_t offset = 0;
+    location_of(found->second, block, offset);
+    EXPECT_EQ(block, v.block) << v.name;
+    EXPECT_EQ(offset, v.offset) << v.name;
+    EXPECT_EQ(found->second.type_id, v.type) << v.name;
+  }
+  ASSERT_EQ(session.data_types.size(), p.types.size());
+  for (const auto& [id, t] : p.types) {
+    const data_type& got = session.data_types.at(id);
+    EXPECT_EQ(got.name, key(t.name)) << t.name;
+    if (t.kind == "string") {
+      EXPECT_EQ(got.element_type, 9) << t.name;
+    }
+    if (t.kind == "array") {
+      EXPECT_EQ(got.element_type, t.element_type) << t.name;
+      EXPECT_EQ(got.bounds.size(), 8 * t.dimensions.size()) << t.name;
+    }
+    if (t.kind == "struct") {
+      const auto& members = session.struct_members.at(id);
+      ASSERT_EQ(members.size(), t.members.size()) << t.name;
+      for (std::size_t m = 0; m < members.size(); ++m)
+        EXPECT_EQ(members[m].name, key(t.members[m].name)) << t.name;
+    }
+  }
+}
+
+struct project_case {
+  const char* what;
+  std::size_t variables;
+  std::size_t struct_types;
+  bool m580;
+};
+
+class GeneratedProject : public ::testing::TestWithParam<project_case> {};
+
+TEST_P(GeneratedProject, DownloadsWholeDictionary) {
+  const project_case c = GetParam();
+  plcsim::server plc(plcsim::generate_project(c.variables, c.struct_types, c.m580));
+  ASSERT_TRUE(plc.start_on_free_loopback());
+  unity_process session;
+  const auto started = std::chrono::steady_clock::now();
+  ASSERT_TRUE(download_dictionary(session, plc));
+  const auto took =
+      std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started);
+  std::printf("[ download ] %s: %zu variables, %zu structure types, %llu requests, %.1f ms\n",
+              c.what, c.variables, c.struct_types,
+              static_cast<unsigned long long>(plc.request_count()), took.count());
+  EXPECT_EQ(session.plc_type, plc.loaded_project().plc_type);
+  EXPECT_EQ(session.is_bme_p58(), c.m580);
+  EXPECT_EQ(session.table_address, plc.table_address());
+  expect_dictionary_matches(session, plc.loaded_project());
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, GeneratedProject,
+                         ::testing::Values(project_case{"small M340", 300, 20, false},
+                                           project_case{"small BME P58", 300, 20, true},
+                                           project_case{"large M340", 50000, 2000, false},
+                                           project_case{"large BME P58", 50000, 2000, true}),
+                         [](const ::testing::TestParamInfo<project_case>& info) {
+                           std::string name = info.param.what;
+                           for (char& ch : name)
+                             if (ch == ' ') ch = '_';
+                           return name;
+                         });
+
+TEST(ExampleProject, DownloadsWholeDictionary) {
+  const plcsim::project p =
+      plcsim::load_project_file(std::string(UNITYDRV_SOURCE_DIR) + "/examples/plant.json");
+  plcsim::server plc(p);
+  ASSERT_TRUE(plc.start_on_free_loopback());
+  unity_process session;
+  ASSERT_TRUE(download_dictionary(session, plc));
+  expect_dictionary_matches(session, plc.loaded_project());
+  // Identification (11), file handle (1) and at least one request per list.
+  EXPECT_GE(session.transaction_counter, 15);
+}
+
+TEST(ExampleProject, RestartAfterStopNumbersFromOne) {
+  plcsim::server plc(plcsim::generate_project(50, 5, false));
+  ASSERT_TRUE(plc.start_on_free_loopback());
+  unity_process session;
+  ASSERT_TRUE(download_dictionary(session, plc));
+  session.stop();
+  EXPECT_EQ(session.transaction_counter, 1);
+  ASSERT_EQ(session.setup_device(plc.address().c_str(), plc.port(), 100), 1);
+  ASSERT_TRUE(session.initial_device());
+  EXPECT_EQ(session.transaction_counter, 12);
+  EXPECT_EQ(plc.connection_count(), 2u);
+}
+
+}  // namespace
