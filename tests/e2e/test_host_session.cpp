@@ -1,0 +1,319 @@
+// The driver driven the way the host drives it, through dlopen, against the simulated
+// controller of examples/plant.json on a loopback address at port 502.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "support/driver_api.h"
+#include "tag_index/tag_file_writer.h"
+#include "tools/plcsim/plcsim.h"
+
+namespace {
+
+using driver_api::request;
+
+const std::string source_dir = UNITYDRV_SOURCE_DIR;
+
+std::vector<std::string> plant_tags() {
+  std::ifstream in(source_dir + "/examples/plant_tags.txt");
+  std::vector<std::string> names;
+  for (std::string line; std::getline(in, line);) {
+    if (!line.empty()) names.push_back(line);
+  }
+  return names;
+}
+
+// Memory bytes as the host's 16-bit units: one unit per 1- and 2-byte element, little-endian.
+std::vector<uint16_t> as_units(const std::vector<uint8_t>& bytes, unsigned element_size) {
+  std::vector<uint16_t> out;
+  if (element_size == 1) {
+    for (uint8_t b : bytes) out.push_back(b);
+    return out;
+  }
+  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
+    out.push_back(static_cast<uint16_t>(bytes[i] | bytes[i + 1] << 8));
+  }
+  return out;
+}
+
+class HostSession : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    names_ = plant_tags();
+    ASSERT_FALSE(names_.empty());
+    tag_path_ = ::testing::TempDir() + "e2e_" +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".tags";
+    std::vector<tag_file::record> records;
+    for (const auto& n : names_) records.push_back({n});
+    ASSERT_TRUE(tag_file::write(tag_path_, records, false, 5));
+    server_ = std::make_unique<plcsim::server>(
+        plcsim::load_project_file(source_dir + "/examples/plant.json"));
+    ASSERT_TRUE(server_->start_on_free_loopback());
+    lib_ = std::make_unique<driver_api::library>();
+  }
+
+  void TearDown() override {
+    if (lib_ && device_ != nullptr) lib_->CloseDevice(0, device_);
+    lib_.reset();
+    if (server_) server_->stop();
+    std::remove(tag_path_.c_str());
+  }
+
+  // InitEx, StartDeviceEx, GetInitCmdEx2 and CheckInitCmdResponseEx2, as the host calls them.
+  void start(uint8_t offline) {
+    const unitydrv_init_params params = driver_api::init_params(server_->address());
+    lib_->InitEx(0, &params);
+    ASSERT_EQ(lib_->StartDeviceEx(offline, &device_, tag_path_.c_str(), 5), 0);
+    ASSERT_NE(device_, nullptr);
+    init();
+  }
+
+  void init() {
+    uint32_t code = 99;
+    const unitydrv_result r = lib_->GetInitCmdEx2(&code, 0, 0, 0, &device_);
+    ASSERT_EQ(code, 0u);
+    EXPECT_EQ(r.word_4, 0u);
+    ASSERT_EQ(lib_->CheckInitCmdResponseEx2(0, 0, &device_), 1);
+  }
+
+  uint32_t tag(const std::string& name) const {
+    for (std::size_t i = 0; i < names_.size(); ++i) {
+      if (names_[i] == name) return static_cast<uint32_t>(i);
+    }
+    ADD_FAILURE() << "no tag " << name;
+    return 0;
+  }
+
+  // One round of OutputFilterEx and InputFilterEx.
+  driver_api::input_round read(const std::vector<request>& specs) {
+    auto req = driver_api::requests(device_, specs);
+    const unitydrv_result r = lib_->OutputFilterEx(req.data(), static_cast<int>(req.size()));
+    EXPECT_EQ(r.byte_3, 8);
+    driver_api::input_round round(device_, specs.size());
+    lib_->InputFilterEx(round.results.data(), nullptr, round.infos.data(),
+                        static_cast<int>(specs.size()));
+    return round;
+  }
+
+  void write(const request& spec, const std::vector<uint16_t>& words, uint8_t bit_value = 0) {
+    auto req = driver_api::write_request(device_, spec, words, bit_value);
+    EXPECT_EQ(lib_->OutputFilterEx(req.data(), 1).byte_3, 8);
+  }
+
+  std::vector<uint8_t> memory(const std::string& variable, uint32_t offset, std::size_t n) {
+    uint16_t block = 0;
+    uint32_t base = 0;
+    EXPECT_TRUE(server_->variable_location(variable, block, base)) << variable;
+    return server_->read_memory(block, base + offset, n);
+  }
+
+  std::vector<std::string> names_;
+  std::string tag_path_;
+  std::unique_ptr<plcsim::server> server_;
+  std::unique_ptr<driver_api::library> lib_;
+  void* device_ = nullptr;
+};
+
+// A tag of the example, how the host reads it, and where its bytes live.
+struct tag_case {
+  const char* name;
+  uint8_t type;
+  uint16_t array_index;
+  uint16_t count;
+  const char* variable;
+  uint32_t offset;
+  unsigned element_size;
+};
+
+const tag_case every_kind[] = {
+    {"Motor1.Speed", UNITYDRV_TYPE_REAL, 0, 1, "Motor1", 0, 4},
+    {"Motor1.Current", UNITYDRV_TYPE_REAL, 0, 1, "Motor1", 4, 4},
+    {"Motor1.Mode", UNITYDRV_TYPE_INT, 0, 1, "Motor1", 10, 2},
+    {"Motor1.Starts", UNITYDRV_TYPE_UDINT, 0, 1, "Motor1", 12, 4},
+    {"Motor2.Starts", UNITYDRV_TYPE_UDINT, 0, 1, "Motor2", 12, 4},
+    {"Line[2].Speed", UNITYDRV_TYPE_REAL, 0, 1, "Line", 2 * 16, 4},
+    {"Line[3].Starts", UNITYDRV_TYPE_UDINT, 0, 1, "Line", 3 * 16 + 12, 4},
+    {"Counter", UNITYDRV_TYPE_INT, 0, 1, "Counter", 0, 2},
+    {"Total", UNITYDRV_TYPE_DINT, 0, 1, "Total", 0, 4},
+    {"Production", UNITYDRV_TYPE_UDINT, 0, 1, "Production", 0, 4},
+    {"Alarms", UNITYDRV_TYPE_WORD, 0, 1, "Alarms", 0, 2},
+    {"Status", UNITYDRV_TYPE_DWORD, 0, 1, "Status", 0, 4},
+    {"Levels", UNITYDRV_TYPE_INT, 2, 3, "Levels", 4, 2},
+    {"Name", UNITYDRV_TYPE_STRING, 0, 7, "Name", 0, 1},
+    {"Energy", UNITYDRV_TYPE_LINT, 0, 1, "Energy", 0, 8},
+    {"Temperature", UNITYDRV_TYPE_REAL, 0, 1, "Temperature", 0, 4},
+    {"Ready", UNITYDRV_TYPE_BOOL, 0, 1, "Ready", 0, 1},
+    {"Setpoint", UNITYDRV_TYPE_REAL, 0, 1, "Setpoint", 0, 4},
+};
+
+TEST_F(HostSession, ReadsEveryKindOfTagAsTheControllerHoldsIt) {
+  start(0);
+  std::vector<request> specs;
+  for (const auto& c : every_kind) {
+    specs.push_back({tag(c.name), c.type, c.array_index, c.count});
+  }
+  const auto round = read(specs);
+  for (std::size_t i = 0; i < specs.size(); ++i) {
+    const auto& c = every_kind[i];
+    SCOPED_TRACE(c.name);
+    const auto want =
+        as_units(memory(c.variable, c.offset, c.element_size * c.count), c.element_size);
+    EXPECT_EQ(round.results[i].result_status, 0);
+    EXPECT_EQ(round.results[i].result_code, 5);
+    EXPECT_EQ(round.results[i].request_id, 1000u + i);
+    EXPECT_EQ(round.units(i, want.size()), want);
+  }
+  // A few values straight from the project file.
+  EXPECT_EQ(round.units(7, 1), std::vector<uint16_t>{0xFFD6});  // Counter -42
+  EXPECT_EQ(round.units(9, 2), (std::vector<uint16_t>{0x5E00, 0xB2D0}));
+  EXPECT_EQ(round.units(12, 3), (std::vector<uint16_t>{30, 40, 50}));
+  EXPECT_EQ(round.units(13, 7), (std::vector<uint16_t>{'P', 'L', 'A', 'N', 'T', '-', 'A'}));
+}
+
+TEST_F(HostSession, EboolMembersReadAsOneOrZero) {
+  start(0);
+  const auto round = read({{tag("Motor1.Running"), UNITYDRV_TYPE_BOOL},
+                           {tag("Motor2.Running"), UNITYDRV_TYPE_BOOL},
+                           {tag("Running"), UNITYDRV_TYPE_BOOL}});
+  EXPECT_EQ(round.units(0, 1), std::vector<uint16_t>{1});
+  EXPECT_EQ(round.units(1, 1), std::vector<uint16_t>{0});
+  EXPECT_EQ(round.units(2, 1), std::vector<uint16_t>{1});
+}
+
+TEST_F(HostSession, BitAddressingPicksBitsOfAWord) {
+  start(0);
+  // Alarms holds 24 = 0x0018: bits 3 and 4 are set. Levels[0] holds 10 = 0b1010.
+  request from_index{tag("Alarms"), UNITYDRV_TYPE_WORD, 4, 1, 255};
+  from_index.index_off = 1;
+  const auto round = read({{tag("Alarms"), UNITYDRV_TYPE_WORD, 0, 1, 4},
+                           {tag("Alarms"), UNITYDRV_TYPE_WORD, 0, 1, 6},
+                           from_index,
+                           {tag("Levels"), UNITYDRV_TYPE_INT, 0, 4, 2}});
+  EXPECT_EQ(round.units(0, 1), std::vector<uint16_t>{0xFFFF});
+  EXPECT_EQ(round.units(1, 1), std::vector<uint16_t>{0});
+  EXPECT_EQ(round.units(2, 1), std::vector<uint16_t>{0xFFFF});
+  // All four come from the first element: bits 1, 2, 3 and 4 of 10.
+  EXPECT_EQ(round.units(3, 4), (std::vector<uint16_t>{0xFFFF, 0, 0xFFFF, 0}));
+}
+
+// A bit read of n elements asks the controller for n whole units; a single WORD
+// variable answers with one, and the short data raises as the driver always has.
+TEST_F(HostSession, BitReadOfSeveralElementsOfAScalarRaises) {
+  start(0);
+  auto req = driver_api::requests(device_, {{tag("Alarms"), UNITYDRV_TYPE_WORD, 0, 4, 4}});
+  EXPECT_THROW(lib_->OutputFilterEx(req.data(), 1), std::out_of_range);
+}
+
+TEST_F(HostSession, WrittenValuesReachTheControllerAndReadBack) {
+  start(0);
+  write({tag("Counter"), UNITYDRV_TYPE_INT}, {1234});
+  write({tag("Levels"), UNITYDRV_TYPE_INT, 5}, {555});
+  write({tag("Total"), UNITYDRV_TYPE_DINT}, {0x5678, 0x1234});
+  write({tag("Motor1.Mode"), UNITYDRV_TYPE_INT}, {7});
+  EXPECT_EQ(memory("Counter", 0, 2), (std::vector<uint8_t>{0xD2, 0x04}));
+  EXPECT_EQ(memory("Levels", 10, 2), (std::vector<uint8_t>{0x2B, 0x02}));
+  EXPECT_EQ(memory("Total", 0, 4), (std::vector<uint8_t>{0x78, 0x56, 0x34, 0x12}));
+  const auto round = read({{tag("Counter"), UNITYDRV_TYPE_INT},
+                           {tag("Levels"), UNITYDRV_TYPE_INT, 4, 3},
+                           {tag("Total"), UNITYDRV_TYPE_DINT},
+                           {tag("Motor1.Mode"), UNITYDRV_TYPE_INT}});
+  EXPECT_EQ(round.units(0, 1), std::vector<uint16_t>{1234});
+  EXPECT_EQ(round.units(1, 3), (std::vector<uint16_t>{50, 555, 70}));
+  EXPECT_EQ(round.units(2, 2), (std::vector<uint16_t>{0x5678, 0x1234}));
+  EXPECT_EQ(round.units(3, 1), std::vector<uint16_t>{7});
+}
+
+TEST_F(HostSession, BitWriteStaysInTheDriver) {
+  start(0);
+  const uint64_t before = server_->request_count();
+  write({tag("Alarms"), UNITYDRV_TYPE_WORD, 0, 1, 1}, {}, 1);
+  EXPECT_EQ(server_->request_count(), before);
+  EXPECT_EQ(memory("Alarms", 0, 2), (std::vector<uint8_t>{24, 0}));
+}
+
+TEST_F(HostSession, DroppedConnectionFailsOneRoundThenRecoversAfterTimeout) {
+  start(0);
+  plcsim::faults f;
+  f.close_after = static_cast<int>(server_->request_count());
+  server_->set_faults(f);
+  const std::vector<request> specs = {{tag("Counter"), UNITYDRV_TYPE_INT},
+                                      {tag("Total"), UNITYDRV_TYPE_DINT}};
+  auto failed = read(specs);
+  for (const auto& r : failed.results) {
+    EXPECT_EQ(r.result_status, 2);
+    EXPECT_EQ(r.result_code, 10);
+  }
+  server_->set_faults(plcsim::faults{});
+  lib_->Timeout(0, device_);
+  init();
+  const auto round = read(specs);
+  EXPECT_EQ(round.results[0].result_status, 0);
+  EXPECT_EQ(round.results[0].result_code, 5);
+  EXPECT_EQ(round.units(0, 1), std::vector<uint16_t>{0xFFD6});
+  EXPECT_EQ(server_->connection_count(), 2u);
+}
+
+TEST_F(HostSession, OfflineDeviceNeverConnects) {
+  start(1);
+  write({tag("Levels"), UNITYDRV_TYPE_INT, 1, 2}, {11, 22});
+  write({tag("Energy"), UNITYDRV_TYPE_LINT}, {1, 2, 3, 4});
+  const auto round = read({{tag("Levels"), UNITYDRV_TYPE_INT, 0, 4},
+                           {tag("Energy"), UNITYDRV_TYPE_LINT},
+                           {tag("Counter"), UNITYDRV_TYPE_INT}});
+  EXPECT_EQ(round.units(0, 4), (std::vector<uint16_t>{0, 11, 22, 0}));
+  EXPECT_EQ(round.units(1, 4), (std::vector<uint16_t>{1, 2, 3, 4}));
+  EXPECT_EQ(round.units(2, 1), std::vector<uint16_t>{0});
+  EXPECT_EQ(server_->connection_count(), 0u);
+}
+
+// The records at their raw byte offsets, so that the header's layout is under test too.
+TEST_F(HostSession, RawHostRecordsAtTheirByteOffsets) {
+  start(0);
+  const std::size_t stride = 4192 + sizeof(void*);
+  std::vector<uint8_t> req(stride, 0);
+  const uint32_t index = tag("Levels");
+  const uint16_t array_index = 1;
+  const uint16_t count = 2;
+  std::memcpy(&req[4171], &index, 4);
+  req[4175] = UNITYDRV_TYPE_INT;
+  std::memcpy(&req[4184], &array_index, 2);
+  std::memcpy(&req[4186], &count, 2);
+  std::memcpy(&req[4192], &device_, sizeof(void*));
+  std::memset(&req[4], 0x33, 5);
+  lib_->OutputFilterEx(reinterpret_cast<_gui_request_*>(req.data()), 1);
+  EXPECT_EQ(std::vector<uint8_t>(req.begin() + 4, req.begin() + 9), std::vector<uint8_t>(5, 0));
+
+  std::vector<uint8_t> result(4104, 0xAA);
+  std::vector<uint8_t> info(16 + sizeof(void*), 0);
+  const uint32_t valid = 1;
+  const uint32_t request_id = 4242;
+  std::memcpy(&info[0], &valid, 4);
+  std::memcpy(&info[4], &request_id, 4);
+  std::memcpy(&info[16], &device_, sizeof(void*));
+  lib_->InputFilterEx(reinterpret_cast<_input_data_*>(result.data()), nullptr,
+                      reinterpret_cast<_system_info*>(info.data()), 1);
+  EXPECT_EQ(result[0], 0);
+  EXPECT_EQ(result[1], 5);
+  uint32_t id = 0;
+  std::memcpy(&id, &result[4], 4);
+  EXPECT_EQ(id, 4242u);
+  EXPECT_EQ(std::vector<uint8_t>(result.begin() + 8, result.begin() + 13),
+            (std::vector<uint8_t>{20, 0, 30, 0, 0xAA}));
+}
+
+TEST_F(HostSession, CloseDeviceDropsTheConnection) {
+  start(0);
+  lib_->CloseDevice(0, device_);
+  device_ = nullptr;
+  lib_->CloseDevice(0, nullptr);
+  lib_->Timeout(0, nullptr);
+  EXPECT_EQ(server_->connection_count(), 1u);
+}
+
+}  // namespace
