@@ -24,7 +24,7 @@ byte_vector ok_reply(const byte_vector& request, const char* payload_hex) {
 
 // 0x02: the type text's length sits at message byte 24, the text from 25.
 byte_vector plc_identification(const project& p, const byte_vector& request) {
-  byte_vector out = ok_reply(request, "10ff5a0101000000700200002700090008000000000000");
+  byte_vector out = ok_reply(request, "10ff5a01010000007002000027000900080000000000");
   out.push_back(static_cast<uint8_t>(p.plc_type.size()));
   out.insert(out.end(), p.plc_type.begin(), p.plc_type.end());
   byte_vector tail = hex("010101000000001100");

@@ -1,0 +1,98 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "plcsim/sim_client.h"
+
+using simtest::bytes;
+using simtest::hex;
+
+namespace {
+
+struct location_case {
+  const char* path;
+  uint16_t block;
+  uint32_t offset;
+  const char* bytes_there;
+};
+
+TEST(project, PlantValuesSitAtTheirLocations) {
+  plcsim::server srv(simtest::plant());
+  const location_case cases[] = {
+      {"Motor1.Speed", 1, 0, "00 50 B5 44"},  // 1450.5f
+      {"Motor1.Starts", 1, 12, "11 00 00 00"},  {"Motor2.Starts", 1, 28, "03 00 00 00"},
+      {"Line[2].Speed", 1, 64, "00 00 96 43"},  // 300.0f
+      {"Line[3].Starts", 1, 92, "04 00 00 00"}, {"Counter", 1, 96, "D6 FF"},
+      {"Production", 1, 104, "00 5E D0 B2"},    {"Alarms", 1, 108, "18 00"},
+      {"Status", 1, 112, "01 00 00 80"},        {"Lamps[3]", 1, 119, "01"},
+      {"Levels[9]", 1, 158, "64 00"},           {"Name", 1, 160, "50 4C 41 4E 54 2D 41 00"},
+      {"Setpoint", 2, 0, "00 00 96 42"},
+  };
+  for (const auto& k : cases) {
+    uint16_t block = 0;
+    uint32_t offset = 0;
+    ASSERT_TRUE(srv.variable_location(k.path, block, offset)) << k.path;
+    EXPECT_EQ(block, k.block) << k.path;
+    EXPECT_EQ(offset, k.offset) << k.path;
+    bytes want = hex(k.bytes_there);
+    EXPECT_EQ(srv.read_memory(block, offset, want.size()), want) << k.path;
+  }
+}
+
+TEST(project, UnknownPathsAreNotLocated) {
+  plcsim::server srv(simtest::plant());
+  uint16_t block = 0;
+  uint32_t offset = 0;
+  for (const char* path : {"Nothing", "Motor1.Torque", "Line[4].Speed", "Counter.x", "Line[1"})
+    EXPECT_FALSE(srv.variable_location(path, block, offset)) << path;
+}
+
+struct bad_project {
+  const char* json;
+  const char* message_part;
+};
+
+TEST(project, BadProjectsAreRejectedWithAReason) {
+  const bad_project cases[] = {
+      {"{", "JSON"},
+      {R"({"variables":[{"name":"X","type":77,"block":1,"offset":0}]})", "unknown type"},
+      {R"({"types":[{"id":100,"kind":"array","name":"A","element":101,"dimensions":[[0,1]]},
+                    {"id":101,"kind":"struct","name":"S","members":[{"name":"m","type":4,"offset":0}]}]})",
+       "higher id"},
+      {R"({"table_address":3})", "even"},
+      {R"({"types":[{"id":100,"kind":"union","name":"U"}]})", "kind"},
+      {R"({"types":[{"id":4,"kind":"string","name":"STRING[8]"}]})", "elementary"},
+      {R"({"variables":[{"name":"X","type":4,"block":1}]})", "offset"},
+  };
+  for (const auto& k : cases) {
+    try {
+      plcsim::parse_project(k.json);
+      ADD_FAILURE() << "accepted: " << k.json;
+    } catch (const std::runtime_error& e) {
+      EXPECT_NE(std::strstr(e.what(), k.message_part), nullptr) << e.what();
+    }
+  }
+}
+
+TEST(project, MissingFileNamesThePath) {
+  try {
+    plcsim::load_project_file("/nonexistent/p.json");
+    ADD_FAILURE() << "loaded a missing file";
+  } catch (const std::runtime_error& e) {
+    EXPECT_NE(std::strstr(e.what(), "/nonexistent/p.json"), nullptr);
+  }
+}
+
+TEST(project, GeneratedProjectSurvivesJsonRoundTrip) {
+  plcsim::project p = plcsim::generate_project(200, 5, true);
+  EXPECT_TRUE(p.is_m580());
+  plcsim::project q = plcsim::parse_project(plcsim::project_to_json(p));
+  EXPECT_EQ(q.plc_type, p.plc_type);
+  EXPECT_EQ(q.types.size(), p.types.size());
+  ASSERT_EQ(q.variables.size(), p.variables.size());
+  EXPECT_EQ(q.variables.back().offset, p.variables.back().offset);
+  EXPECT_EQ(q.initial, p.initial);
+  EXPECT_EQ(q.dictionary_handle, p.dictionary_handle);
+}
+
+}  // namespace

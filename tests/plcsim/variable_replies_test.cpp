@@ -1,0 +1,129 @@
+#include <gtest/gtest.h>
+
+#include "plcsim/sim_client.h"
+
+using simtest::bytes;
+using simtest::hex;
+
+namespace {
+
+const std::string table = "78 56 34 12";  // the plant's table address, LE
+
+class variables : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    srv = simtest::started(simtest::plant());
+    ASSERT_TRUE(srv);
+    c = std::make_unique<simtest::client>(*srv);
+    ASSERT_TRUE(c->connected());
+  }
+  bytes read(const std::string& items, int count = 1) {
+    bytes req = hex("00 22 " + table);
+    req.push_back(static_cast<uint8_t>(count));
+    bytes it = hex(items);
+    req.insert(req.end(), it.begin(), it.end());
+    return c->exchange(req);
+  }
+  bytes write(const std::string& items, int count = 1) {
+    bytes req = hex("00 23 " + table);
+    req.push_back(static_cast<uint8_t>(count));
+    bytes it = hex(items);
+    req.insert(req.end(), it.begin(), it.end());
+    return c->exchange(req);
+  }
+  std::unique_ptr<plcsim::server> srv;
+  std::unique_ptr<simtest::client> c;
+};
+
+struct read_case {
+  const char* what;
+  const char* item;
+  const char* value;
+};
+
+TEST_F(variables, ReadsEachItemShape) {
+  const read_case cases[] = {
+      {"EBOOL, format 0", "00 0100 01 0000 BC", "01"},
+      {"INT, format 2", "02 0100 01 0000 60", "D6FF"},
+      {"REAL, format 3", "03 0100 01 0000 B8", "0000AC41"},
+      {"64-bit, format 4", "04 0100 01 0000 B0", "CB04FB711F010000"},
+      {"INT run of 3, length code 18", "12 0100 01 0000 8E 0300", "14001E002800"},
+      {"BOOL array element, 0x21", "21 0100 01 0000 01 76", "01"},
+      {"STRING[16], length code 17", "11 0100 01 0000 A0 1000", "504C414E542D41000000000000000000"},
+      {"REAL in block 2", "03 0200 01 0000 00", "00009642"},
+  };
+  for (const auto& k : cases) {
+    bytes expected = hex("00 FE");
+    bytes v = hex(k.value);
+    expected.insert(expected.end(), v.begin(), v.end());
+    EXPECT_EQ(read(k.item), expected) << k.what;
+  }
+}
+
+TEST_F(variables, ReadAddressUsesAll24Bits) {
+  srv->write_memory(1, 0x012345, {0xAB});
+  EXPECT_EQ(read("01 0100 01 2301 45"), hex("00 FE AB"));
+}
+
+TEST_F(variables, SeveralItemsAreConcatenated) {
+  EXPECT_EQ(read("02 0100 01 0000 60  02 0100 01 0000 6C", 2), hex("00 FE D6FF 1800"));
+}
+
+TEST_F(variables, MalformedReadsAreRefused) {
+  EXPECT_EQ(read("30 0100 01 0000 60").at(1), 0xFD) << "unknown code";
+  EXPECT_EQ(read("02 0100 01 0000 60", 2).at(1), 0xFD) << "fewer items than announced";
+  EXPECT_EQ(read("02 0100 01 0000 60 FF").at(1), 0xFD) << "trailing bytes";
+}
+
+TEST_F(variables, WrongTableAddressIsRefused) {
+  bytes req = hex("00 22 78 56 34 13 01 02 0100 01 0000 60");
+  EXPECT_EQ(c->exchange(req).at(1), 0xFD);
+  bytes wr = hex("00 23 78 56 34 13 01 02 0100 60000000 0700");
+  EXPECT_EQ(c->exchange(wr).at(1), 0xFD);
+  EXPECT_EQ(srv->read_memory(1, 96, 2), hex("D6FF"));
+}
+
+TEST_F(variables, FileHandleRequestGetsTableAddressAtBufferByte16) {
+  ASSERT_TRUE(c->send(simtest::adu(12, hex("00 22 7E 8B 4B 05 01 01 01 00 01 00 00 00"))));
+  bytes frame = c->recv_frame();
+  ASSERT_GE(frame.size(), 20u);
+  EXPECT_EQ(frame[9], 0xFE);
+  EXPECT_EQ(simtest::le32_at(frame, 16), 0x12345678u);
+}
+
+TEST_F(variables, WriteSingleValue) {
+  EXPECT_EQ(write("02 0100 60000000 0700"), hex("00 FE 01"));
+  EXPECT_EQ(srv->read_memory(1, 96, 2), hex("0700"));
+}
+
+TEST_F(variables, WriteRunWithCount) {
+  EXPECT_EQ(write("12 0100 8C000000 0300 0100 0200 0300"), hex("00 FE 01"));
+  EXPECT_EQ(srv->read_memory(1, 140, 8), hex("0100 0200 0300 2800"));
+}
+
+TEST_F(variables, WriteSeveralEqualSizedItems) {
+  EXPECT_EQ(write("01 0100 74000000 00  01 0100 75000000 01", 2), hex("00 FE 01"));
+  EXPECT_EQ(srv->read_memory(1, 116, 3), hex("00 01 01"));
+}
+
+TEST_F(variables, WriteCountFieldFollowsFirstItemCode) {
+  // The first item's 0x21 code puts a count into every item, also the second.
+  EXPECT_EQ(write("21 0100 76000000 0100 00  21 0100 77000000 0100 01", 2), hex("00 FE 01"));
+  EXPECT_EQ(srv->read_memory(1, 118, 2), hex("00 01"));
+}
+
+TEST_F(variables, WriteStoresNoMoreThanTheCodeWidth) {
+  EXPECT_EQ(write("02 0100 60000000 1111 2222"), hex("00 FE 01"));
+  EXPECT_EQ(srv->read_memory(1, 96, 4), hex("1111 0000"));  // the next bytes stay untouched
+}
+
+TEST_F(variables, WriteThenReadBack) {
+  ASSERT_EQ(write("11 0100 A0000000 0500 48454C4C4F"), hex("00 FE 01"));
+  EXPECT_EQ(read("11 0100 01 0000 A0 0700"), hex("00 FE 48454C4C4F2D41"));
+}
+
+TEST_F(variables, UnevenWriteIsRefused) {
+  EXPECT_EQ(write("02 0100 60000000 0700 01", 2).at(1), 0xFD);
+}
+
+}  // namespace
