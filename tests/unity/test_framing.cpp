@@ -36,18 +36,6 @@ TEST(ToRawData, EmptyDataIsHeaderOnly) {
   EXPECT_EQ(frame.to_raw_data(), (bytes{0, 0, 0, 0, 0x02, 0x03, 0, 0x5A}));
 }
 
-TEST(CreateModbus, ReplacesPduAndKeepsHeader) {
-  modbus_tcp_frame frame;
-  frame.transaction_id = 9;
-  frame.length = 77;
-  frame.create_modbus(modbus_frame{0x5A, {1, 2, 3}});
-  frame.create_modbus(modbus_frame{0x10, {4}});
-  EXPECT_EQ(frame.transaction_id, 9);
-  EXPECT_EQ(frame.length, 77);
-  EXPECT_EQ(frame.pdu.function_code, 0x10);
-  EXPECT_EQ(frame.pdu.data, bytes{4});
-}
-
 TEST(DecodeFrame, DataIsEverythingAfterHeaderWhateverTheLengthSays) {
   const bytes raw = {0x00, 0x07, 0x00, 0x00, 0x00, 0x06, 0x00, 0x5A, 0x00, 0xFE,
                      0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08, 0x09, 0x0A};

@@ -207,17 +207,4 @@ TEST(OnSetCommSuccessed, WithoutAddressOnlyBumpsTransaction) {
   EXPECT_TRUE(frame.pdu.data.empty());
 }
 
-TEST(OnSetCommSuccessed, RequestStrategyLeavesFrameAlone) {
-  std::vector<modbus_tcp_frame> frames;
-  bytes raw;
-  request_strategy s(frames, raw);
-  modbus_tcp_frame frame;
-  frame.transaction_id = 3;
-  frame.pdu = modbus_frame{0x10, {1}};
-  s.on_set_comm_successed(frame);
-  EXPECT_EQ(frame.transaction_id, 3);
-  EXPECT_EQ(frame.pdu.function_code, 0x10);
-  EXPECT_EQ(frame.pdu.data, bytes{1});
-}
-
 }  // namespace

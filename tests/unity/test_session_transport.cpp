@@ -89,10 +89,4 @@ TEST_F(SessionTransport, StopResetsCounterAndDisconnects) {
   EXPECT_EQ(session.setup_device("127.0.0.1", port, 1000), 1);
 }
 
-TEST_F(SessionTransport, DictionaryIsKeptAcrossStop) {
-  session.tables["A"] = table{};
-  session.stop();
-  EXPECT_EQ(session.tables.size(), 1u);
-}
-
 }  // namespace
