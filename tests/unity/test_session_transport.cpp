@@ -30,7 +30,7 @@ class SessionTransport : public ::testing::Test {
   boost::shared_ptr<orm::ClientSocket> peer;
 };
 
-TEST(UnityProcess, StartsWithDocumentedFields) {
+TEST(UnityProcess, StartsDisconnectedWithZeroHandle) {
   unity_process session;
   EXPECT_TRUE(session.impl);
   EXPECT_EQ(session.transaction_counter, 1);
