@@ -1,0 +1,77 @@
+// Drives the built library through its entry points, offline, as panelhost does.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "tools/host/host_device.h"
+#include "tools/host/tag_selection.h"
+#include "tools/host/value_format.h"
+
+using namespace panelhost;
+
+namespace {
+
+class OfflineHost : public ::testing::Test {
+ protected:
+  OfflineHost() : api(UNITYDRV_LIBRARY_PATH), file({{"A", {}}, {"B", {}}, {"S", {}}}) {}
+  driver_api api;
+  temp_tag_file file;
+};
+
+TEST_F(OfflineHost, WrittenValuesReadBack) {
+  host_device device(api, file.path(), true);
+  device.connect("0.0.0.0");
+  const host_request a{0, UNITYDRV_TYPE_INT, 0, 1, -1};
+  const host_request b{1, UNITYDRV_TYPE_DINT, 0, 1, -1};
+  device.write(a, encode_value(a.code, "-1234"));
+  device.write(b, encode_value(b.code, "-70000"));
+  const auto results = device.read({a, b});
+  ASSERT_EQ(results.size(), 2u);
+  EXPECT_TRUE(results[0].ok);
+  EXPECT_EQ(format_value(a.code, results[0].units, 1), "-1234");
+  EXPECT_EQ(format_value(b.code, results[1].units, 1), "-70000");
+}
+
+TEST_F(OfflineHost, UnwrittenTagReadsZero) {
+  host_device device(api, file.path(), true);
+  device.connect("0.0.0.0");
+  const auto results = device.read({{2, UNITYDRV_TYPE_REAL, 0, 1, -1}});
+  EXPECT_EQ(format_value(UNITYDRV_TYPE_REAL, results.at(0).units, 1), "0");
+}
+
+TEST_F(OfflineHost, MissingTagFileIsReported) {
+  EXPECT_THROW(host_device(api, file.path() + ".missing", true), std::runtime_error);
+}
+
+TEST(TagSelection, NamesOutsideTheTagFileAreUnknown) {
+  selection_options options;
+  options.names = {"A:INT", "B"};
+  tag_selection selection(options);
+  selection_options typed = options;
+  typed.types = {"B=STRING[8]"};
+  const auto tags = tag_selection(typed).requests(nullptr);
+  ASSERT_EQ(tags.size(), 2u);
+  EXPECT_EQ(tags[1].request.tag_index, 1u);
+  EXPECT_EQ(tags[1].request.code, UNITYDRV_TYPE_STRING);
+  EXPECT_EQ(tags[1].request.count, 8);
+  // Offline there is no dictionary to type B.
+  EXPECT_THROW(selection.requests(nullptr), std::runtime_error);
+
+  selection_options wrong;
+  wrong.tag_file = selection.tag_file();
+  wrong.names = {"C"};
+  EXPECT_THROW(tag_selection{wrong}, std::runtime_error);
+}
+
+TEST(InitParams, DottedAddress) {
+  const unitydrv_init_params p = init_params_of("10.1.2.5");
+  EXPECT_EQ(p.octet1, 10);
+  EXPECT_EQ(p.octet2, 1);
+  EXPECT_EQ(p.octet3, 2);
+  EXPECT_EQ(p.octet4, 5);
+  for (const char* bad : {"10.1.2", "10.1.2.256", "10.1.2.5x", "host"}) {
+    EXPECT_THROW(init_params_of(bad), std::invalid_argument) << bad;
+  }
+}
+
+}  // namespace

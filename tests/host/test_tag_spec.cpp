@@ -1,0 +1,75 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+
+#include "tools/host/plc_type.h"
+#include "tools/host/tag_spec.h"
+#include "unitydrv/unitydrv.h"
+
+using namespace panelhost;
+
+namespace {
+
+TEST(ParseTagSpec, NameWithOptionalTypeAndCount) {
+  tag_spec plain = parse_tag_spec("  Motor1.Speed \r");
+  EXPECT_EQ(plain.name, "Motor1.Speed");
+  EXPECT_EQ(plain.type.code, 0);
+
+  tag_spec typed = parse_tag_spec("Line[2].Speed:real");
+  EXPECT_EQ(typed.name, "Line[2].Speed");
+  EXPECT_EQ(typed.type.code, UNITYDRV_TYPE_REAL);
+  EXPECT_EQ(typed.type.count, 0);
+
+  tag_spec text = parse_tag_spec("Name : STRING[20]");
+  EXPECT_EQ(text.name, "Name");
+  EXPECT_EQ(text.type.code, UNITYDRV_TYPE_STRING);
+  EXPECT_EQ(text.type.count, 20);
+
+  EXPECT_EQ(parse_tag_spec("X:195").type.code, UNITYDRV_TYPE_INT);
+}
+
+TEST(ParseTagSpec, RejectsBadTypesAndMissingNames) {
+  for (const char* bad :
+       {"X:FLOAT", "X:INT[0]", "X:INT[", "X:INT[3x]", ":INT", "X:196x", "X:300"}) {
+    EXPECT_THROW(parse_tag_spec(bad), std::invalid_argument) << bad;
+  }
+}
+
+TEST(ParseAssignment, SplitsAtTheFirstEquals) {
+  EXPECT_EQ(parse_assignment("Name=a=b"), (std::pair<std::string, std::string>{"Name", "a=b"}));
+  EXPECT_EQ(parse_assignment("Line[2].Speed=1.5").first, "Line[2].Speed");
+  EXPECT_EQ(parse_assignment("Msg=").second, "");
+  EXPECT_THROW(parse_assignment("Counter"), std::invalid_argument);
+  EXPECT_THROW(parse_assignment("=5"), std::invalid_argument);
+}
+
+TEST(ReadTagList, SkipsCommentsAndNamesTheBadLine) {
+  const std::string path = ::testing::TempDir() + "panelhost_list.txt";
+  std::ofstream(path) << "# plant\n\nCounter:INT\nTotal\n";
+  const auto specs = read_tag_list(path);
+  ASSERT_EQ(specs.size(), 2u);
+  EXPECT_EQ(specs[0].type.code, UNITYDRV_TYPE_INT);
+  EXPECT_EQ(specs[1].name, "Total");
+
+  std::ofstream(path) << "Counter\nTotal:DOUBLE\n";
+  try {
+    read_tag_list(path);
+    ADD_FAILURE() << "no error for an unknown type";
+  } catch (const std::invalid_argument& e) {
+    EXPECT_NE(std::string(e.what()).find(":2:"), std::string::npos) << e.what();
+  }
+  std::remove(path.c_str());
+  EXPECT_THROW(read_tag_list(path), std::runtime_error);
+}
+
+TEST(PlcType, NamesAndCodesAgree) {
+  for (const char* name : {"BOOL", "SINT", "INT", "DINT", "REAL", "LREAL", "STRING", "LWORD"}) {
+    const plc_type& t = parse_plc_type(name);
+    EXPECT_EQ(parse_plc_type(std::to_string(t.code)).code, t.code);
+    EXPECT_EQ(plc_type_name(t.code), name);
+    EXPECT_EQ(t.units * 2 >= t.size, true) << name;
+  }
+}
+
+}  // namespace

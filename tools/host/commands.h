@@ -1,0 +1,27 @@
+// The sub-commands of panelhost; each returns the process exit code.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/host/tag_selection.h"
+
+namespace panelhost {
+
+struct connection_options {
+  std::string library;  // path of libunitydrv.so
+  std::string plc;      // dotted IPv4 address
+  bool offline = false;
+};
+
+int run_tags_build(const std::string& list, const std::string& out, bool wide, uint32_t offset);
+int run_tags_list(const std::string& file, uint32_t offset);
+int run_read(const connection_options& conn, const selection_options& sel);
+int run_write(const connection_options& conn, selection_options sel,
+              const std::vector<std::string>& assignments);
+int run_watch(const connection_options& conn, const selection_options& sel, unsigned interval_ms,
+              unsigned rounds, bool plain);
+int run_browse(const std::string& plc);
+
+}  // namespace panelhost

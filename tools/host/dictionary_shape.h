@@ -1,0 +1,30 @@
+// What a controller data type looks like to a host request: PLC type code and count.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "unity/data_type.h"
+
+namespace panelhost {
+
+struct tag_shape {
+  uint8_t code = 0;       // 0: no PLC type code fits (a structure, an unknown id)
+  uint16_t count = 1;     // elements (characters of a STRING)
+  int32_t low_bound = 0;  // arrays: subscript of the first element
+  bool is_array = false;
+};
+
+// Elementary type ids of the dictionary map to fixed codes; derived ids are looked up in
+// data_types (STRING[n] by its name, arrays by element type and dimensions).
+tag_shape shape_of_type(uint16_t type_id, const std::map<unsigned short, data_type>& data_types);
+
+// Elements and first subscript of an array type; false when type is not an array.
+bool array_elements(const data_type& type, uint32_t& elements, int32_t& low_bound);
+
+// Text for a dictionary type id: its name from data_types, or the elementary name.
+std::string dictionary_type_name(uint16_t type_id,
+                                 const std::map<unsigned short, data_type>& data_types);
+
+}  // namespace panelhost

@@ -1,0 +1,79 @@
+#include "tools/host/tag_spec.h"
+
+#include <charconv>
+#include <fstream>
+#include <stdexcept>
+
+#include "tools/host/plc_type.h"
+
+namespace panelhost {
+
+namespace {
+
+std::string trim(const std::string& text) {
+  const auto first = text.find_first_not_of(" \t\r\n");
+  if (first == std::string::npos) return "";
+  const auto last = text.find_last_not_of(" \t\r\n");
+  return text.substr(first, last - first + 1);
+}
+
+uint16_t count_or_throw(const std::string& digits, const std::string& whole) {
+  unsigned value = 0;
+  auto res = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+  if (res.ec != std::errc() || res.ptr != digits.data() + digits.size() || value == 0 ||
+      value > 2048) {
+    throw std::invalid_argument("bad element count in '" + whole + "'");
+  }
+  return static_cast<uint16_t>(value);
+}
+
+}  // namespace
+
+type_spec parse_type_spec(const std::string& text) {
+  const std::string t = trim(text);
+  type_spec spec;
+  const auto open = t.find('[');
+  if (open != std::string::npos) {
+    if (t.back() != ']') throw std::invalid_argument("bad type '" + text + "'");
+    spec.count = count_or_throw(t.substr(open + 1, t.size() - open - 2), text);
+  }
+  spec.code = parse_plc_type(t.substr(0, open)).code;
+  return spec;
+}
+
+tag_spec parse_tag_spec(const std::string& line) {
+  const std::string t = trim(line);
+  tag_spec spec;
+  const auto colon = t.rfind(':');
+  spec.name = trim(t.substr(0, colon));
+  if (colon != std::string::npos) spec.type = parse_type_spec(t.substr(colon + 1));
+  if (spec.name.empty()) throw std::invalid_argument("missing tag name in '" + line + "'");
+  return spec;
+}
+
+std::vector<tag_spec> read_tag_list(const std::string& path) {
+  std::ifstream in(path);
+  if (!in) throw std::runtime_error("cannot read tag list " + path);
+  std::vector<tag_spec> specs;
+  std::string line;
+  for (int number = 1; std::getline(in, line); ++number) {
+    const std::string t = trim(line);
+    if (t.empty() || t[0] == '#') continue;
+    try {
+      specs.push_back(parse_tag_spec(t));
+    } catch (const std::invalid_argument& e) {
+      throw std::invalid_argument(path + ":" + std::to_string(number) + ": " + e.what());
+    }
+  }
+  return specs;
+}
+
+std::pair<std::string, std::string> parse_assignment(const std::string& text) {
+  const auto eq = text.find('=');
+  if (eq == std::string::npos || trim(text.substr(0, eq)).empty()) {
+    throw std::invalid_argument("expected NAME=VALUE, got '" + text + "'");
+  }
+  return {trim(text.substr(0, eq)), text.substr(eq + 1)};
+}
+
+}  // namespace panelhost

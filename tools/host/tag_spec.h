@@ -1,0 +1,31 @@
+// A tag as the user names it: "Name", "Name:INT", "Msg:STRING[20]", "Temps:INT[10]".
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace panelhost {
+
+struct type_spec {
+  uint8_t code = 0;    // 0: not given, taken from the controller's dictionary
+  uint16_t count = 0;  // 0: one element (or the declared length of a STRING)
+};
+
+struct tag_spec {
+  std::string name;
+  type_spec type;
+};
+
+// "INT", "195", "STRING[20]", "REAL[4]"; throws std::invalid_argument.
+type_spec parse_type_spec(const std::string& text);
+// One line of a tag list; the type follows the last ':'. Throws std::invalid_argument.
+tag_spec parse_tag_spec(const std::string& line);
+// Blank lines and lines starting with '#' are skipped. Throws std::runtime_error when the
+// file cannot be read and std::invalid_argument (with the line number) on a bad line.
+std::vector<tag_spec> read_tag_list(const std::string& path);
+// "NAME=VALUE" split at the first '='; throws std::invalid_argument.
+std::pair<std::string, std::string> parse_assignment(const std::string& text);
+
+}  // namespace panelhost
