@@ -1,0 +1,148 @@
+// A session fed a fuzzed stream of replies. Input: one operation byte, then replies, each
+// a u16 little-endian length and that many bytes. A peer thread on the other end of a
+// socketpair answers every request with the next reply and closes its end when the
+// replies are used up, so that the sequences that repeat a request for ever end through
+// a failing send. Only std::out_of_range may leave an operation.
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "unity/byte_cursor.h"
+#include "unity/unity_process.h"
+
+namespace {
+
+using bytes = std::vector<unsigned char>;
+
+constexpr std::size_t max_reply = 4096;
+constexpr int peer_wait_ms = 2000;
+
+std::vector<bytes> split_replies(const uint8_t* data, std::size_t size) {
+  std::vector<bytes> replies;
+  std::size_t pos = 0;
+  while (pos + 2 <= size) {
+    std::size_t n = static_cast<std::size_t>(data[pos] | data[pos + 1] << 8) % max_reply;
+    pos += 2;
+    if (n > size - pos) n = size - pos;
+    if (n == 0) continue;  // silence would only cost the one-second receive wait
+    replies.emplace_back(data + pos, data + pos + n);
+    pos += n;
+  }
+  return replies;
+}
+
+// Answers each request with the next reply; closes when the replies are used up or the
+// session's end is closed.
+void serve(int fd, const std::vector<bytes>& replies) {
+  bytes request(4096);
+  for (const bytes& reply : replies) {
+    pollfd p{fd, POLLIN, 0};
+    if (::poll(&p, 1, peer_wait_ms) <= 0) break;
+    if (::recv(fd, request.data(), request.size(), 0) <= 0) break;
+    if (::send(fd, reply.data(), reply.size(), MSG_NOSIGNAL) < 0) break;
+  }
+  ::shutdown(fd, SHUT_RDWR);
+  ::close(fd);
+}
+
+// The session's own descriptor is replaced by one end of a socketpair.
+bool attach(unity_process& session, int peer_end) {
+  if (!session.socket.create(false)) return false;
+  return ::dup2(peer_end, session.socket.descriptor()) >= 0;
+}
+
+read_comm item(uint16_t block, uint32_t offset, uint8_t format, uint16_t type, uint16_t count) {
+  read_comm it;
+  wire::bytes loc;
+  wire::le_writer(loc).u16(block).u32(offset);
+  std::copy(loc.begin(), loc.end(), it.location.begin());
+  it.read_format = format;
+  it.type_id = type;
+  it.count = count;
+  return it;
+}
+
+// Items of every shape the request builders treat differently.
+std::vector<read_comm> sample_items() {
+  std::vector<read_comm> items = {item(1, 0x10, 1, 1, 1),       item(1, 0x20, 2, 5, 3),
+                                  item(2, 0x100, 0x21, 300, 1), item(2, 0x200, 0x21, 301, 4),
+                                  item(3, 0x30, 255, 9, 1),     item(3, 0x40, 255, 302, 2)};
+  items[1].data = {1, 2, 3, 4, 5, 6};
+  items[4].data = {'a', 'b', 0};
+  return items;
+}
+
+void prepare_dictionary(unity_process& session) {
+  session.data_types[300].element_type = 25;
+  session.data_types[301].element_type = 4;
+  session.data_types[302].element_type = 9;
+}
+
+void run(unity_process& session, uint8_t operation) {
+  std::vector<read_comm> items = sample_items();
+  std::vector<unsigned char> values;
+  switch (operation % 7) {
+    case 0:
+      session.initial_device();
+      break;
+    case 1:
+      session.state = unity_process::state_identified;
+      session.get_data_type_list();
+      break;
+    case 2:
+      session.state = unity_process::state_identified;
+      prepare_dictionary(session);
+      session.get_data_type_detail();
+      break;
+    case 3:
+      session.state = unity_process::state_identified;
+      session.browse();
+      break;
+    case 4:
+      session.state = unity_process::state_ready;
+      prepare_dictionary(session);
+      session.read(items, values);
+      break;
+    case 5:
+      session.state = unity_process::state_ready;
+      prepare_dictionary(session);
+      session.write(items);
+      break;
+    default:
+      // The whole initialisation as the handshake runs it, then one read and one write.
+      if (!session.initial_device()) return;
+      session.get_data_type_list();
+      session.get_data_type_detail();
+      session.browse();
+      session.read(items, values);
+      session.write(items);
+      break;
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+  if (size < 1) return 0;
+  const std::vector<bytes> replies = split_replies(data + 1, size - 1);
+  int ends[2];
+  if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) std::abort();
+  unity_process session;
+  if (!attach(session, ends[0])) std::abort();
+  ::close(ends[0]);
+  std::thread peer(serve, ends[1], std::cref(replies));
+  try {
+    run(session, data[0]);
+  } catch (const std::out_of_range&) {
+  }
+  session.stop();
+  peer.join();
+  return 0;
+}

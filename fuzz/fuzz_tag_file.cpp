@@ -1,0 +1,93 @@
+// A damaged or hostile tag file: read it, resolve every tag against a small dictionary
+// (structures nested two deep, an array variable, a structure of arrays), then look every
+// name up again and rewrite its subscript as the request translation does. Only
+// std::out_of_range and boost::bad_lexical_cast may leave the resolution.
+#include <unistd.h>
+
+#include <boost/lexical_cast.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tag_index/tag_names.h"
+#include "tag_index/tag_table.h"
+#include "unity/byte_cursor.h"
+#include "unity/read_comm.h"
+
+namespace {
+
+data_type member(const char* name, uint16_t type, uint32_t offset) {
+  data_type m;
+  m.name = std::string(name) + '\0';
+  wire::le_writer(m.bounds).u16(type);
+  wire::le_writer(m.member_offset_bytes).u32(offset);
+  return m;
+}
+
+table variable(uint16_t type, uint16_t block, uint32_t offset) {
+  table t;
+  t.type_id = type;
+  t.read_format = read_comm::get_read_format_from_type(type);
+  wire::le_writer(t.location).u16(block).u32(offset);
+  return t;
+}
+
+struct dictionary {
+  std::map<std::string, table> tables;
+  std::map<unsigned short, std::vector<data_type>> struct_members;
+  std::map<unsigned short, data_type> data_types;
+
+  dictionary() {
+    struct_members[100] = {member("Speed", 5, 0), member("Temp", 16, 4), member("Inner", 101, 12)};
+    struct_members[101] = {member("A", 1, 0), member("B", 9, 2)};
+    struct_members[102] = {member("Arr", 103, 0), member("Last", 4, 40)};
+    data_types[103].element_type = 5;
+    tables[std::string("Motor") + '\0'] = variable(100, 1, 0x10);
+    tables[std::string("Line") + '\0'] = variable(102, 2, 0x200);
+    tables[std::string("Counter") + '\0'] = variable(6, 3, 0x40);
+    tables[std::string("Bits") + '\0'] = variable(103, 3, 0x80);
+  }
+};
+
+std::string scratch_path() {
+  return "/tmp/fuzz_tag_file." + std::to_string(::getpid());
+}
+
+bool write_file(const std::string& path, const uint8_t* data, std::size_t size) {
+  std::FILE* f = std::fopen(path.c_str(), "wb");
+  if (f == nullptr) return false;
+  const bool ok = std::fwrite(data, 1, size, f) == size;
+  return std::fclose(f) == 0 && ok;
+}
+
+void exercise_names(offline_CTagTable_578& table) {
+  for (uint32_t i = 0; i < table.tag_count; ++i) {
+    const char* name = table.Get(i)->name;
+    if (table.GetTagIndexfromName(name) > i % 65536) std::abort();  // first match wins
+    std::vector<char> target(std::strlen(name) + 16);
+    tag_plc_tools_function_578::OverrideTagNameForNewArrayIndex(name, target.data(), 70, 211);
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+  static const dictionary dict;
+  static const std::string path = scratch_path();
+  if (size < 1 || !write_file(path, data + 1, size - 1)) return 0;
+  offline_CTagTable_578 table;
+  // The first byte is the start offset: the records begin at offset + 7.
+  table.Read(path.c_str(), data[0] % 16);
+  try {
+    table.setup_memory_index(dict.tables, dict.struct_members, dict.data_types);
+  } catch (const std::out_of_range&) {
+  } catch (const boost::bad_lexical_cast&) {
+  }
+  exercise_names(table);
+  return 0;
+}
