@@ -1,0 +1,339 @@
+// Controller faults seen through the entry points: no reply, a late reply, a split or cut
+// reply, an error status and a dropped connection, during initialisation and at run time.
+// Each case checks what the host is told and that Timeout followed by a new
+// GetInitCmdEx2 brings the device back.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/driver_api.h"
+#include "tag_index/tag_file_writer.h"
+#include "tools/plcsim/plcsim.h"
+
+namespace {
+
+using driver_api::request;
+
+const std::string source_dir = UNITYDRV_SOURCE_DIR;
+constexpr uint16_t counter_value = 0xFFD6;  // Counter holds -42 in examples/plant.json
+// Requests of the identification sequence; the dictionary download starts after them.
+constexpr int identification_requests = 11;
+
+plcsim::project plant() {
+  return plcsim::load_project_file(source_dir + "/examples/plant.json");
+}
+
+std::vector<std::string> plant_tags() {
+  std::ifstream in(source_dir + "/examples/plant_tags.txt");
+  std::vector<std::string> names;
+  for (std::string line; std::getline(in, line);) {
+    if (!line.empty()) names.push_back(line);
+  }
+  return names;
+}
+
+class ControllerFaults : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    names_ = plant_tags();
+    tag_path_ = ::testing::TempDir() + "faults_" +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".tags";
+    std::vector<tag_file::record> records;
+    for (const auto& n : names_) records.push_back({n});
+    ASSERT_TRUE(tag_file::write(tag_path_, records, false, 0));
+    server_ = std::make_unique<plcsim::server>(plant());
+    ASSERT_TRUE(server_->start_on_free_loopback());
+    lib_ = std::make_unique<driver_api::library>();
+    const unitydrv_init_params params = driver_api::init_params(server_->address());
+    lib_->InitEx(0, &params);
+    ASSERT_EQ(lib_->StartDeviceEx(0, &device_, tag_path_.c_str(), 0), 0);
+  }
+
+  void TearDown() override {
+    if (server_) server_->stop();  // first: unblocks a session still waiting on it
+    if (lib_ && device_ != nullptr) lib_->CloseDevice(0, device_);
+    lib_.reset();
+    std::remove(tag_path_.c_str());
+  }
+
+  // GetInitCmdEx2: the code it reports.
+  uint32_t get_init() {
+    uint32_t code = 99;
+    const unitydrv_result r = lib_->GetInitCmdEx2(&code, 0, 0, 0, &device_);
+    EXPECT_EQ(r.word_4, 0u);
+    return code;
+  }
+
+  // A new controller on the same address, its request count back at 0.
+  void restart_server() {
+    const std::string address = server_->address();
+    server_->stop();
+    server_ = std::make_unique<plcsim::server>(plant());
+    ASSERT_TRUE(server_->start(address, 502));
+  }
+
+  int check_init() { return lib_->CheckInitCmdResponseEx2(0, 0, &device_); }
+
+  // Timeout, faults off, and a new initialisation that must succeed.
+  void recover() {
+    lib_->Timeout(0, device_);
+    server_->set_faults({});
+    ASSERT_EQ(get_init(), 0u);
+    ASSERT_EQ(check_init(), 1);
+    expect_counter_reads();
+  }
+
+  uint32_t tag(const std::string& name) const {
+    for (std::size_t i = 0; i < names_.size(); ++i) {
+      if (names_[i] == name) return static_cast<uint32_t>(i);
+    }
+    ADD_FAILURE() << "no tag " << name;
+    return 0;
+  }
+
+  std::vector<request> counter_and_total() const {
+    return {{tag("Counter"), UNITYDRV_TYPE_INT}, {tag("Total"), UNITYDRV_TYPE_DINT}};
+  }
+
+  driver_api::input_round read_round(const std::vector<request>& specs) {
+    auto req = driver_api::requests(device_, specs);
+    lib_->OutputFilterEx(req.data(), static_cast<int>(req.size()));
+    driver_api::input_round round(device_, specs.size());
+    lib_->InputFilterEx(round.results.data(), nullptr, round.infos.data(),
+                        static_cast<int>(specs.size()));
+    return round;
+  }
+
+  void expect_counter_reads() {
+    const auto round = read_round(counter_and_total());
+    EXPECT_EQ(round.results[0].result_status, 0);
+    EXPECT_EQ(round.results[0].result_code, 5);
+    EXPECT_EQ(round.units(0, 1), std::vector<uint16_t>{counter_value});
+  }
+
+  void expect_round_failed(const driver_api::input_round& round) {
+    for (const auto& r : round.results) {
+      EXPECT_EQ(r.result_status, 2);
+      EXPECT_EQ(r.result_code, 10);
+    }
+  }
+
+  void initialise() {
+    ASSERT_EQ(get_init(), 0u);
+    ASSERT_EQ(check_init(), 1);
+  }
+
+  std::vector<std::string> names_;
+  std::string tag_path_;
+  std::unique_ptr<plcsim::server> server_;
+  std::unique_ptr<driver_api::library> lib_;
+  void* device_ = nullptr;
+};
+
+// Faults during initialisation after which the host is told code 0 and "not ready".
+struct init_fault {
+  const char* name;
+  plcsim::faults faults;
+};
+
+std::vector<init_fault> init_faults_leaving_device_not_ready() {
+  std::vector<init_fault> cases;
+  plcsim::faults f;
+  f.no_reply_to = 1;
+  cases.push_back({"no reply to the first identification step", f});
+  f = {};
+  f.no_reply_to = 6;
+  cases.push_back({"no reply to identification step 6", f});
+  f = {};
+  f.delay_reply_to = 4;
+  f.delay_ms = 1500;
+  cases.push_back({"identification step 4 answered after the receive wait", f});
+  for (int after :
+       {1, 5, identification_requests, identification_requests + 1, identification_requests + 3}) {
+    f = {};
+    f.close_after = after;
+    cases.push_back({"connection dropped after a few requests", f});
+  }
+  f = {};
+  f.error_function = 0x26;
+  cases.push_back({"dictionary requests refused", f});
+  return cases;
+}
+
+TEST_F(ControllerFaults, InitialisationFaultsReportNotReadyAndTimeoutRecovers) {
+  for (const init_fault& c : init_faults_leaving_device_not_ready()) {
+    SCOPED_TRACE(c.name);
+    server_->set_faults(c.faults);
+    EXPECT_EQ(get_init(), 0u);
+    EXPECT_EQ(check_init(), 0);
+    recover();
+    // The next case counts requests from a fresh controller.
+    lib_->Timeout(0, device_);
+    restart_server();
+  }
+}
+
+TEST_F(ControllerFaults, NoControllerReportsCodeTenUntilOneListens) {
+  const std::string address = server_->address();
+  server_->stop();
+  EXPECT_EQ(get_init(), 10u);
+  EXPECT_EQ(check_init(), 0);
+  server_ = std::make_unique<plcsim::server>(plant());
+  ASSERT_TRUE(server_->start(address, 502));
+  lib_->Timeout(0, device_);
+  initialise();
+  expect_counter_reads();
+}
+
+TEST_F(ControllerFaults, RefusedProjectInformationStepsAreSkipped) {
+  plcsim::faults f;
+  f.error_function = 0x03;
+  server_->set_faults(f);
+  initialise();
+  expect_counter_reads();
+}
+
+TEST_F(ControllerFaults, OneLostDictionaryReplyIsResentAndInitialisationCompletes) {
+  plcsim::faults f;
+  f.no_reply_to = identification_requests + 1;  // the first data type list request
+  server_->set_faults(f);
+  initialise();
+  expect_counter_reads();
+}
+
+TEST_F(ControllerFaults, CutReplyRaisesOutOfRangeToTheHostAndTimeoutRecovers) {
+  // Fault: a reply shorter than its header is framed by checked reads, not trusted.
+  plcsim::faults f;
+  f.truncate_reply_to = 1;
+  f.truncate_to = 5;
+  server_->set_faults(f);
+  uint32_t code = 99;
+  EXPECT_THROW(lib_->GetInitCmdEx2(&code, 0, 0, 0, &device_), std::out_of_range);
+  recover();
+}
+
+TEST_F(ControllerFaults, SplitIdentificationReplyRaisesOutOfRangeAndTimeoutRecovers) {
+  // The first half of the PLC identification reply lacks the type text's length byte.
+  plcsim::faults f;
+  f.split_reply_to = 1;
+  server_->set_faults(f);
+  uint32_t code = 99;
+  EXPECT_THROW(lib_->GetInitCmdEx2(&code, 0, 0, 0, &device_), std::out_of_range);
+  recover();
+}
+
+TEST_F(ControllerFaults, SilentControllerDuringDictionaryDownloadIsEndedByTimeout) {
+  // The data type list request is repeated for ever; only Timeout from another thread ends it.
+  plcsim::faults f;
+  f.delay_reply_to = identification_requests + 1;
+  f.delay_ms = 60000;
+  server_->set_faults(f);
+  auto init = std::async(std::launch::async, [this] { return get_init(); });
+  EXPECT_EQ(init.wait_for(std::chrono::milliseconds(2500)), std::future_status::timeout);
+  lib_->Timeout(0, device_);
+  const bool ended = init.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+  if (!ended) server_->stop();  // unblock the session so that the test can fail cleanly
+  ASSERT_TRUE(ended);
+  EXPECT_EQ(init.get(), 0u);
+  EXPECT_EQ(check_init(), 0);
+  restart_server();
+  recover();
+}
+
+// Run-time faults on a read that make the round fail once; the next round reads again.
+TEST_F(ControllerFaults, ReadFaultsFailOneRoundAndTheNextRoundReadsAgain) {
+  initialise();
+  const uint64_t base = server_->request_count();
+  struct run_fault {
+    const char* name;
+    plcsim::faults faults;
+  };
+  std::vector<run_fault> cases;
+  plcsim::faults f;
+  f.no_reply_to = 1;
+  cases.push_back({"no reply", f});
+  f = {};
+  f.error_function = 0x22;
+  cases.push_back({"error status", f});
+  uint64_t sent = base;
+  for (run_fault& c : cases) {
+    SCOPED_TRACE(c.name);
+    if (c.faults.no_reply_to != 0) c.faults.no_reply_to = static_cast<int>(sent + 1);
+    server_->set_faults(c.faults);
+    expect_round_failed(read_round(counter_and_total()));
+    server_->set_faults({});
+    expect_counter_reads();
+    sent = server_->request_count();
+  }
+}
+
+TEST_F(ControllerFaults, LateReadReplyFailsTheRoundAndTimeoutDiscardsIt) {
+  initialise();
+  plcsim::faults f;
+  f.delay_reply_to = static_cast<int>(server_->request_count() + 1);
+  f.delay_ms = 1300;
+  server_->set_faults(f);
+  expect_round_failed(read_round(counter_and_total()));
+  recover();
+}
+
+TEST_F(ControllerFaults, SplitReadReplyRaisesOutOfRangeToTheHost) {
+  // The first half of the reply holds fewer value bytes than the requests need.
+  initialise();
+  plcsim::faults f;
+  f.split_reply_to = static_cast<int>(server_->request_count() + 1);
+  server_->set_faults(f);
+  auto req = driver_api::requests(device_, counter_and_total());
+  EXPECT_THROW(lib_->OutputFilterEx(req.data(), static_cast<int>(req.size())), std::out_of_range);
+  recover();
+}
+
+TEST_F(ControllerFaults, DroppedConnectionFailsEveryRoundUntilTimeoutAndReinitialisation) {
+  initialise();
+  plcsim::faults f;
+  f.close_after = static_cast<int>(server_->request_count());
+  server_->set_faults(f);
+  expect_round_failed(read_round(counter_and_total()));
+  expect_round_failed(read_round(counter_and_total()));
+  recover();
+}
+
+TEST_F(ControllerFaults, UnansweredWriteIsNotReportedButFailsTheNextRead) {
+  // A write without reply leaves state 8, which is not ready: the next read fails and
+  // resets the state, and the round after it reads again.
+  initialise();
+  plcsim::faults f;
+  f.no_reply_to = static_cast<int>(server_->request_count() + 1);
+  server_->set_faults(f);
+  auto req = driver_api::write_request(device_, {tag("Counter"), UNITYDRV_TYPE_INT}, {7});
+  EXPECT_EQ(lib_->OutputFilterEx(req.data(), 1).byte_3, 8);
+  driver_api::input_round after_write(device_, 1);
+  lib_->InputFilterEx(after_write.results.data(), nullptr, after_write.infos.data(), 1);
+  EXPECT_EQ(after_write.results[0].result_status, 0);
+  EXPECT_EQ(after_write.results[0].result_code, 5);
+  server_->set_faults({});
+  expect_round_failed(read_round(counter_and_total()));
+  // The silent controller never carried the write out.
+  expect_counter_reads();
+}
+
+TEST_F(ControllerFaults, RefusedWriteLeavesTheValueAndIsNotReported) {
+  initialise();
+  plcsim::faults f;
+  f.error_function = 0x23;
+  server_->set_faults(f);
+  auto req = driver_api::write_request(device_, {tag("Counter"), UNITYDRV_TYPE_INT}, {7});
+  lib_->OutputFilterEx(req.data(), 1);
+  server_->set_faults({});
+  expect_counter_reads();
+}
+
+}  // namespace
