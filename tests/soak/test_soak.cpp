@@ -1,0 +1,138 @@
+// Many rounds of the host's whole device life (start, initialise, read, write, close)
+// against the simulator: open descriptors and heap in use must not grow. The number of
+// rounds is UNITYDRV_SOAK_ROUNDS (default 2000).
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/driver_api.h"
+#include "tag_index/tag_file_writer.h"
+#include "tools/plcsim/plcsim.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#define UNITYDRV_HEAP_MEASURABLE 0  // the sanitizer's allocator is not seen by mallinfo2
+#else
+#define UNITYDRV_HEAP_MEASURABLE 1
+#endif
+
+namespace {
+
+using driver_api::request;
+
+const std::string source_dir = UNITYDRV_SOURCE_DIR;
+constexpr std::size_t warm_up_rounds = 50;
+// Slack for allocator bookkeeping and for the simulator's connection threads that may
+// still be closing their last socket; a leak of one descriptor or of one device per
+// round exceeds both within the default number of rounds.
+constexpr long fd_tolerance = 3;
+constexpr long heap_tolerance_bytes = 256 * 1024;
+
+std::size_t soak_rounds() {
+  const char* text = std::getenv("UNITYDRV_SOAK_ROUNDS");
+  const long n = text != nullptr ? std::strtol(text, nullptr, 10) : 0;
+  return n > 0 ? static_cast<std::size_t>(n) : 2000;
+}
+
+long open_descriptors() {
+  long n = 0;
+  if (DIR* dir = ::opendir("/proc/self/fd")) {
+    while (::readdir(dir) != nullptr) ++n;
+    ::closedir(dir);
+  }
+  return n;
+}
+
+long heap_in_use() {
+  return static_cast<long>(::mallinfo2().uordblks);
+}
+
+std::vector<std::string> plant_tags() {
+  std::ifstream in(source_dir + "/examples/plant_tags.txt");
+  std::vector<std::string> names;
+  for (std::string line; std::getline(in, line);) {
+    if (!line.empty()) names.push_back(line);
+  }
+  return names;
+}
+
+class Soak : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    names_ = plant_tags();
+    tag_path_ = ::testing::TempDir() + "soak.tags";
+    std::vector<tag_file::record> records;
+    for (const auto& n : names_) records.push_back({n});
+    ASSERT_TRUE(tag_file::write(tag_path_, records, false, 0));
+    server_ = std::make_unique<plcsim::server>(
+        plcsim::load_project_file(source_dir + "/examples/plant.json"));
+    ASSERT_TRUE(server_->start_on_free_loopback());
+    lib_ = std::make_unique<driver_api::library>();
+    const unitydrv_init_params params = driver_api::init_params(server_->address());
+    lib_->InitEx(0, &params);
+  }
+
+  void TearDown() override {
+    lib_.reset();
+    if (server_) server_->stop();
+    std::remove(tag_path_.c_str());
+  }
+
+  uint32_t tag(const std::string& name) const {
+    for (std::size_t i = 0; i < names_.size(); ++i) {
+      if (names_[i] == name) return static_cast<uint32_t>(i);
+    }
+    return 0;
+  }
+
+  // One device from start to close; false at the first step that did not work.
+  bool device_life(uint16_t value) {
+    void* device = nullptr;
+    if (lib_->StartDeviceEx(0, &device, tag_path_.c_str(), 0) != 0 || device == nullptr)
+      return false;
+    uint32_t code = 99;
+    lib_->GetInitCmdEx2(&code, 0, 0, 0, &device);
+    bool ok = code == 0 && lib_->CheckInitCmdResponseEx2(0, 0, &device) == 1;
+    if (ok) {
+      const request counter{tag("Counter"), UNITYDRV_TYPE_INT};
+      auto write = driver_api::write_request(device, counter, {value});
+      lib_->OutputFilterEx(write.data(), 1);
+      auto read = driver_api::requests(device, {counter, {tag("Total"), UNITYDRV_TYPE_DINT}});
+      lib_->OutputFilterEx(read.data(), 2);
+      driver_api::input_round round(device, 2);
+      lib_->InputFilterEx(round.results.data(), nullptr, round.infos.data(), 2);
+      ok = round.results[0].result_status == 0 && round.units(0, 1) == std::vector<uint16_t>{value};
+    }
+    lib_->CloseDevice(0, device);
+    return ok;
+  }
+
+  std::vector<std::string> names_;
+  std::string tag_path_;
+  std::unique_ptr<plcsim::server> server_;
+  std::unique_ptr<driver_api::library> lib_;
+};
+
+TEST_F(Soak, DeviceLivesLeaveNoDescriptorsOrHeapBehind) {
+  const std::size_t rounds = soak_rounds();
+  for (std::size_t i = 0; i < warm_up_rounds; ++i) {
+    ASSERT_TRUE(device_life(static_cast<uint16_t>(i))) << "warm-up round " << i;
+  }
+  const long fds_before = open_descriptors();
+  const long heap_before = heap_in_use();
+  for (std::size_t i = 0; i < rounds; ++i) {
+    ASSERT_TRUE(device_life(static_cast<uint16_t>(i))) << "round " << i;
+  }
+  EXPECT_LE(open_descriptors() - fds_before, fd_tolerance);
+  if (UNITYDRV_HEAP_MEASURABLE) {
+    EXPECT_LE(heap_in_use() - heap_before, heap_tolerance_bytes);
+  }
+}
+
+}  // namespace
