@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "tag_index/tag_record.h"
 #include "tag_index/tag_table.h"
@@ -19,4 +20,6 @@ struct device_context {
   // Stable storage for element names built for bit-array requests: value-map keys point
   // at names, so a name must outlive the request that made it.
   std::set<std::string> element_names;
+  // The items of the last read, kept so that each cycle reuses them (request translation).
+  std::vector<read_comm> read_items;
 };

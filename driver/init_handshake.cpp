@@ -14,12 +14,14 @@ constexpr unsigned short plc_port = 502;
 constexpr int connect_timeout_ms = 100;
 constexpr uint32_t code_no_connection = 10;
 
-// Builds the tag index from copies of the session's maps. A dictionary that the index
-// cannot digest leaves the device not ready instead of throwing into the host.
+// Builds the tag index from the session's maps. The index builder only reads them, so it
+// works on them in place: what copies would give, without copying the whole dictionary.
+// A dictionary that the index cannot digest leaves the device not ready instead of
+// throwing into the host.
 bool build_index(device_context& device) {
   const unity_process& s = device.session;
   try {
-    device.tag_table.setup_memory_index(s.tables, s.struct_members, s.data_types);
+    device.tag_table.setup_memory_index_in_place(s.tables, s.struct_members);
     return true;
   } catch (const std::exception&) {
     return false;

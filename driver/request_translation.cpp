@@ -1,5 +1,6 @@
 // OutputFilterEx: host requests become Unity read or write items for the device's session;
 // values read are left in the tag table's result slots for the input filter.
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -20,8 +21,9 @@ const tag_entry& empty_entry() {
   return entry;
 }
 
-read_comm item_from(const offline_stTag_578& tag, uint32_t element_offset, uint16_t count) {
-  read_comm item;
+// Sets every field of an item, so that an item kept from an earlier request is as new.
+void fill_item(read_comm& item, const offline_stTag_578& tag, uint32_t element_offset,
+               uint16_t count) {
   item.location = tag.location;
   item.member_offset = tag.member_offset;
   item.element_offset = static_cast<uint16_t>(element_offset);
@@ -29,6 +31,12 @@ read_comm item_from(const offline_stTag_578& tag, uint32_t element_offset, uint1
   item.read_format = static_cast<uint8_t>(tag.read_format);
   item.type_id = tag.type_id;
   item.single_element = 0;
+  item.data.clear();
+}
+
+read_comm item_from(const offline_stTag_578& tag, uint32_t element_offset, uint16_t count) {
+  read_comm item;
+  fill_item(item, tag, element_offset, count);
   return item;
 }
 
@@ -105,9 +113,14 @@ namespace {
 
 void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_request_* requests,
                    int count) {
-  std::vector<read_comm> items;
+  // The device keeps its item list from one cycle to the next: an item owns a deque, and
+  // building a fresh one per tag and cycle would cost two allocations each time.
+  std::vector<read_comm>& items = device.read_items;
+  items.resize(static_cast<std::size_t>(std::max(count, 0)));
   std::vector<offline_stTag_578> tags;
   std::vector<uint16_t> counts;
+  tags.reserve(items.size());
+  counts.reserve(items.size());
   for (int i = 0; i < count; ++i) {
     offline_stTag_578 tag;
     const uint16_t n = driver.offline_FillTagStruct(&device.tag_table, &tag, &requests[i].ref);
@@ -119,10 +132,10 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
     tag.bit_number = static_cast<int8_t>(host_request::no_bit);
     const bool bit_array = tag.request_byte == host_request::type_bit_array;
     if (bit_array && n > 1) host_request::rename_bit_array_element(device, tag);
-    read_comm item = item_from(tag, element_size(tag.request_byte) * tag.request_word, n);
+    read_comm& item = items[static_cast<std::size_t>(i)];
+    fill_item(item, tag, element_size(tag.request_byte) * tag.request_word, n);
     // A BitArray's length comes from its data type.
     if (bit_array) item.read_format = 0x21;
-    items.push_back(item);
     tags.push_back(tag);
     counts.push_back(n);
   }
@@ -151,6 +164,7 @@ void write_request(tag_driver_offline_578& driver, device_context& device,
   // A string goes as one item whatever the count.
   const int runs = tag.request_byte == host_request::type_string ? 1 : count;
   std::vector<read_comm> items;
+  items.reserve(static_cast<std::size_t>(std::max(runs, 0)));
   for (int j = 0; j < runs; ++j) {
     const uint32_t a = static_cast<uint32_t>(tag.request_word) + static_cast<uint32_t>(j);
     read_comm item = item_from(tag, a * write_element_size(tag.request_byte), n);

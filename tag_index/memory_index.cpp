@@ -1,5 +1,5 @@
-#include <boost/algorithm/string/classification.hpp>
-#include <boost/algorithm/string/split.hpp>
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <set>
 
@@ -51,6 +51,31 @@ void strip_whole_name_subscript(std::string& name) {
   }
 }
 
+// The types met on one descent through last members. Nearly every descent is one or two
+// levels deep, so the first few live in place and only a deep (or hostile) one allocates.
+class type_path {
+ public:
+  void insert(unsigned short type) {
+    if (contains(type)) return;
+    if (near_count_ < near_.size()) {
+      near_[near_count_++] = type;
+    } else {
+      far_.insert(type);
+    }
+  }
+  bool contains(unsigned short type) const {
+    for (std::size_t i = 0; i < near_count_; ++i) {
+      if (near_[i] == type) return true;
+    }
+    return !far_.empty() && far_.count(type) != 0;
+  }
+
+ private:
+  std::array<unsigned short, 8> near_{};
+  std::size_t near_count_ = 0;
+  std::set<unsigned short> far_;
+};
+
 std::string zero_terminated(const std::string& text) {
   return text + '\0';
 }
@@ -64,13 +89,58 @@ const data_type* find_member(const std::vector<data_type>& members, const std::s
   return nullptr;
 }
 
+// calculate_block_size on a map it only reads.
+void add_block_size(const member_map& struct_members, unsigned short type_id, unsigned int& size) {
+  // The descent through last members is a loop, not recursion, and stops at a type that
+  // repeats on its own path: a hostile dictionary with a cycle cannot run for ever.
+  type_path path;
+  unsigned short current = type_id;
+  for (;;) {
+    const auto members = struct_members.find(current);
+    if (members == struct_members.end()) {
+      return;
+    }
+    path.insert(current);
+    const data_type& last = members->second.at(members->second.size() - 1);
+    const uint32_t last_offset = member_byte_offset(last);
+    const uint16_t last_type = member_type_id(last);
+    const int format = read_comm::get_read_format_from_type(last_type);
+    if (struct_members.count(last_type) != 0) {
+      if (format != 255 || path.contains(last_type)) {
+        return;
+      }
+      size += last_offset;
+      current = last_type;
+      continue;
+    }
+    // A non-zero accumulated size keeps as it is: the innermost last offset is not added.
+    size = (size != 0 ? size : last_offset) + element_size_of_format(format, last_type);
+    return;
+  }
+}
+
+// "a..b." gives "a", "", "b", "": every dot ends a part, empty parts are kept.
+std::vector<std::string> split_at_dots(const std::string& name) {
+  std::vector<std::string> parts;
+  parts.reserve(1 + static_cast<std::size_t>(std::count(name.begin(), name.end(), '.')));
+  std::size_t start = 0;
+  for (;;) {
+    const std::size_t dot = name.find('.', start);
+    if (dot == std::string::npos) break;
+    parts.emplace_back(name, start, dot - start);
+    start = dot + 1;
+  }
+  parts.emplace_back(name, start, std::string::npos);
+  return parts;
+}
+
 // Walks the member parts of one tag below its variable; true when a part was stored.
 bool resolve_member_path(tag_entry& entry, const std::vector<std::string>& parts,
                          const table& variable, const std::vector<int>& base_indices,
-                         member_map& struct_members) {
+                         const member_map& struct_members) {
   unsigned short current_type = variable.type_id;
   unsigned int variable_size = 0;
-  calculate_block_size(struct_members, current_type, variable_size);
+  add_block_size(struct_members, current_type, variable_size);
   uint32_t accumulated = 0;
   bool stored = false;
   for (std::size_t p = 1; p < parts.size(); ++p) {
@@ -91,7 +161,7 @@ bool resolve_member_path(tag_entry& entry, const std::vector<std::string>& parts
     entry.type_id = member_type;
     unsigned int member_size = 0;
     if (!member_indices.empty()) {
-      calculate_block_size(struct_members, member_type, member_size);
+      add_block_size(struct_members, member_type, member_size);
     }
     if (entry.read_format == 255 && struct_members.count(member_type) != 0) {
       current_type = member_type;
@@ -114,14 +184,13 @@ bool resolve_member_path(tag_entry& entry, const std::vector<std::string>& parts
 }
 
 bool resolve_tag(tag_entry& entry, const std::map<std::string, table>& tables,
-                 member_map& struct_members) {
+                 const member_map& struct_members) {
   // Wide names are read up to their first zero byte, as the 8-bit text they start with.
   std::string name = entry.name != nullptr ? entry.name : "";
   entry.location.fill(0);
   entry.member_offset = 0;
   strip_whole_name_subscript(name);
-  std::vector<std::string> parts;
-  boost::algorithm::split(parts, name, boost::is_any_of("."));
+  const std::vector<std::string> parts = split_at_dots(name);
   std::string base = zero_terminated(parts.at(0));
   const std::vector<int> base_indices = pares_array_indices_from_subscript(base);
   remove_array_index(base);
@@ -144,6 +213,11 @@ int offline_CTagTable_578::setup_memory_index(
     std::map<std::string, table> tables,
     std::map<unsigned short, std::vector<data_type>> struct_members,
     [[maybe_unused]] std::map<unsigned short, data_type> data_types) {
+  return setup_memory_index_in_place(tables, struct_members);
+}
+
+int offline_CTagTable_578::setup_memory_index_in_place(const std::map<std::string, table>& tables,
+                                                       const member_map& struct_members) {
   if (tag_count == 0) {
     return 0;
   }
@@ -158,30 +232,5 @@ int offline_CTagTable_578::setup_memory_index(
 
 void calculate_block_size(std::map<unsigned short, std::vector<data_type>>& struct_members,
                           unsigned short& type_id, unsigned int& size) {
-  // The descent through last members is a loop, not recursion, and stops at a type that
-  // repeats on its own path: a hostile dictionary with a cycle cannot run for ever.
-  std::set<unsigned short> path;
-  unsigned short current = type_id;
-  for (;;) {
-    const auto members = struct_members.find(current);
-    if (members == struct_members.end()) {
-      return;
-    }
-    path.insert(current);
-    const data_type& last = members->second.at(members->second.size() - 1);
-    const uint32_t last_offset = member_byte_offset(last);
-    const uint16_t last_type = member_type_id(last);
-    const int format = read_comm::get_read_format_from_type(last_type);
-    if (struct_members.count(last_type) != 0) {
-      if (format != 255 || path.count(last_type) != 0) {
-        return;
-      }
-      size += last_offset;
-      current = last_type;
-      continue;
-    }
-    // A non-zero accumulated size keeps as it is: the innermost last offset is not added.
-    size = (size != 0 ? size : last_offset) + element_size_of_format(format, last_type);
-    return;
-  }
+  add_block_size(struct_members, type_id, size);
 }

@@ -27,9 +27,10 @@ class be_reader {
   std::size_t pos_;
 };
 
-class le_reader {
+template <typename Buffer>
+class basic_le_reader {
  public:
-  explicit le_reader(const bytes& buf, std::size_t pos = 0) : buf_(buf), pos_(pos) {}
+  explicit basic_le_reader(const Buffer& buf, std::size_t pos = 0) : buf_(buf), pos_(pos) {}
   uint8_t u8() { return buf_.at(pos_++); }
   uint16_t u16() {
     uint16_t lo = u8();
@@ -48,9 +49,13 @@ class le_reader {
   bool at_end() const { return pos_ >= buf_.size(); }
 
  private:
-  const bytes& buf_;
+  const Buffer& buf_;
   std::size_t pos_;
 };
+
+// Over a byte vector, the common case; basic_le_reader also reads fixed std::array fields
+// in place, where copying them into a vector first would cost an allocation.
+using le_reader = basic_le_reader<bytes>;
 
 // Writes into a vector that is already sized (the frame encoder's pattern).
 class be_writer {
@@ -76,7 +81,9 @@ class le_writer {
     buf_.push_back(v);
     return *this;
   }
-  le_writer& u16(uint16_t v) { return u8(static_cast<uint8_t>(v)).u8(static_cast<uint8_t>(v >> 8)); }
+  le_writer& u16(uint16_t v) {
+    return u8(static_cast<uint8_t>(v)).u8(static_cast<uint8_t>(v >> 8));
+  }
   le_writer& u32(uint32_t v) {
     return u16(static_cast<uint16_t>(v)).u16(static_cast<uint16_t>(v >> 16));
   }

@@ -20,6 +20,8 @@ T read_partial_le(const std::vector<unsigned char>& data, unsigned short& cursor
 }
 
 void read_name(const std::vector<unsigned char>& data, unsigned short& cursor, node& record) {
+  // Room for the longest name at once, instead of growing byte by byte.
+  record.name.reserve(max_name_bytes + 2);
   unsigned taken = 0;
   while (cursor < data.size() && data[cursor] != 0 && taken <= max_name_bytes) {
     record.name.push_back(data[cursor]);

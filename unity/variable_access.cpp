@@ -1,4 +1,5 @@
 // Run-time variable access: Unity read-variables (0x22) and write-variables (0x23).
+#include <array>
 #include <stdexcept>
 
 #include "tag_index/tag_names.h"
@@ -20,6 +21,11 @@ constexpr std::size_t max_items = 255;
 // Reply bytes: 7-byte MBAP header, function code, pairing byte, then the status.
 constexpr std::size_t reply_status_pos = 9;
 constexpr std::size_t reply_values_pos = 10;
+// Sizes for reserving a request's message: header, and the longest item records (a write
+// item's value bytes come on top of its fixed part).
+constexpr std::size_t message_header_size = 7;
+constexpr std::size_t max_read_item_size = 10;
+constexpr std::size_t max_write_item_size = 10;
 // Message byte holding the first item's code byte.
 constexpr std::size_t first_code_pos = 7;
 
@@ -34,8 +40,7 @@ modbus_tcp_frame unity_request(unsigned short transaction, std::vector<unsigned 
 
 // Byte address of an item inside its block; only the low 24 bits of the base offset count.
 uint32_t item_address(const read_comm& item) {
-  wire::bytes loc(item.location.begin(), item.location.end());
-  wire::le_reader r(loc, 2);
+  wire::basic_le_reader<std::array<unsigned char, 6>> r(item.location, 2);
   uint32_t base = r.u16();
   base |= static_cast<uint32_t>(r.u8()) << 16;
   uint32_t address = base + item.element_offset;
@@ -81,6 +86,7 @@ unsigned char write_item_code(const read_comm& item,
 modbus_tcp_frame unity_process::create_read_request(unsigned short transaction, unsigned char,
                                                     bool&, std::vector<read_comm>& items, bool&) {
   wire::bytes message;
+  message.reserve(message_header_size + max_read_item_size * items.size());
   wire::le_writer w(message);
   put_message_header(w, read_variables, table_address, items.size());
   for (read_comm& item : items) {
@@ -102,6 +108,7 @@ modbus_tcp_frame unity_process::create_read_request(unsigned short transaction, 
 modbus_tcp_frame unity_process::create_write_request(unsigned short transaction, unsigned char,
                                                      bool&, std::vector<read_comm> items) {
   wire::bytes message;
+  message.reserve(message_header_size + max_write_item_size * items.size());
   wire::le_writer w(message);
   put_message_header(w, write_variables, table_address, items.size());
   for (const read_comm& item : items) {
