@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <string>
+#include <utility>
 
 #include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
@@ -102,7 +103,7 @@ void unity_process::save_table_info(std::vector<unity_frame> frames) {
         std::copy(entry.location.begin(), entry.location.end(), variable_address.begin());
       }
       entry.read_format = read_comm::get_read_format_from_type(entry.type_id);
-      tables[name] = entry;
+      tables[name] = std::move(entry);
     }
   }
 }

@@ -2,6 +2,7 @@
 // every structure and array type, and the paged variables table.
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 #include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
@@ -180,12 +181,15 @@ bool unity_process::browse() {
         if (send_frame(request) == -1) return false;
         reply = client_recv();
       }
-      const std::vector<unity_frame> frames = decode_reply(*this, reply);
+      std::vector<unity_frame> frames = decode_reply(*this, reply);
       if (frames.empty()) return false;
       ++transaction_counter;
-      save_table_info(frames);
-      browse_address = le_u32_bytes(frames.front().next_address);
-      if (frames.front().next_address == 0) break;
+      // The decoder gets the page itself, not a copy of its hundred records: nothing
+      // but the next address is read from it afterwards.
+      const uint32_t next_address = frames.front().next_address;
+      save_table_info(std::move(frames));
+      browse_address = le_u32_bytes(next_address);
+      if (next_address == 0) break;
     }
   }
   state = state_ready;
