@@ -28,7 +28,7 @@ def load_matplotlib():
 def read_cycles(path):
     with open(path) as f:
         runs = json.load(f)["benchmarks"]
-    rows = [r for r in runs if r["name"].startswith("BM_read_cycle/") and "driver_us" in r]
+    rows = [r for r in runs if r["name"].startswith("BM_read_cycle/") and "driver_min_us" in r]
     rows.sort(key=lambda r: r["tags"])
     if not rows:
         sys.exit(f"{path}: no BM_read_cycle results")
@@ -41,17 +41,21 @@ def main():
     rows = read_cycles(sys.argv[1])
     plt = load_matplotlib()
     tags = [r["tags"] for r in rows]
-    fig, ax = plt.subplots(figsize=(7, 4.5))
-    for key, label, style in (("driver_us", "driver (OutputFilterEx + InputFilterEx)", "o-"),
-                              ("floor_us", "bare socket, same request bytes", "s--"),
-                              ("libmodbus_us", "libmodbus, as many registers", "^:")):
-        ax.plot(tags, [r[key] for r in rows], style, label=label)
+    fig, ax = plt.subplots(figsize=(8, 5.5))
+    series = (("driver", "driver (OutputFilterEx + InputFilterEx)", "o", "C0"),
+              ("floor", "bare socket, same request bytes", "s", "C1"),
+              ("libmodbus", "libmodbus, as many registers", "^", "C2"))
+    for key, label, marker, colour in series:
+        ax.plot(tags, [r[key + "_min_us"] for r in rows], marker + "-", color=colour,
+                label=label + ", minimum")
+        ax.plot(tags, [r[key + "_us"] for r in rows], marker + ":", color=colour, alpha=0.5,
+                label=label + ", median")
     ax.set_xlabel("tags per read cycle")
-    ax.set_ylabel("median cycle time (µs)")
+    ax.set_ylabel("cycle time (µs)")
     ax.set_title("One host read cycle on loopback")
     ax.set_ylim(bottom=0)
     ax.grid(True, alpha=0.3)
-    ax.legend()
+    ax.legend(fontsize="small")
     fig.tight_layout()
     fig.savefig(sys.argv[2], dpi=100)
     print(f"wrote {sys.argv[2]}")
