@@ -117,14 +117,17 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
   // building a fresh one per tag and cycle would cost two allocations each time.
   std::vector<read_comm>& items = device.read_items;
   items.resize(static_cast<std::size_t>(std::max(count, 0)));
+  if (items.empty()) return;
   std::vector<offline_stTag_578> tags;
   std::vector<uint16_t> counts;
   tags.reserve(items.size());
   counts.reserve(items.size());
+  // Slots are consecutive: grown once to the request's size, they are addressed directly.
+  result_slot* const slots = &device.tag_table.slot(items.size() - 1) - (items.size() - 1);
   for (int i = 0; i < count; ++i) {
     offline_stTag_578 tag;
     const uint16_t n = driver.offline_FillTagStruct(&device.tag_table, &tag, &requests[i].ref);
-    result_slot& slot = device.tag_table.slot(static_cast<std::size_t>(i));
+    result_slot& slot = slots[i];
     slot.type_code = tag.request_byte;
     slot.bit_number = static_cast<uint8_t>(tag.bit_number);
     slot.element_count = n;
@@ -139,12 +142,11 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
     tags.push_back(tag);
     counts.push_back(n);
   }
-  if (items.empty()) return;
   std::vector<unsigned char> bytes;
   if (device.session.read(items, bytes) == 0) return;
   wire::le_reader in(bytes);
   for (std::size_t j = 0; j < tags.size(); ++j) {
-    fill_slot(device.tag_table.slot(j), tags[j], items[j], counts[j], in);
+    fill_slot(slots[j], tags[j], items[j], counts[j], in);
   }
 }
 
