@@ -91,7 +91,7 @@ class host_device {
     tag_file::write(path_, records, false);
     const unitydrv_init_params params = driver_api::init_params(server.address());
     driver().InitEx(0, &params);
-    driver().StartDeviceEx(0, &handle_, path_.c_str(), 0);
+    if (driver().StartDeviceEx(0, &handle_, path_.c_str(), 0) != 0) handle_ = nullptr;
   }
   ~host_device() {
     if (handle_ != nullptr) driver().CloseDevice(0, handle_);
@@ -101,11 +101,14 @@ class host_device {
   host_device& operator=(const host_device&) = delete;
 
   bool get_init_cmd() {
+    if (handle_ == nullptr) return false;
     uint32_t code = 99;
     driver().GetInitCmdEx2(&code, 0, 0, 0, &handle_);
     return code == 0;
   }
-  bool ready() { return driver().CheckInitCmdResponseEx2(0, 0, &handle_) == 1; }
+  bool ready() {
+    return handle_ != nullptr && driver().CheckInitCmdResponseEx2(0, 0, &handle_) == 1;
+  }
   void* handle() const { return handle_; }
 
  private:
