@@ -3,6 +3,9 @@
 #include <cstring>
 #include <set>
 
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/split.hpp>
+
 #include "tag_index/tag_names.h"
 #include "tag_index/tag_table.h"
 #include "unity/byte_cursor.h"
@@ -122,15 +125,7 @@ void add_block_size(const member_map& struct_members, unsigned short type_id, un
 // "a..b." gives "a", "", "b", "": every dot ends a part, empty parts are kept.
 std::vector<std::string> split_at_dots(const std::string& name) {
   std::vector<std::string> parts;
-  parts.reserve(1 + static_cast<std::size_t>(std::count(name.begin(), name.end(), '.')));
-  std::size_t start = 0;
-  for (;;) {
-    const std::size_t dot = name.find('.', start);
-    if (dot == std::string::npos) break;
-    parts.emplace_back(name, start, dot - start);
-    start = dot + 1;
-  }
-  parts.emplace_back(name, start, std::string::npos);
+  boost::algorithm::split(parts, name, boost::is_any_of("."), boost::token_compress_off);
   return parts;
 }
 
