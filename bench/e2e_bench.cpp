@@ -121,7 +121,7 @@ class host_device {
 class host_cycle {
  public:
   host_cycle(void* device, std::size_t n)
-      : requests_(driver_api::requests(device, specs(n))), round_(device, n) {}
+      : requests_(driver_api::requests(device, first_tags_as_int(n))), round_(device, n) {}
 
   bool run() {
     const int n = static_cast<int>(round_.results.size());
@@ -132,7 +132,7 @@ class host_cycle {
   uint16_t unit(std::size_t i) const { return round_.results[i].result_words[0]; }
 
  private:
-  static std::vector<driver_api::request> specs(std::size_t n) {
+  static std::vector<driver_api::request> first_tags_as_int(std::size_t n) {
     std::vector<driver_api::request> out(n);
     for (std::size_t i = 0; i < n; ++i) out[i] = {static_cast<uint32_t>(i), UNITYDRV_TYPE_INT};
     return out;

@@ -16,7 +16,7 @@
 
 namespace host_paths {
 
-struct request_spec {
+struct request_desc {
   uint32_t tag = 0;
   uint8_t type = 0;
   uint16_t array_index = 0;
@@ -56,15 +56,15 @@ class device_test : public ::testing::Test {
     e->member_offset = member_offset;
   }
 
-  std::vector<_gui_request_> requests(const std::vector<request_spec>& specs, uint8_t kind = 0) {
-    std::vector<_gui_request_> out(specs.empty() ? 1 : specs.size());
+  std::vector<_gui_request_> requests(const std::vector<request_desc>& wanted, uint8_t kind = 0) {
+    std::vector<_gui_request_> out(wanted.empty() ? 1 : wanted.size());
     std::memset(static_cast<void*>(out.data()), 0, out.size() * sizeof(_gui_request_));
-    for (std::size_t i = 0; i < specs.size(); ++i) {
-      out[i].ref.tag_index = specs[i].tag;
-      out[i].ref.type_code_a = specs[i].type;
-      out[i].ref.array_index = specs[i].array_index;
-      out[i].ref.element_count = specs[i].count;
-      out[i].ref.bit_spec = specs[i].bit_spec;
+    for (std::size_t i = 0; i < wanted.size(); ++i) {
+      out[i].ref.tag_index = wanted[i].tag;
+      out[i].ref.type_code_a = wanted[i].type;
+      out[i].ref.array_index = wanted[i].array_index;
+      out[i].ref.element_count = wanted[i].count;
+      out[i].ref.bit_spec = wanted[i].bit_spec;
     }
     out[0].request_kind = kind;
     out[0].device_handle = device_.get();

@@ -7,14 +7,14 @@
 
 namespace {
 
-using host_paths::request_spec;
+using host_paths::request_desc;
 
 class OfflineMode : public host_paths::device_test {
  protected:
   void SetUp() override { load({"Level", "Speed", "Bits[0]", "Bits[3]"}, 1); }
 
-  void write(const request_spec& spec, const std::vector<uint16_t>& words, uint8_t bit_value = 0) {
-    auto req = requests({spec}, 1);
+  void write(const request_desc& one, const std::vector<uint16_t>& words, uint8_t bit_value = 0) {
+    auto req = requests({one}, 1);
     req[0].write.write_count = static_cast<uint16_t>(words.size());
     for (std::size_t i = 0; i < words.size(); ++i) req[0].write_words[i] = words[i];
     req[0].write.bit.write_bit_value = bit_value;
@@ -24,15 +24,15 @@ class OfflineMode : public host_paths::device_test {
   }
 
   // Reads through both filters, as the host does; returns the results.
-  std::vector<_input_data_> read(const std::vector<request_spec>& specs) {
-    auto req = requests(specs, 0);
-    const unitydrv_result r = driver_.outputfilter(req.data(), static_cast<int>(specs.size()));
+  std::vector<_input_data_> read(const std::vector<request_desc>& wanted) {
+    auto req = requests(wanted, 0);
+    const unitydrv_result r = driver_.outputfilter(req.data(), static_cast<int>(wanted.size()));
     EXPECT_EQ(r.byte_3, 8);
     const uint8_t done[] = {0, 0, 0, 0, 1};
     EXPECT_EQ(std::memcmp(req[0].status, done, sizeof(done)), 0);
-    auto res = results(specs.size());
-    auto inf = infos(specs.size());
-    driver_.inputFilter(res.data(), nullptr, inf.data(), static_cast<int>(specs.size()));
+    auto res = results(wanted.size());
+    auto inf = infos(wanted.size());
+    driver_.inputFilter(res.data(), nullptr, inf.data(), static_cast<int>(wanted.size()));
     return res;
   }
 };

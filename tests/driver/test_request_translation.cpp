@@ -11,7 +11,7 @@
 
 namespace {
 
-using host_paths::request_spec;
+using host_paths::request_desc;
 using test_peer::bytes;
 
 struct fill_case {
@@ -303,8 +303,8 @@ TEST_F(OnlineRequests, BitWriteChangesOnlyTheShadowValue) {
 
 TEST_F(OnlineRequests, SecondBitWriteKeepsTheFirstBit) {
   load({"W"}, 0);
-  for (uint8_t spec : {1, 3}) {
-    auto req = requests({{0, 3, 4, 1, spec}}, 2);
+  for (uint8_t bit : {1, 3}) {
+    auto req = requests({{0, 3, 4, 1, bit}}, 2);
     req[0].write.bit.write_bit_value = 1;
     driver_.outputfilter(req.data(), 1);
   }

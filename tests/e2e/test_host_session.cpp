@@ -91,18 +91,18 @@ class HostSession : public ::testing::Test {
   }
 
   // One round of OutputFilterEx and InputFilterEx.
-  driver_api::input_round read(const std::vector<request>& specs) {
-    auto req = driver_api::requests(device_, specs);
+  driver_api::input_round read(const std::vector<request>& wanted) {
+    auto req = driver_api::requests(device_, wanted);
     const unitydrv_result r = lib_->OutputFilterEx(req.data(), static_cast<int>(req.size()));
     EXPECT_EQ(r.byte_3, 8);
-    driver_api::input_round round(device_, specs.size());
+    driver_api::input_round round(device_, wanted.size());
     lib_->InputFilterEx(round.results.data(), nullptr, round.infos.data(),
-                        static_cast<int>(specs.size()));
+                        static_cast<int>(wanted.size()));
     return round;
   }
 
-  void write(const request& spec, const std::vector<uint16_t>& words, uint8_t bit_value = 0) {
-    auto req = driver_api::write_request(device_, spec, words, bit_value);
+  void write(const request& one, const std::vector<uint16_t>& words, uint8_t bit_value = 0) {
+    auto req = driver_api::write_request(device_, one, words, bit_value);
     EXPECT_EQ(lib_->OutputFilterEx(req.data(), 1).byte_3, 8);
   }
 
@@ -154,12 +154,12 @@ const tag_case every_kind[] = {
 
 TEST_F(HostSession, ReadsEveryKindOfTagAsTheControllerHoldsIt) {
   start(0);
-  std::vector<request> specs;
+  std::vector<request> wanted;
   for (const auto& c : every_kind) {
-    specs.push_back({tag(c.name), c.type, c.array_index, c.count});
+    wanted.push_back({tag(c.name), c.type, c.array_index, c.count});
   }
-  const auto round = read(specs);
-  for (std::size_t i = 0; i < specs.size(); ++i) {
+  const auto round = read(wanted);
+  for (std::size_t i = 0; i < wanted.size(); ++i) {
     const auto& c = every_kind[i];
     SCOPED_TRACE(c.name);
     const auto want =
@@ -242,9 +242,9 @@ TEST_F(HostSession, DroppedConnectionFailsOneRoundThenRecoversAfterTimeout) {
   plcsim::faults f;
   f.close_after = static_cast<int>(server_->request_count());
   server_->set_faults(f);
-  const std::vector<request> specs = {{tag("Counter"), UNITYDRV_TYPE_INT},
-                                      {tag("Total"), UNITYDRV_TYPE_DINT}};
-  auto failed = read(specs);
+  const std::vector<request> wanted = {{tag("Counter"), UNITYDRV_TYPE_INT},
+                                       {tag("Total"), UNITYDRV_TYPE_DINT}};
+  auto failed = read(wanted);
   for (const auto& r : failed.results) {
     EXPECT_EQ(r.result_status, 2);
     EXPECT_EQ(r.result_code, 10);
@@ -252,7 +252,7 @@ TEST_F(HostSession, DroppedConnectionFailsOneRoundThenRecoversAfterTimeout) {
   server_->set_faults(plcsim::faults{});
   lib_->Timeout(0, device_);
   init();
-  const auto round = read(specs);
+  const auto round = read(wanted);
   EXPECT_EQ(round.results[0].result_status, 0);
   EXPECT_EQ(round.results[0].result_code, 5);
   EXPECT_EQ(round.units(0, 1), std::vector<uint16_t>{0xFFD6});

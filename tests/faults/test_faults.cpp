@@ -103,12 +103,12 @@ class ControllerFaults : public ::testing::Test {
     return {{tag("Counter"), UNITYDRV_TYPE_INT}, {tag("Total"), UNITYDRV_TYPE_DINT}};
   }
 
-  driver_api::input_round read_round(const std::vector<request>& specs) {
-    auto req = driver_api::requests(device_, specs);
+  driver_api::input_round read_round(const std::vector<request>& wanted) {
+    auto req = driver_api::requests(device_, wanted);
     lib_->OutputFilterEx(req.data(), static_cast<int>(req.size()));
-    driver_api::input_round round(device_, specs.size());
+    driver_api::input_round round(device_, wanted.size());
     lib_->InputFilterEx(round.results.data(), nullptr, round.infos.data(),
-                        static_cast<int>(specs.size()));
+                        static_cast<int>(wanted.size()));
     return round;
   }
 

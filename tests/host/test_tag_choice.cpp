@@ -4,7 +4,7 @@
 #include <fstream>
 
 #include "tools/host/plc_type.h"
-#include "tools/host/tag_spec.h"
+#include "tools/host/tag_choice.h"
 #include "unitydrv/unitydrv.h"
 
 using namespace panelhost;
@@ -12,27 +12,27 @@ using namespace panelhost;
 namespace {
 
 TEST(ParseTagSpec, NameWithOptionalTypeAndCount) {
-  tag_spec plain = parse_tag_spec("  Motor1.Speed \r");
+  tag_choice plain = parse_tag_choice("  Motor1.Speed \r");
   EXPECT_EQ(plain.name, "Motor1.Speed");
   EXPECT_EQ(plain.type.code, 0);
 
-  tag_spec typed = parse_tag_spec("Line[2].Speed:real");
+  tag_choice typed = parse_tag_choice("Line[2].Speed:real");
   EXPECT_EQ(typed.name, "Line[2].Speed");
   EXPECT_EQ(typed.type.code, UNITYDRV_TYPE_REAL);
   EXPECT_EQ(typed.type.count, 0);
 
-  tag_spec text = parse_tag_spec("Name : STRING[20]");
+  tag_choice text = parse_tag_choice("Name : STRING[20]");
   EXPECT_EQ(text.name, "Name");
   EXPECT_EQ(text.type.code, UNITYDRV_TYPE_STRING);
   EXPECT_EQ(text.type.count, 20);
 
-  EXPECT_EQ(parse_tag_spec("X:195").type.code, UNITYDRV_TYPE_INT);
+  EXPECT_EQ(parse_tag_choice("X:195").type.code, UNITYDRV_TYPE_INT);
 }
 
 TEST(ParseTagSpec, RejectsBadTypesAndMissingNames) {
   for (const char* bad :
        {"X:FLOAT", "X:INT[0]", "X:INT[", "X:INT[3x]", ":INT", "X:196x", "X:300"}) {
-    EXPECT_THROW(parse_tag_spec(bad), std::invalid_argument) << bad;
+    EXPECT_THROW(parse_tag_choice(bad), std::invalid_argument) << bad;
   }
 }
 
@@ -47,10 +47,10 @@ TEST(ParseAssignment, SplitsAtTheFirstEquals) {
 TEST(ReadTagList, SkipsCommentsAndNamesTheBadLine) {
   const std::string path = ::testing::TempDir() + "panelhost_list.txt";
   std::ofstream(path) << "# plant\n\nCounter:INT\nTotal\n";
-  const auto specs = read_tag_list(path);
-  ASSERT_EQ(specs.size(), 2u);
-  EXPECT_EQ(specs[0].type.code, UNITYDRV_TYPE_INT);
-  EXPECT_EQ(specs[1].name, "Total");
+  const auto wanted = read_tag_list(path);
+  ASSERT_EQ(wanted.size(), 2u);
+  EXPECT_EQ(wanted[0].type.code, UNITYDRV_TYPE_INT);
+  EXPECT_EQ(wanted[1].name, "Total");
 
   std::ofstream(path) << "Counter\nTotal:DOUBLE\n";
   try {

@@ -89,17 +89,17 @@ struct request {
 };
 
 // An array of zeroed host requests for the device, the first with request_kind kind.
-inline std::vector<_gui_request_> requests(void* device, const std::vector<request>& specs,
+inline std::vector<_gui_request_> requests(void* device, const std::vector<request>& wanted,
                                            uint8_t kind = 0) {
-  std::vector<_gui_request_> out(specs.empty() ? 1 : specs.size());
+  std::vector<_gui_request_> out(wanted.empty() ? 1 : wanted.size());
   std::memset(static_cast<void*>(out.data()), 0, out.size() * sizeof(_gui_request_));
-  for (std::size_t i = 0; i < specs.size(); ++i) {
-    out[i].ref.tag_index = specs[i].tag;
-    out[i].ref.type_code_a = specs[i].type;
-    out[i].ref.array_index = specs[i].array_index;
-    out[i].ref.element_count = specs[i].count;
-    out[i].ref.bit_spec = specs[i].bit_spec;
-    out[i].ref.index_off = specs[i].index_off;
+  for (std::size_t i = 0; i < wanted.size(); ++i) {
+    out[i].ref.tag_index = wanted[i].tag;
+    out[i].ref.type_code_a = wanted[i].type;
+    out[i].ref.array_index = wanted[i].array_index;
+    out[i].ref.element_count = wanted[i].count;
+    out[i].ref.bit_spec = wanted[i].bit_spec;
+    out[i].ref.index_off = wanted[i].index_off;
   }
   out[0].request_kind = kind;
   out[0].device_handle = device;
@@ -107,10 +107,10 @@ inline std::vector<_gui_request_> requests(void* device, const std::vector<reque
 }
 
 // A write request of whole values (one unit per entry of words).
-inline std::vector<_gui_request_> write_request(void* device, const request& spec,
+inline std::vector<_gui_request_> write_request(void* device, const request& one,
                                                 const std::vector<uint16_t>& words,
                                                 uint8_t bit_value = 0) {
-  auto out = requests(device, {spec}, 1);
+  auto out = requests(device, {one}, 1);
   out[0].write.write_count = static_cast<uint16_t>(words.size());
   for (std::size_t i = 0; i < words.size() && i < 2058; ++i) out[0].write_words[i] = words[i];
   out[0].write.bit.write_bit_value = bit_value;

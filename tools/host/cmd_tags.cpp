@@ -8,7 +8,7 @@ namespace panelhost {
 
 int run_tags_build(const std::string& list, const std::string& out, bool wide, uint32_t offset) {
   std::vector<tag_file::record> records;
-  for (const tag_spec& t : read_tag_list(list)) records.push_back({t.name, 0, 0, 0});
+  for (const tag_choice& t : read_tag_list(list)) records.push_back({t.name, 0, 0, 0});
   if (!tag_file::write(out, records, wide, offset)) {
     std::cerr << "panelhost: cannot write tag file " << out << '\n';
     return 1;

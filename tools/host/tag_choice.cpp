@@ -1,4 +1,4 @@
-#include "tools/host/tag_spec.h"
+#include "tools/host/tag_choice.h"
 
 #include <charconv>
 #include <fstream>
@@ -29,43 +29,43 @@ uint16_t count_or_throw(const std::string& digits, const std::string& whole) {
 
 }  // namespace
 
-type_spec parse_type_spec(const std::string& text) {
+type_choice parse_type_choice(const std::string& text) {
   const std::string t = trim(text);
-  type_spec spec;
+  type_choice choice;
   const auto open = t.find('[');
   if (open != std::string::npos) {
     if (t.back() != ']') throw std::invalid_argument("bad type '" + text + "'");
-    spec.count = count_or_throw(t.substr(open + 1, t.size() - open - 2), text);
+    choice.count = count_or_throw(t.substr(open + 1, t.size() - open - 2), text);
   }
-  spec.code = parse_plc_type(t.substr(0, open)).code;
-  return spec;
+  choice.code = parse_plc_type(t.substr(0, open)).code;
+  return choice;
 }
 
-tag_spec parse_tag_spec(const std::string& line) {
+tag_choice parse_tag_choice(const std::string& line) {
   const std::string t = trim(line);
-  tag_spec spec;
+  tag_choice choice;
   const auto colon = t.rfind(':');
-  spec.name = trim(t.substr(0, colon));
-  if (colon != std::string::npos) spec.type = parse_type_spec(t.substr(colon + 1));
-  if (spec.name.empty()) throw std::invalid_argument("missing tag name in '" + line + "'");
-  return spec;
+  choice.name = trim(t.substr(0, colon));
+  if (colon != std::string::npos) choice.type = parse_type_choice(t.substr(colon + 1));
+  if (choice.name.empty()) throw std::invalid_argument("missing tag name in '" + line + "'");
+  return choice;
 }
 
-std::vector<tag_spec> read_tag_list(const std::string& path) {
+std::vector<tag_choice> read_tag_list(const std::string& path) {
   std::ifstream in(path);
   if (!in) throw std::runtime_error("cannot read tag list " + path);
-  std::vector<tag_spec> specs;
+  std::vector<tag_choice> wanted;
   std::string line;
   for (int number = 1; std::getline(in, line); ++number) {
     const std::string t = trim(line);
     if (t.empty() || t[0] == '#') continue;
     try {
-      specs.push_back(parse_tag_spec(t));
+      wanted.push_back(parse_tag_choice(t));
     } catch (const std::invalid_argument& e) {
       throw std::invalid_argument(path + ":" + std::to_string(number) + ": " + e.what());
     }
   }
-  return specs;
+  return wanted;
 }
 
 std::pair<std::string, std::string> parse_assignment(const std::string& text) {

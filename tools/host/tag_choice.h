@@ -8,23 +8,23 @@
 
 namespace panelhost {
 
-struct type_spec {
+struct type_choice {
   uint8_t code = 0;    // 0: not given, taken from the controller's dictionary
   uint16_t count = 0;  // 0: one element (or the declared length of a STRING)
 };
 
-struct tag_spec {
+struct tag_choice {
   std::string name;
-  type_spec type;
+  type_choice type;
 };
 
 // "INT", "195", "STRING[20]", "REAL[4]"; throws std::invalid_argument.
-type_spec parse_type_spec(const std::string& text);
+type_choice parse_type_choice(const std::string& text);
 // One line of a tag list; the type follows the last ':'. Throws std::invalid_argument.
-tag_spec parse_tag_spec(const std::string& line);
+tag_choice parse_tag_choice(const std::string& line);
 // Blank lines and lines starting with '#' are skipped. Throws std::runtime_error when the
 // file cannot be read and std::invalid_argument (with the line number) on a bad line.
-std::vector<tag_spec> read_tag_list(const std::string& path);
+std::vector<tag_choice> read_tag_list(const std::string& path);
 // "NAME=VALUE" split at the first '='; throws std::invalid_argument.
 std::pair<std::string, std::string> parse_assignment(const std::string& text);
 

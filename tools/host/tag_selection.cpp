@@ -44,11 +44,11 @@ std::string utf8_of_wide(const char* name) {
   return out;
 }
 
-std::map<std::string, type_spec> type_overrides(const std::vector<std::string>& texts) {
-  std::map<std::string, type_spec> out;
+std::map<std::string, type_choice> type_overrides(const std::vector<std::string>& texts) {
+  std::map<std::string, type_choice> out;
   for (const std::string& text : texts) {
     const auto assignment = parse_assignment(text);
-    out[assignment.first] = parse_type_spec(assignment.second);
+    out[assignment.first] = parse_type_choice(assignment.second);
   }
   return out;
 }
@@ -79,14 +79,14 @@ resolved_types resolve_against(const std::string& tag_file, const dictionary& di
 
 }  // namespace
 
-temp_tag_file::temp_tag_file(const std::vector<tag_spec>& tags) {
+temp_tag_file::temp_tag_file(const std::vector<tag_choice>& tags) {
   char pattern[] = "/tmp/panelhost-XXXXXX.tags";
   const int fd = mkstemps(pattern, 5);
   if (fd < 0) throw std::runtime_error("cannot create a temporary tag file");
   close(fd);
   path_ = pattern;
   std::vector<tag_file::record> records;
-  for (const tag_spec& t : tags) records.push_back({t.name, 0, 0, 0});
+  for (const tag_choice& t : tags) records.push_back({t.name, 0, 0, 0});
   if (!tag_file::write(path_, records, false)) {
     std::remove(path_.c_str());
     throw std::runtime_error("cannot write tag file " + path_);
@@ -113,21 +113,21 @@ std::vector<std::string> read_tag_names(const std::string& path, uint32_t offset
 }
 
 tag_selection::tag_selection(const selection_options& options) : options_(options) {
-  std::vector<tag_spec> named;
-  for (const std::string& n : options.names) named.push_back(parse_tag_spec(n));
+  std::vector<tag_choice> named;
+  for (const std::string& n : options.names) named.push_back(parse_tag_choice(n));
   if (!options.tag_file.empty()) {
     tag_file_ = options.tag_file;
   } else {
-    const std::vector<tag_spec> listed =
+    const std::vector<tag_choice> listed =
         options.list_file.empty() ? named : read_tag_list(options.list_file);
     if (listed.empty()) throw std::runtime_error("no tags given");
     temp_ = std::make_unique<temp_tag_file>(listed);
     tag_file_ = temp_->path();
     if (named.empty()) named = listed;
     // The list's types hold unless a name on the command line gives its own.
-    for (tag_spec& n : named) {
+    for (tag_choice& n : named) {
       auto it = std::find_if(listed.begin(), listed.end(),
-                             [&](const tag_spec& l) { return l.name == n.name; });
+                             [&](const tag_choice& l) { return l.name == n.name; });
       if (it != listed.end() && n.type.code == 0) n.type = it->type;
     }
   }
@@ -135,7 +135,7 @@ tag_selection::tag_selection(const selection_options& options) : options_(option
   if (named.empty()) {
     for (const std::string& n : file_names_) named.push_back({n, {}});
   }
-  for (const tag_spec& n : named) {
+  for (const tag_choice& n : named) {
     auto it = std::find(file_names_.begin(), file_names_.end(), n.name);
     if (it == file_names_.end()) throw std::runtime_error("unknown tag name '" + n.name + "'");
     positions_.push_back(static_cast<uint32_t>(it - file_names_.begin()));
@@ -148,25 +148,25 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict) const 
   const resolved_types resolved = dict ? resolve_against(tag_file_, *dict) : resolved_types{};
   std::vector<selected_tag> out;
   for (std::size_t i = 0; i < chosen_.size(); ++i) {
-    const tag_spec& spec = chosen_[i];
+    const tag_choice& choice = chosen_[i];
     host_request request;
     request.tag_index = positions_[i];
     tag_shape shape;
     if (dict != nullptr) {
       const uint16_t type_id = resolved.type_ids.at(positions_[i]);
       if (type_id == 0) {
-        throw std::runtime_error("unknown tag name '" + spec.name + "' (not in the dictionary)");
+        throw std::runtime_error("unknown tag name '" + choice.name + "' (not in the dictionary)");
       }
       shape = shape_of_type(type_id, dict->data_types);
       if (shape.is_array) {
-        if (auto sub = trailing_subscript(spec.name)) {
+        if (auto sub = trailing_subscript(choice.name)) {
           request.array_index = static_cast<uint16_t>(*sub - shape.low_bound);
           shape.count = 1;
         }
       }
     }
-    type_spec type = spec.type;
-    if (auto it = overrides.find(spec.name); it != overrides.end()) type = it->second;
+    type_choice type = choice.type;
+    if (auto it = overrides.find(choice.name); it != overrides.end()) type = it->second;
     if (type.code != 0) {
       // An explicit type without a count keeps the dictionary's count of the same type.
       const bool same = type.code == shape.code;
@@ -177,14 +177,14 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict) const 
                                                         : 1;
     }
     if (shape.code == 0) {
-      throw std::runtime_error("no type for tag '" + spec.name +
+      throw std::runtime_error("no type for tag '" + choice.name +
                                "': give Name:TYPE in the list or --type Name=TYPE");
     }
     request.code = shape.code;
     request.count = options_.count.value_or(shape.count);
     if (options_.index) request.array_index = *options_.index;
     if (options_.bit) request.bit = *options_.bit;
-    out.push_back({spec.name, request});
+    out.push_back({choice.name, request});
   }
   return out;
 }

@@ -9,7 +9,7 @@
 
 #include "tools/host/dictionary.h"
 #include "tools/host/host_device.h"
-#include "tools/host/tag_spec.h"
+#include "tools/host/tag_choice.h"
 
 namespace panelhost {
 
@@ -31,7 +31,7 @@ struct selected_tag {
 // A tag file made for the run from a list or from names; removed on destruction.
 class temp_tag_file {
  public:
-  explicit temp_tag_file(const std::vector<tag_spec>& tags);
+  explicit temp_tag_file(const std::vector<tag_choice>& tags);
   ~temp_tag_file();
   temp_tag_file(const temp_tag_file&) = delete;
   temp_tag_file& operator=(const temp_tag_file&) = delete;
@@ -59,7 +59,7 @@ class tag_selection {
   std::unique_ptr<temp_tag_file> temp_;
   std::string tag_file_;
   std::vector<std::string> file_names_;
-  std::vector<tag_spec> chosen_;
+  std::vector<tag_choice> chosen_;
   std::vector<uint32_t> positions_;
 };
 
