@@ -6,10 +6,10 @@
 
 #include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
+#include "unity/unity_request.h"
 
 namespace {
 
-constexpr unsigned char unity_function_code = 0x5A;
 constexpr unsigned char array_detail = 4;
 constexpr unsigned char structure_detail = 2;
 constexpr int structure_continues = 2;
@@ -17,15 +17,6 @@ constexpr std::size_t error_reply_size = 11;
 constexpr uint16_t string_element_type = 9;
 // Request message bytes that carry the structure continuation.
 constexpr std::size_t detail_continuation_pos = 11;
-
-modbus_tcp_frame unity_request(unsigned short step, std::vector<unsigned char> message) {
-  modbus_tcp_frame frame;
-  frame.transaction_id = step;
-  frame.pdu.function_code = unity_function_code;
-  frame.pdu.data = std::move(message);
-  frame.length = static_cast<uint16_t>(frame.pdu.data.size() + 2);
-  return frame;
-}
 
 void append_checked(wire::le_writer& w, const std::vector<unsigned char>& source, std::size_t n) {
   if (source.size() < n) throw std::out_of_range("dictionary request: source shorter than field");

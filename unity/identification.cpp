@@ -4,10 +4,10 @@
 
 #include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
+#include "unity/unity_request.h"
 
 namespace {
 
-constexpr unsigned char unity_function_code = 0x5A;
 constexpr int init_steps = 11;
 // Reply bytes are counted in the whole received buffer (MBAP header included).
 constexpr std::size_t reply_transaction_low = 1;
@@ -16,15 +16,6 @@ constexpr std::size_t reply_table_address = 16;
 constexpr unsigned char plc_identification_step = 1;
 constexpr unsigned char dictionary_position_step = 4;
 constexpr uint16_t after_plc_information_step = 10;
-
-modbus_tcp_frame unity_request(unsigned short step, std::vector<unsigned char> message) {
-  modbus_tcp_frame frame;
-  frame.transaction_id = step;
-  frame.pdu.function_code = unity_function_code;
-  frame.pdu.data = std::move(message);
-  frame.length = static_cast<uint16_t>(frame.pdu.data.size() + 2);
-  return frame;
-}
 
 // The u32 at pos of a reply that must reach at least pos. The receive buffer behind a
 // reply is zero-filled, so bytes past its end read as zero.

@@ -5,10 +5,10 @@
 #include "tag_index/tag_names.h"
 #include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
+#include "unity/unity_request.h"
 
 namespace {
 
-constexpr unsigned char unity_function_code = 0x5A;
 constexpr unsigned char read_variables = 0x22;
 constexpr unsigned char write_variables = 0x23;
 constexpr unsigned char format_from_type = 0x21;  // length taken from the item's data type
@@ -28,15 +28,6 @@ constexpr std::size_t max_read_item_size = 10;
 constexpr std::size_t max_write_item_size = 10;
 // Message byte holding the first item's code byte.
 constexpr std::size_t first_code_pos = 7;
-
-modbus_tcp_frame unity_request(unsigned short transaction, std::vector<unsigned char> message) {
-  modbus_tcp_frame frame;
-  frame.transaction_id = transaction;
-  frame.pdu.function_code = unity_function_code;
-  frame.pdu.data = std::move(message);
-  frame.length = static_cast<uint16_t>(frame.pdu.data.size() + 2);
-  return frame;
-}
 
 // Byte address of an item inside its block; only the low 24 bits of the base offset count.
 uint32_t item_address(const read_comm& item) {
