@@ -112,4 +112,16 @@ void unit_writer::units(uint64_t value, unsigned count) {
   for (unsigned i = 0; i < count; ++i) unit(static_cast<uint16_t>(value >> (16 * i)));
 }
 
+write_target prepare_write(tag_driver_offline_578& driver, device_context& device,
+                           const _gui_request_& request) {
+  write_target target;
+  target.count = driver.offline_FillTagStruct(&device.tag_table, &target.tag, &request.ref);
+  if (target.tag.request_byte == type_bit_array) rename_bit_array_element(device, target.tag);
+  if (static_cast<uint8_t>(target.tag.bit_number) != no_bit) {
+    write_bit(device.tag_values, target.tag, request.write.bit.write_bit_value != 0);
+    target.done = true;
+  }
+  return target;
+}
+
 }  // namespace host_request

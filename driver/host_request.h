@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "driver/device_context.h"
+#include "driver/tag_driver_offline_578.h"
 #include "tag_index/tag_record.h"
 #include "tag_index/tag_table.h"
 #include "unitydrv/unitydrv.h"
@@ -37,6 +38,18 @@ void rename_bit_array_element(device_context& device, offline_stTag_578& tag);
 // Sets or clears the tag's bit in its shadow value in the device's value map.
 void write_bit(std::map<offline_stTag_578, unsigned long long>& values,
                const offline_stTag_578& tag, bool set);
+
+// The tag and element count a write request names.
+struct write_target {
+  offline_stTag_578 tag;
+  uint16_t count = 0;
+  bool done = false;  // a bit write, already carried out in the shadow value
+};
+
+// Fills the tag of a write request and renames a BitArray element. A bit inside a word
+// only changes the shadow value, here, and nothing goes to the controller.
+write_target prepare_write(tag_driver_offline_578& driver, device_context& device,
+                           const _gui_request_& request);
 
 // The bytes a write of request's data sends for one element run of type type_code.
 std::vector<unsigned char> write_image(const _gui_request_& request, uint8_t type_code);

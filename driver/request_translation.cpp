@@ -152,16 +152,10 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
 
 void write_request(tag_driver_offline_578& driver, device_context& device,
                    const _gui_request_& request, int count) {
-  offline_stTag_578 tag;
-  const uint16_t n = driver.offline_FillTagStruct(&device.tag_table, &tag, &request.ref);
-  if (tag.request_byte == host_request::type_bit_array) {
-    host_request::rename_bit_array_element(device, tag);
-  }
-  if (static_cast<uint8_t>(tag.bit_number) != host_request::no_bit) {
-    // A bit inside a word only changes the shadow value; nothing goes to the controller.
-    host_request::write_bit(device.tag_values, tag, request.write.bit.write_bit_value != 0);
-    return;
-  }
+  const host_request::write_target target = host_request::prepare_write(driver, device, request);
+  if (target.done) return;
+  const offline_stTag_578& tag = target.tag;
+  const uint16_t n = target.count;
   const std::vector<unsigned char> image = host_request::write_image(request, tag.request_byte);
   // A string goes as one item whatever the count.
   const int runs = tag.request_byte == host_request::type_string ? 1 : count;
