@@ -2,32 +2,16 @@
 // controller of examples/plant.json on a loopback address at port 502.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "support/driver_api.h"
-#include "tag_index/tag_file_writer.h"
-#include "tools/plcsim/plcsim.h"
+#include "support/plant_device.h"
 
 namespace {
 
 using driver_api::request;
-
-const std::string source_dir = UNITYDRV_SOURCE_DIR;
-
-std::vector<std::string> plant_tags() {
-  std::ifstream in(source_dir + "/examples/plant_tags.txt");
-  std::vector<std::string> names;
-  for (std::string line; std::getline(in, line);) {
-    if (!line.empty()) names.push_back(line);
-  }
-  return names;
-}
 
 // Memory bytes as the host's 16-bit units: one unit per 1- and 2-byte element, little-endian.
 std::vector<uint16_t> as_units(const std::vector<uint8_t>& bytes, unsigned element_size) {
@@ -42,82 +26,15 @@ std::vector<uint16_t> as_units(const std::vector<uint8_t>& bytes, unsigned eleme
   return out;
 }
 
-class HostSession : public ::testing::Test {
+// Tag records start 5 bytes into the file, so the offset reaches StartDeviceEx too.
+class HostSession : public plant::device_test {
  protected:
-  void SetUp() override {
-    names_ = plant_tags();
-    ASSERT_FALSE(names_.empty());
-    tag_path_ = ::testing::TempDir() + "e2e_" +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".tags";
-    std::vector<tag_file::record> records;
-    for (const auto& n : names_) records.push_back({n});
-    ASSERT_TRUE(tag_file::write(tag_path_, records, false, 5));
-    server_ = std::make_unique<plcsim::server>(
-        plcsim::load_project_file(source_dir + "/examples/plant.json"));
-    ASSERT_TRUE(server_->start_on_free_loopback());
-    lib_ = std::make_unique<driver_api::library>();
-  }
+  HostSession() : device_test(5) {}
 
-  void TearDown() override {
-    if (lib_ && device_ != nullptr) lib_->CloseDevice(0, device_);
-    lib_.reset();
-    if (server_) server_->stop();
-    std::remove(tag_path_.c_str());
-  }
-
-  // InitEx, StartDeviceEx, GetInitCmdEx2 and CheckInitCmdResponseEx2, as the host calls them.
   void start(uint8_t offline) {
-    const unitydrv_init_params params = driver_api::init_params(server_->address());
-    lib_->InitEx(0, &params);
-    ASSERT_EQ(lib_->StartDeviceEx(offline, &device_, tag_path_.c_str(), 5), 0);
-    ASSERT_NE(device_, nullptr);
-    init();
+    start_device(offline);
+    initialise();
   }
-
-  void init() {
-    uint32_t code = 99;
-    const unitydrv_result r = lib_->GetInitCmdEx2(&code, 0, 0, 0, &device_);
-    ASSERT_EQ(code, 0u);
-    EXPECT_EQ(r.word_4, 0u);
-    ASSERT_EQ(lib_->CheckInitCmdResponseEx2(0, 0, &device_), 1);
-  }
-
-  uint32_t tag(const std::string& name) const {
-    for (std::size_t i = 0; i < names_.size(); ++i) {
-      if (names_[i] == name) return static_cast<uint32_t>(i);
-    }
-    ADD_FAILURE() << "no tag " << name;
-    return 0;
-  }
-
-  // One round of OutputFilterEx and InputFilterEx.
-  driver_api::input_round read(const std::vector<request>& wanted) {
-    auto req = driver_api::requests(device_, wanted);
-    const unitydrv_result r = lib_->OutputFilterEx(req.data(), static_cast<int>(req.size()));
-    EXPECT_EQ(r.byte_3, 8);
-    driver_api::input_round round(device_, wanted.size());
-    lib_->InputFilterEx(round.results.data(), nullptr, round.infos.data(),
-                        static_cast<int>(wanted.size()));
-    return round;
-  }
-
-  void write(const request& one, const std::vector<uint16_t>& words, uint8_t bit_value = 0) {
-    auto req = driver_api::write_request(device_, one, words, bit_value);
-    EXPECT_EQ(lib_->OutputFilterEx(req.data(), 1).byte_3, 8);
-  }
-
-  std::vector<uint8_t> memory(const std::string& variable, uint32_t offset, std::size_t n) {
-    uint16_t block = 0;
-    uint32_t base = 0;
-    EXPECT_TRUE(server_->variable_location(variable, block, base)) << variable;
-    return server_->read_memory(block, base + offset, n);
-  }
-
-  std::vector<std::string> names_;
-  std::string tag_path_;
-  std::unique_ptr<plcsim::server> server_;
-  std::unique_ptr<driver_api::library> lib_;
-  void* device_ = nullptr;
 };
 
 // A tag of the example, how the host reads it, and where its bytes live.
@@ -235,28 +152,6 @@ TEST_F(HostSession, BitWriteStaysInTheDriver) {
   write({tag("Alarms"), UNITYDRV_TYPE_WORD, 0, 1, 1}, {}, 1);
   EXPECT_EQ(server_->request_count(), before);
   EXPECT_EQ(memory("Alarms", 0, 2), (std::vector<uint8_t>{24, 0}));
-}
-
-TEST_F(HostSession, DroppedConnectionFailsOneRoundThenRecoversAfterTimeout) {
-  start(0);
-  plcsim::faults f;
-  f.close_after = static_cast<int>(server_->request_count());
-  server_->set_faults(f);
-  const std::vector<request> wanted = {{tag("Counter"), UNITYDRV_TYPE_INT},
-                                       {tag("Total"), UNITYDRV_TYPE_DINT}};
-  auto failed = read(wanted);
-  for (const auto& r : failed.results) {
-    EXPECT_EQ(r.result_status, 2);
-    EXPECT_EQ(r.result_code, 10);
-  }
-  server_->set_faults(plcsim::faults{});
-  lib_->Timeout(0, device_);
-  init();
-  const auto round = read(wanted);
-  EXPECT_EQ(round.results[0].result_status, 0);
-  EXPECT_EQ(round.results[0].result_code, 5);
-  EXPECT_EQ(round.units(0, 1), std::vector<uint16_t>{0xFFD6});
-  EXPECT_EQ(server_->connection_count(), 2u);
 }
 
 TEST_F(HostSession, OfflineDeviceNeverConnects) {

@@ -5,115 +5,43 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdio>
-#include <fstream>
 #include <future>
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "support/driver_api.h"
-#include "tag_index/tag_file_writer.h"
-#include "tools/plcsim/plcsim.h"
+#include "support/plant_device.h"
 
 namespace {
 
 using driver_api::request;
 
-const std::string source_dir = UNITYDRV_SOURCE_DIR;
 constexpr uint16_t counter_value = 0xFFD6;  // Counter holds -42 in examples/plant.json
 // Requests of the identification sequence; the dictionary download starts after them.
 constexpr int identification_requests = 11;
 
-plcsim::project plant() {
-  return plcsim::load_project_file(source_dir + "/examples/plant.json");
-}
-
-std::vector<std::string> plant_tags() {
-  std::ifstream in(source_dir + "/examples/plant_tags.txt");
-  std::vector<std::string> names;
-  for (std::string line; std::getline(in, line);) {
-    if (!line.empty()) names.push_back(line);
-  }
-  return names;
-}
-
-class ControllerFaults : public ::testing::Test {
+class ControllerFaults : public plant::device_test {
  protected:
   void SetUp() override {
-    names_ = plant_tags();
-    tag_path_ = ::testing::TempDir() + "faults_" +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".tags";
-    std::vector<tag_file::record> records;
-    for (const auto& n : names_) records.push_back({n});
-    ASSERT_TRUE(tag_file::write(tag_path_, records, false, 0));
-    server_ = std::make_unique<plcsim::server>(plant());
-    ASSERT_TRUE(server_->start_on_free_loopback());
-    lib_ = std::make_unique<driver_api::library>();
-    const unitydrv_init_params params = driver_api::init_params(server_->address());
-    lib_->InitEx(0, &params);
-    ASSERT_EQ(lib_->StartDeviceEx(0, &device_, tag_path_.c_str(), 0), 0);
+    device_test::SetUp();
+    start_device(0);
   }
-
-  void TearDown() override {
-    if (server_) server_->stop();  // first: unblocks a session still waiting on it
-    if (lib_ && device_ != nullptr) lib_->CloseDevice(0, device_);
-    lib_.reset();
-    std::remove(tag_path_.c_str());
-  }
-
-  // GetInitCmdEx2: the code it reports.
-  uint32_t get_init() {
-    uint32_t code = 99;
-    const unitydrv_result r = lib_->GetInitCmdEx2(&code, 0, 0, 0, &device_);
-    EXPECT_EQ(r.word_4, 0u);
-    return code;
-  }
-
-  // A new controller on the same address, its request count back at 0.
-  void restart_server() {
-    const std::string address = server_->address();
-    server_->stop();
-    server_ = std::make_unique<plcsim::server>(plant());
-    ASSERT_TRUE(server_->start(address, 502));
-  }
-
-  int check_init() { return lib_->CheckInitCmdResponseEx2(0, 0, &device_); }
 
   // Timeout, faults off, and a new initialisation that must succeed.
   void recover() {
     lib_->Timeout(0, device_);
     server_->set_faults({});
-    ASSERT_EQ(get_init(), 0u);
-    ASSERT_EQ(check_init(), 1);
+    initialise();
     expect_counter_reads();
-  }
-
-  uint32_t tag(const std::string& name) const {
-    for (std::size_t i = 0; i < names_.size(); ++i) {
-      if (names_[i] == name) return static_cast<uint32_t>(i);
-    }
-    ADD_FAILURE() << "no tag " << name;
-    return 0;
   }
 
   std::vector<request> counter_and_total() const {
     return {{tag("Counter"), UNITYDRV_TYPE_INT}, {tag("Total"), UNITYDRV_TYPE_DINT}};
   }
 
-  driver_api::input_round read_round(const std::vector<request>& wanted) {
-    auto req = driver_api::requests(device_, wanted);
-    lib_->OutputFilterEx(req.data(), static_cast<int>(req.size()));
-    driver_api::input_round round(device_, wanted.size());
-    lib_->InputFilterEx(round.results.data(), nullptr, round.infos.data(),
-                        static_cast<int>(wanted.size()));
-    return round;
-  }
-
   void expect_counter_reads() {
-    const auto round = read_round(counter_and_total());
+    const auto round = read(counter_and_total());
     EXPECT_EQ(round.results[0].result_status, 0);
     EXPECT_EQ(round.results[0].result_code, 5);
     EXPECT_EQ(round.units(0, 1), std::vector<uint16_t>{counter_value});
@@ -125,17 +53,6 @@ class ControllerFaults : public ::testing::Test {
       EXPECT_EQ(r.result_code, 10);
     }
   }
-
-  void initialise() {
-    ASSERT_EQ(get_init(), 0u);
-    ASSERT_EQ(check_init(), 1);
-  }
-
-  std::vector<std::string> names_;
-  std::string tag_path_;
-  std::unique_ptr<plcsim::server> server_;
-  std::unique_ptr<driver_api::library> lib_;
-  void* device_ = nullptr;
 };
 
 // Faults during initialisation after which the host is told code 0 and "not ready".
@@ -186,7 +103,7 @@ TEST_F(ControllerFaults, NoControllerReportsCodeTenUntilOneListens) {
   server_->stop();
   EXPECT_EQ(get_init(), 10u);
   EXPECT_EQ(check_init(), 0);
-  server_ = std::make_unique<plcsim::server>(plant());
+  server_ = std::make_unique<plcsim::server>(plant::project());
   ASSERT_TRUE(server_->start(address, 502));
   lib_->Timeout(0, device_);
   initialise();
@@ -268,7 +185,7 @@ TEST_F(ControllerFaults, ReadFaultsFailOneRoundAndTheNextRoundReadsAgain) {
     SCOPED_TRACE(c.name);
     if (c.faults.no_reply_to != 0) c.faults.no_reply_to = static_cast<int>(sent + 1);
     server_->set_faults(c.faults);
-    expect_round_failed(read_round(counter_and_total()));
+    expect_round_failed(read(counter_and_total()));
     server_->set_faults({});
     expect_counter_reads();
     sent = server_->request_count();
@@ -281,7 +198,7 @@ TEST_F(ControllerFaults, LateReadReplyFailsTheRoundAndTimeoutDiscardsIt) {
   f.delay_reply_to = static_cast<int>(server_->request_count() + 1);
   f.delay_ms = 1300;
   server_->set_faults(f);
-  expect_round_failed(read_round(counter_and_total()));
+  expect_round_failed(read(counter_and_total()));
   recover();
 }
 
@@ -301,8 +218,8 @@ TEST_F(ControllerFaults, DroppedConnectionFailsEveryRoundUntilTimeoutAndReinitia
   plcsim::faults f;
   f.close_after = static_cast<int>(server_->request_count());
   server_->set_faults(f);
-  expect_round_failed(read_round(counter_and_total()));
-  expect_round_failed(read_round(counter_and_total()));
+  expect_round_failed(read(counter_and_total()));
+  expect_round_failed(read(counter_and_total()));
   recover();
 }
 
@@ -320,7 +237,7 @@ TEST_F(ControllerFaults, UnansweredWriteIsNotReportedButFailsTheNextRead) {
   EXPECT_EQ(after_write.results[0].result_status, 0);
   EXPECT_EQ(after_write.results[0].result_code, 5);
   server_->set_faults({});
-  expect_round_failed(read_round(counter_and_total()));
+  expect_round_failed(read(counter_and_total()));
   // The silent controller never carried the write out.
   expect_counter_reads();
 }

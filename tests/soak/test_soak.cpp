@@ -5,16 +5,11 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "support/driver_api.h"
-#include "tag_index/tag_file_writer.h"
-#include "tools/plcsim/plcsim.h"
+#include "support/plant_device.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define UNITYDRV_HEAP_MEASURABLE 0  // the sanitizer's allocator is not seen by mallinfo2
@@ -26,7 +21,6 @@ namespace {
 
 using driver_api::request;
 
-const std::string source_dir = UNITYDRV_SOURCE_DIR;
 constexpr std::size_t warm_up_rounds = 50;
 // Slack for allocator bookkeeping and for the simulator's connection threads that may
 // still be closing their last socket; a leak of one descriptor or of one device per
@@ -53,44 +47,8 @@ long heap_in_use() {
   return static_cast<long>(::mallinfo2().uordblks);
 }
 
-std::vector<std::string> plant_tags() {
-  std::ifstream in(source_dir + "/examples/plant_tags.txt");
-  std::vector<std::string> names;
-  for (std::string line; std::getline(in, line);) {
-    if (!line.empty()) names.push_back(line);
-  }
-  return names;
-}
-
-class Soak : public ::testing::Test {
+class Soak : public plant::device_test {
  protected:
-  void SetUp() override {
-    names_ = plant_tags();
-    tag_path_ = ::testing::TempDir() + "soak.tags";
-    std::vector<tag_file::record> records;
-    for (const auto& n : names_) records.push_back({n});
-    ASSERT_TRUE(tag_file::write(tag_path_, records, false, 0));
-    server_ = std::make_unique<plcsim::server>(
-        plcsim::load_project_file(source_dir + "/examples/plant.json"));
-    ASSERT_TRUE(server_->start_on_free_loopback());
-    lib_ = std::make_unique<driver_api::library>();
-    const unitydrv_init_params params = driver_api::init_params(server_->address());
-    lib_->InitEx(0, &params);
-  }
-
-  void TearDown() override {
-    lib_.reset();
-    if (server_) server_->stop();
-    std::remove(tag_path_.c_str());
-  }
-
-  uint32_t tag(const std::string& name) const {
-    for (std::size_t i = 0; i < names_.size(); ++i) {
-      if (names_[i] == name) return static_cast<uint32_t>(i);
-    }
-    return 0;
-  }
-
   // One device from start to close; false at the first step that did not work.
   bool device_life(uint16_t value) {
     void* device = nullptr;
@@ -112,11 +70,6 @@ class Soak : public ::testing::Test {
     lib_->CloseDevice(0, device);
     return ok;
   }
-
-  std::vector<std::string> names_;
-  std::string tag_path_;
-  std::unique_ptr<plcsim::server> server_;
-  std::unique_ptr<driver_api::library> lib_;
 };
 
 TEST_F(Soak, DeviceLivesLeaveNoDescriptorsOrHeapBehind) {

@@ -1,0 +1,130 @@
+// The driver loaded as the host loads it, in front of the simulated controller of
+// examples/plant.json on a free loopback address, with the tags of examples/plant_tags.txt.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/driver_api.h"
+#include "tag_index/tag_file_writer.h"
+#include "tools/plcsim/plcsim.h"
+
+namespace plant {
+
+inline const std::string source_dir = UNITYDRV_SOURCE_DIR;
+
+inline plcsim::project project() {
+  return plcsim::load_project_file(source_dir + "/examples/plant.json");
+}
+
+inline std::vector<std::string> tag_names() {
+  std::ifstream in(source_dir + "/examples/plant_tags.txt");
+  std::vector<std::string> names;
+  for (std::string line; std::getline(in, line);) {
+    if (!line.empty()) names.push_back(line);
+  }
+  return names;
+}
+
+// SetUp writes the tag file (records at tag_offset + 7), starts the simulator and loads
+// the driver with InitEx done; a test starts its device with start_device.
+class device_test : public ::testing::Test {
+ protected:
+  explicit device_test(uint32_t tag_offset = 0) : tag_offset_(tag_offset) {}
+
+  void SetUp() override {
+    names_ = tag_names();
+    ASSERT_FALSE(names_.empty());
+    tag_path_ = ::testing::TempDir() + "plant_" +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".tags";
+    std::vector<tag_file::record> records;
+    for (const auto& n : names_) records.push_back({n});
+    ASSERT_TRUE(tag_file::write(tag_path_, records, false, tag_offset_));
+    server_ = std::make_unique<plcsim::server>(project());
+    ASSERT_TRUE(server_->start_on_free_loopback());
+    lib_ = std::make_unique<driver_api::library>();
+    const unitydrv_init_params params = driver_api::init_params(server_->address());
+    lib_->InitEx(0, &params);
+  }
+
+  void TearDown() override {
+    if (server_) server_->stop();  // first: unblocks a session still waiting on it
+    if (lib_ && device_ != nullptr) lib_->CloseDevice(0, device_);
+    lib_.reset();
+    std::remove(tag_path_.c_str());
+  }
+
+  void start_device(uint8_t offline) {
+    ASSERT_EQ(lib_->StartDeviceEx(offline, &device_, tag_path_.c_str(), tag_offset_), 0);
+    ASSERT_NE(device_, nullptr);
+  }
+
+  // GetInitCmdEx2: the code it reports.
+  uint32_t get_init() {
+    uint32_t code = 99;
+    const unitydrv_result r = lib_->GetInitCmdEx2(&code, 0, 0, 0, &device_);
+    EXPECT_EQ(r.word_4, 0u);
+    return code;
+  }
+
+  int check_init() { return lib_->CheckInitCmdResponseEx2(0, 0, &device_); }
+
+  void initialise() {
+    ASSERT_EQ(get_init(), 0u);
+    ASSERT_EQ(check_init(), 1);
+  }
+
+  // A new controller on the same address, its request count back at 0.
+  void restart_server() {
+    const std::string address = server_->address();
+    server_->stop();
+    server_ = std::make_unique<plcsim::server>(project());
+    ASSERT_TRUE(server_->start(address, 502));
+  }
+
+  uint32_t tag(const std::string& name) const {
+    for (std::size_t i = 0; i < names_.size(); ++i) {
+      if (names_[i] == name) return static_cast<uint32_t>(i);
+    }
+    ADD_FAILURE() << "no tag " << name;
+    return 0;
+  }
+
+  // One round of OutputFilterEx and InputFilterEx.
+  driver_api::input_round read(const std::vector<driver_api::request>& wanted) {
+    auto req = driver_api::requests(device_, wanted);
+    EXPECT_EQ(lib_->OutputFilterEx(req.data(), static_cast<int>(req.size())).byte_3, 8);
+    driver_api::input_round round(device_, wanted.size());
+    lib_->InputFilterEx(round.results.data(), nullptr, round.infos.data(),
+                        static_cast<int>(wanted.size()));
+    return round;
+  }
+
+  void write(const driver_api::request& one, const std::vector<uint16_t>& words,
+             uint8_t bit_value = 0) {
+    auto req = driver_api::write_request(device_, one, words, bit_value);
+    EXPECT_EQ(lib_->OutputFilterEx(req.data(), 1).byte_3, 8);
+  }
+
+  // Bytes of a variable in the simulator's memory.
+  std::vector<uint8_t> memory(const std::string& variable, uint32_t offset, std::size_t n) {
+    uint16_t block = 0;
+    uint32_t base = 0;
+    EXPECT_TRUE(server_->variable_location(variable, block, base)) << variable;
+    return server_->read_memory(block, base + offset, n);
+  }
+
+  const uint32_t tag_offset_;
+  std::vector<std::string> names_;
+  std::string tag_path_;
+  std::unique_ptr<plcsim::server> server_;
+  std::unique_ptr<driver_api::library> lib_;
+  void* device_ = nullptr;
+};
+
+}  // namespace plant
