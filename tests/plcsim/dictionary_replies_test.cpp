@@ -25,17 +25,7 @@ bytes detail_request(uint16_t type, uint32_t continuation) {
   return b;
 }
 
-class dictionary : public ::testing::Test {
- protected:
-  void serve(plcsim::project p) {
-    srv = simtest::started(std::move(p));
-    ASSERT_TRUE(srv);
-    c = std::make_unique<simtest::client>(*srv);
-    ASSERT_TRUE(c->connected());
-  }
-  std::unique_ptr<plcsim::server> srv;
-  std::unique_ptr<simtest::client> c;
-};
+using dictionary = simtest::served;
 
 TEST_F(dictionary, TypeListHoldsDerivedTypesOnly) {
   serve(simtest::plant());

@@ -10,17 +10,9 @@ namespace {
 const bytes identify = hex("00 02");
 constexpr std::size_t identify_reply_size = 8 + 46;
 
-class faults : public ::testing::Test {
+class faults : public simtest::served_plant {
  protected:
-  void SetUp() override {
-    srv = simtest::started(simtest::plant());
-    ASSERT_TRUE(srv);
-    c = std::make_unique<simtest::client>(*srv);
-    ASSERT_TRUE(c->connected());
-  }
   bool ask(uint16_t transaction) { return c->send(simtest::adu(transaction, identify)); }
-  std::unique_ptr<plcsim::server> srv;
-  std::unique_ptr<simtest::client> c;
 };
 
 TEST_F(faults, NoReplySkipsExactlyThatRequest) {

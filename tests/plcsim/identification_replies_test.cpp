@@ -7,17 +7,7 @@ using simtest::hex;
 
 namespace {
 
-class identification : public ::testing::Test {
- protected:
-  void SetUp() override {
-    srv = simtest::started(simtest::plant());
-    ASSERT_TRUE(srv);
-    c = std::make_unique<simtest::client>(*srv);
-    ASSERT_TRUE(c->connected());
-  }
-  std::unique_ptr<plcsim::server> srv;
-  std::unique_ptr<simtest::client> c;
-};
+using identification = simtest::served_plant;
 
 TEST_F(identification, TypeTextSitsAtByte24And25) {
   bytes r = c->exchange(hex("00 02"));

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -128,5 +129,24 @@ inline std::unique_ptr<plcsim::server> started(plcsim::project p) {
 inline plcsim::project plant() {
   return plcsim::load_project_file(std::string(UNITYDRV_SOURCE_DIR) + "/examples/plant.json");
 }
+
+// A fixture holding a started server and a client connected to it.
+class served : public ::testing::Test {
+ protected:
+  void serve(plcsim::project p) {
+    srv = started(std::move(p));
+    ASSERT_TRUE(srv);
+    c = std::make_unique<client>(*srv);
+    ASSERT_TRUE(c->connected());
+  }
+  std::unique_ptr<plcsim::server> srv;
+  std::unique_ptr<client> c;
+};
+
+// The same, serving examples/plant.json from SetUp.
+class served_plant : public served {
+ protected:
+  void SetUp() override { serve(plant()); }
+};
 
 }  // namespace simtest

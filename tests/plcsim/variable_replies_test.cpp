@@ -9,30 +9,17 @@ namespace {
 
 const std::string table = "78 56 34 12";  // the plant's table address, LE
 
-class variables : public ::testing::Test {
+class variables : public simtest::served_plant {
  protected:
-  void SetUp() override {
-    srv = simtest::started(simtest::plant());
-    ASSERT_TRUE(srv);
-    c = std::make_unique<simtest::client>(*srv);
-    ASSERT_TRUE(c->connected());
-  }
-  bytes read(const std::string& items, int count = 1) {
-    bytes req = hex("00 22 " + table);
+  bytes read(const std::string& items, int count = 1) { return access("22", items, count); }
+  bytes write(const std::string& items, int count = 1) { return access("23", items, count); }
+  bytes access(const std::string& code, const std::string& items, int count) {
+    bytes req = hex("00 " + code + " " + table);
     req.push_back(static_cast<uint8_t>(count));
     bytes it = hex(items);
     req.insert(req.end(), it.begin(), it.end());
     return c->exchange(req);
   }
-  bytes write(const std::string& items, int count = 1) {
-    bytes req = hex("00 23 " + table);
-    req.push_back(static_cast<uint8_t>(count));
-    bytes it = hex(items);
-    req.insert(req.end(), it.begin(), it.end());
-    return c->exchange(req);
-  }
-  std::unique_ptr<plcsim::server> srv;
-  std::unique_ptr<simtest::client> c;
 };
 
 struct read_case {
