@@ -12,17 +12,12 @@
 
 #include "driver/device_context.h"
 #include "driver/tag_driver_offline_578.h"
+#include "support/driver_api.h"
 #include "tag_index/tag_file_writer.h"
 
 namespace host_paths {
 
-struct request_desc {
-  uint32_t tag = 0;
-  uint8_t type = 0;
-  uint16_t array_index = 0;
-  uint16_t count = 1;
-  uint8_t bit_spec = 0;
-};
+using request_desc = driver_api::request;
 
 class device_test : public ::testing::Test {
  protected:
@@ -56,18 +51,9 @@ class device_test : public ::testing::Test {
     e->member_offset = member_offset;
   }
 
+  // As the host fills them, with status bytes 0x5C so that the ones written show.
   std::vector<_gui_request_> requests(const std::vector<request_desc>& wanted, uint8_t kind = 0) {
-    std::vector<_gui_request_> out(wanted.empty() ? 1 : wanted.size());
-    std::memset(static_cast<void*>(out.data()), 0, out.size() * sizeof(_gui_request_));
-    for (std::size_t i = 0; i < wanted.size(); ++i) {
-      out[i].ref.tag_index = wanted[i].tag;
-      out[i].ref.type_code_a = wanted[i].type;
-      out[i].ref.array_index = wanted[i].array_index;
-      out[i].ref.element_count = wanted[i].count;
-      out[i].ref.bit_spec = wanted[i].bit_spec;
-    }
-    out[0].request_kind = kind;
-    out[0].device_handle = device_.get();
+    auto out = driver_api::requests(device_.get(), wanted, kind);
     std::memset(out[0].status, 0x5C, sizeof(out[0].status));
     return out;
   }
