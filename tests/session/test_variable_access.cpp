@@ -184,29 +184,6 @@ TEST_F(Access, DroppedConnectionThenRestart) {
   EXPECT_EQ(values, memory(0, 2));
 }
 
-TEST(Faults, SilentControllerFailsIdentification) {
-  plcsim::server plc(plant());
-  ASSERT_TRUE(plc.start_on_free_loopback());
-  plcsim::faults f;
-  f.no_reply_to = 1;
-  plc.set_faults(f);
-  unity_process session;
-  ASSERT_EQ(session.setup_device(plc.address().c_str(), plc.port(), 100), 1);
-  EXPECT_FALSE(session.initial_device());
-  EXPECT_EQ(plc.request_count(), 1u);
-}
-
-TEST(Faults, RefusedProjectInformationStepsAreSkipped) {
-  plcsim::server plc(plant());
-  ASSERT_TRUE(plc.start_on_free_loopback());
-  plcsim::faults f;
-  f.error_function = 0x03;
-  plc.set_faults(f);
-  unity_process session;
-  ASSERT_TRUE(download_dictionary(session, plc));
-  EXPECT_EQ(session.tables.size(), slots.size());
-}
-
 TEST(Faults, TruncatedFileHandleReplyAbortsBrowse) {
   plcsim::server plc(plant());
   ASSERT_TRUE(plc.start_on_free_loopback());
