@@ -144,16 +144,6 @@ TEST_F(Access, WritesReachControllerMemory) {
   EXPECT_EQ(values, (bytes{0x34, 0x12}));
 }
 
-TEST_F(Access, RefusedReadFailsTheSession) {
-  plcsim::faults f;
-  f.error_function = 0x22;
-  plc.set_faults(f);
-  std::vector<read_comm> items{item("Counter", 2, 4, 1)};
-  bytes values;
-  EXPECT_EQ(session.read(items, values), 0);
-  EXPECT_EQ(session.state, unity_process::state_failed);
-}
-
 TEST_F(Access, SplitReplyIsDecodedFromItsFirstPieceAndPoisonsTheNext) {
   plcsim::faults f;
   f.split_reply_to = static_cast<int>(plc.request_count() + 1);
@@ -166,22 +156,6 @@ TEST_F(Access, SplitReplyIsDecodedFromItsFirstPieceAndPoisonsTheNext) {
   std::vector<read_comm> counter{item("Counter", 2, 4, 1)};
   EXPECT_EQ(session.read(counter, values), 0);  // the leftover is taken as this reply
   EXPECT_EQ(session.state, unity_process::state_failed);
-}
-
-TEST_F(Access, DroppedConnectionThenRestart) {
-  plcsim::faults f;
-  f.close_after = static_cast<int>(plc.request_count());
-  plc.set_faults(f);
-  std::vector<read_comm> items{item("Counter", 2, 4, 1)};
-  bytes values;
-  EXPECT_EQ(session.read(items, values), 0);
-  EXPECT_EQ(session.state, unity_process::state_failed);
-
-  plc.set_faults({});
-  session.stop();
-  ASSERT_TRUE(download_dictionary(session, plc));
-  ASSERT_EQ(session.read(items, values), 1);
-  EXPECT_EQ(values, memory(0, 2));
 }
 
 TEST(Faults, TruncatedFileHandleReplyAbortsBrowse) {
