@@ -266,9 +266,11 @@ TEST_F(OnlineRequests, FailedReadKeepsTheSlotDataAndSetsStateNine) {
   for (uint8_t b : req[0].status) EXPECT_EQ(b, 0);
 }
 
-// The value the shadow map holds for a bit write of tag 0 (type WORD) at bit_spec.
+// The value the shadow map holds for a bit write of tag 0 (type WORD) at bit_spec; request
+// kinds 1 and 2 are both writes.
 struct bit_write_case {
   const char* what;
+  uint8_t kind;
   uint8_t bit_spec;
   uint8_t set;
   unsigned long long before;
@@ -280,16 +282,17 @@ TEST_F(OnlineRequests, BitWriteChangesOnlyTheShadowValue) {
   test_peer::scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
   connect(peer);
   const bit_write_case cases[] = {
-      {"set bit 0", 1, 1, 0, 1},
-      {"clear bit 3", 4, 0, 0xFFull, 0xF7ull},
-      {"set bit 31 fills the high half", 32, 1, 0, 0xFFFFFFFF80000000ull},
-      {"clear bit 31 empties the high half", 32, 0, 0xFFFFFFFF80000001ull, 1},
-      {"bit 32 changes nothing", 33, 1, 5, 5},
-      {"clearing bit 40 keeps the high half", 41, 0, 0xFFFFFFFF00000003ull, 0xFFFFFFFF00000003ull},
+      {"set bit 0", 1, 1, 1, 0, 1},
+      {"clear bit 3", 2, 4, 0, 0xFFull, 0xF7ull},
+      {"set bit 31 fills the high half", 1, 32, 1, 0, 0xFFFFFFFF80000000ull},
+      {"clear bit 31 empties the high half", 2, 32, 0, 0xFFFFFFFF80000001ull, 1},
+      {"bit 32 changes nothing", 1, 33, 1, 5, 5},
+      {"clearing bit 40 keeps the high half", 2, 41, 0, 0xFFFFFFFF00000003ull,
+       0xFFFFFFFF00000003ull},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    auto req = requests({{0, 3, 0, 1, c.bit_spec}}, 1);
+    auto req = requests({{0, 3, 0, 1, c.bit_spec}}, c.kind);
     req[0].write.bit.write_bit_value = c.set;
     offline_stTag_578 key;
     driver_.offline_FillTagStruct(&device_->tag_table, &key, &req[0].ref);
@@ -299,23 +302,6 @@ TEST_F(OnlineRequests, BitWriteChangesOnlyTheShadowValue) {
     for (uint8_t b : req[0].status) EXPECT_EQ(b, 0);
   }
   EXPECT_TRUE(peer.requests().empty());
-}
-
-TEST_F(OnlineRequests, SecondBitWriteKeepsTheFirstBit) {
-  load({"W"}, 0);
-  for (uint8_t bit : {1, 3}) {
-    auto req = requests({{0, 3, 4, 1, bit}}, 2);
-    req[0].write.bit.write_bit_value = 1;
-    driver_.outputfilter(req.data(), 1);
-  }
-  auto first = requests({{0, 3, 4, 1, 1}}, 2);
-  offline_stTag_578 key;
-  driver_.offline_FillTagStruct(&device_->tag_table, &key, &first[0].ref);
-  ASSERT_EQ(device_->tag_values.count(key), 1u);
-  EXPECT_EQ(device_->tag_values[key], 1u);
-  auto second = requests({{0, 3, 4, 1, 3}}, 2);
-  driver_.offline_FillTagStruct(&device_->tag_table, &key, &second[0].ref);
-  EXPECT_EQ(device_->tag_values[key], 4u);
 }
 
 // Splits a write-variables message into its items (each: header bytes, then data_len).
