@@ -84,13 +84,4 @@ TEST_F(faults, TruncatedReplyIsCutAndNextReplyIsWhole) {
   EXPECT_EQ(c->recv_frame().size(), identify_reply_size);
 }
 
-TEST_F(faults, ClearingFaultsRestoresNormalService) {
-  plcsim::faults f;
-  f.error_function = 0x02;
-  srv->set_faults(f);
-  EXPECT_EQ(c->exchange(identify).at(1), 0xFD);
-  srv->set_faults(plcsim::faults{});
-  EXPECT_EQ(c->exchange(identify).at(1), 0xFE);
-}
-
 }  // namespace

@@ -78,30 +78,30 @@ TEST_F(variables, FileHandleRequestGetsTableAddressAtBufferByte16) {
   EXPECT_EQ(simtest::le32_at(frame, 16), 0x12345678u);
 }
 
-TEST_F(variables, WriteSingleValue) {
-  EXPECT_EQ(write("02 0100 60000000 0700"), hex("00 FE 01"));
-  EXPECT_EQ(srv->read_memory(1, 96, 2), hex("0700"));
-}
+struct write_case {
+  const char* what;
+  const char* items;
+  int count;
+  uint32_t offset;     // in block 1
+  const char* memory;  // what is there afterwards
+};
 
-TEST_F(variables, WriteRunWithCount) {
-  EXPECT_EQ(write("12 0100 8C000000 0300 0100 0200 0300"), hex("00 FE 01"));
-  EXPECT_EQ(srv->read_memory(1, 140, 8), hex("0100 0200 0300 2800"));
-}
-
-TEST_F(variables, WriteSeveralEqualSizedItems) {
-  EXPECT_EQ(write("01 0100 74000000 00  01 0100 75000000 01", 2), hex("00 FE 01"));
-  EXPECT_EQ(srv->read_memory(1, 116, 3), hex("00 01 01"));
-}
-
-TEST_F(variables, WriteCountFieldFollowsFirstItemCode) {
-  // The first item's 0x21 code puts a count into every item, also the second.
-  EXPECT_EQ(write("21 0100 76000000 0100 00  21 0100 77000000 0100 01", 2), hex("00 FE 01"));
-  EXPECT_EQ(srv->read_memory(1, 118, 2), hex("00 01"));
-}
-
-TEST_F(variables, WriteStoresNoMoreThanTheCodeWidth) {
-  EXPECT_EQ(write("02 0100 60000000 1111 2222"), hex("00 FE 01"));
-  EXPECT_EQ(srv->read_memory(1, 96, 4), hex("1111 0000"));  // the next bytes stay untouched
+TEST_F(variables, WritesStoreEachItemShape) {
+  const write_case cases[] = {
+      {"single value", "02 0100 60000000 0700", 1, 96, "0700"},
+      {"run with a count", "12 0100 8C000000 0300 0100 0200 0300", 1, 140, "0100 0200 0300 2800"},
+      {"several equal-sized items", "01 0100 74000000 00  01 0100 75000000 01", 2, 116, "00 01 01"},
+      // The first item's 0x21 code puts a count into every item, also the second.
+      {"count field follows the first item's code",
+       "21 0100 76000000 0100 00  21 0100 77000000 0100 01", 2, 118, "00 01"},
+      {"no more than the code's width; the next bytes stay untouched", "02 0100 60000000 1111 2222",
+       1, 96, "1111 0000"},
+  };
+  for (const auto& k : cases) {
+    EXPECT_EQ(write(k.items, k.count), hex("00 FE 01")) << k.what;
+    const bytes want = hex(k.memory);
+    EXPECT_EQ(srv->read_memory(1, k.offset, want.size()), want) << k.what;
+  }
 }
 
 TEST_F(variables, WriteThenReadBack) {
