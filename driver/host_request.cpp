@@ -8,34 +8,6 @@
 
 namespace host_request {
 
-unsigned element_size(uint8_t type_code) {
-  switch (type_code) {
-    case UNITYDRV_TYPE_BOOL:
-    case UNITYDRV_TYPE_SINT:
-    case UNITYDRV_TYPE_BITARRAY:
-    case UNITYDRV_TYPE_STRING:
-    case UNITYDRV_TYPE_BYTE:
-    case UNITYDRV_TYPE_USINT:
-      return 1;
-    case UNITYDRV_TYPE_INT:
-    case UNITYDRV_TYPE_WORD:
-    case UNITYDRV_TYPE_UINT:
-      return 2;
-    case UNITYDRV_TYPE_DINT:
-    case UNITYDRV_TYPE_REAL:
-    case UNITYDRV_TYPE_DWORD:
-    case UNITYDRV_TYPE_UDINT:
-      return 4;
-    case UNITYDRV_TYPE_LWORD:
-    case UNITYDRV_TYPE_LINT:
-    case UNITYDRV_TYPE_ULINT:
-    case UNITYDRV_TYPE_LREAL:
-      return 8;
-    default:
-      return 0;
-  }
-}
-
 unitydrv_result filter_result() {
   unitydrv_result result{};
   result.byte_3 = 8;
@@ -93,23 +65,6 @@ std::vector<unsigned char> write_image(const _gui_request_& request, uint8_t typ
   // The buffer is sized for two bytes per word whatever the type; the rest stays zero.
   image.resize(words * 2, 0);
   return image;
-}
-
-void unit_writer::unit(uint16_t value) {
-  if (pos_ + 2 > size_) return;
-  area_[pos_] = static_cast<uint8_t>(value);
-  area_[pos_ + 1] = static_cast<uint8_t>(value >> 8);
-  pos_ += 2;
-}
-
-void unit_writer::low_byte(uint8_t value) {
-  if (pos_ + 2 > size_) return;
-  area_[pos_] = value;
-  pos_ += 2;
-}
-
-void unit_writer::units(uint64_t value, unsigned count) {
-  for (unsigned i = 0; i < count; ++i) unit(static_cast<uint16_t>(value >> (16 * i)));
 }
 
 write_target prepare_write(tag_driver_offline_578& driver, device_context& device,

@@ -21,7 +21,40 @@ constexpr uint8_t type_bit_array = UNITYDRV_TYPE_BITARRAY;
 constexpr uint8_t type_string = UNITYDRV_TYPE_STRING;
 
 // Bytes per element of a PLC type code; 0 for codes the driver does not know.
-unsigned element_size(uint8_t type_code);
+// Inline: it runs for every element of every request.
+inline unsigned element_size(uint8_t type_code) {
+  switch (type_code) {
+    case UNITYDRV_TYPE_BOOL:
+    case UNITYDRV_TYPE_SINT:
+    case UNITYDRV_TYPE_BITARRAY:
+    case UNITYDRV_TYPE_STRING:
+    case UNITYDRV_TYPE_BYTE:
+    case UNITYDRV_TYPE_USINT:
+      return 1;
+    case UNITYDRV_TYPE_INT:
+    case UNITYDRV_TYPE_WORD:
+    case UNITYDRV_TYPE_UINT:
+      return 2;
+    case UNITYDRV_TYPE_DINT:
+    case UNITYDRV_TYPE_REAL:
+    case UNITYDRV_TYPE_DWORD:
+    case UNITYDRV_TYPE_UDINT:
+      return 4;
+    case UNITYDRV_TYPE_LWORD:
+    case UNITYDRV_TYPE_LINT:
+    case UNITYDRV_TYPE_ULINT:
+    case UNITYDRV_TYPE_LREAL:
+      return 8;
+    default:
+      return 0;
+  }
+}
+
+// Bytes one element takes in a slot and in a host result: 1- and 2-byte types take one unit.
+inline std::size_t result_element_bytes(uint8_t type_code) {
+  const unsigned size = element_size(type_code);
+  return size == 1 ? 2 : size;
+}
 
 // The device behind a host handle (null stays null).
 inline device_context* device_of(void* handle) {
@@ -58,9 +91,22 @@ std::vector<unsigned char> write_image(const _gui_request_& request, uint8_t typ
 class unit_writer {
  public:
   unit_writer(uint8_t* area, std::size_t size) : area_(area), size_(size) {}
-  void unit(uint16_t value);
-  void low_byte(uint8_t value);                // the unit's high byte is left as it was
-  void units(uint64_t value, unsigned count);  // low unit first
+  void unit(uint16_t value) {
+    if (pos_ + 2 > size_) return;
+    area_[pos_] = static_cast<uint8_t>(value);
+    area_[pos_ + 1] = static_cast<uint8_t>(value >> 8);
+    pos_ += 2;
+  }
+  // The unit's high byte is left as it was.
+  void low_byte(uint8_t value) {
+    if (pos_ + 2 > size_) return;
+    area_[pos_] = value;
+    pos_ += 2;
+  }
+  // Low unit first.
+  void units(uint64_t value, unsigned count) {
+    for (unsigned i = 0; i < count; ++i) unit(static_cast<uint16_t>(value >> (16 * i)));
+  }
 
  private:
   uint8_t* area_;

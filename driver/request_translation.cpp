@@ -122,8 +122,8 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
   std::vector<uint16_t> counts;
   tags.reserve(items.size());
   counts.reserve(items.size());
-  // Slots are consecutive: grown once to the request's size, they are addressed directly.
-  result_slot* const slots = &device.tag_table.slot(items.size() - 1) - (items.size() - 1);
+  // Grown once to the request's size, the slots are addressed directly.
+  result_slot* const slots = device.tag_table.slots(items.size());
   for (int i = 0; i < count; ++i) {
     offline_stTag_578 tag;
     const uint16_t n = driver.offline_FillTagStruct(&device.tag_table, &tag, &requests[i].ref);

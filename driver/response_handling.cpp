@@ -1,6 +1,7 @@
 // InputFilterEx: the result slots of the last OutputFilterEx become the host's results,
 // or every result reports the session's failure.
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstring>
 #include <vector>
@@ -17,12 +18,6 @@ uint8_t* result_bytes(_input_data_& result) {
 }
 
 constexpr std::size_t result_capacity = sizeof(_input_data_::result_words);
-
-// Bytes one element takes in a host result: every 1- and 2-byte type is one unit.
-std::size_t result_element_bytes(uint8_t type_code) {
-  const unsigned size = host_request::element_size(type_code);
-  return size == 1 ? 2 : size;
-}
 
 // The value that bit-addressed elements are picked from; 0 width for types with none.
 unsigned bit_source_width(uint8_t type_code) {
@@ -47,8 +42,9 @@ unsigned bit_source_width(uint8_t type_code) {
 }
 
 uint32_t bit_source(const result_slot& slot, unsigned width) {
-  const std::vector<unsigned char> head(slot.data, slot.data + width);
-  wire::le_reader in(head);
+  std::array<unsigned char, 4> head{};
+  std::copy_n(slot.data, width, head.begin());
+  wire::basic_le_reader<std::array<unsigned char, 4>> in(head);
   if (width == 1) return in.u8();
   if (width == 2) return in.u16();
   if (width == 4) return in.u32();
@@ -68,7 +64,8 @@ void deliver_bits(const result_slot& slot, _input_data_& result) {
 }
 
 void deliver_values(const result_slot& slot, _input_data_& result) {
-  const std::size_t wanted = slot.element_count * result_element_bytes(slot.type_code);
+  const std::size_t wanted =
+      slot.element_count * host_request::result_element_bytes(slot.type_code);
   const std::size_t bytes = std::min({wanted, sizeof(slot.data), result_capacity});
   std::memcpy(result_bytes(result), slot.data, bytes);
 }
@@ -79,8 +76,10 @@ namespace host_request {
 
 void deliver_slots(offline_CTagTable_578& table, _input_data_* results, const _system_info* infos,
                    int count) {
+  if (count < 1) return;
+  const result_slot* const slots = table.slots(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) {
-    const result_slot& slot = table.slot(static_cast<std::size_t>(i));
+    const result_slot& slot = slots[i];
     _input_data_& result = results[i];
     result.result_status = 0;
     result.result_code = 5;

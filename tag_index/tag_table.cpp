@@ -139,3 +139,10 @@ result_slot& offline_CTagTable_578::slot(std::size_t i) {
   }
   return result_slots_[i];
 }
+
+result_slot* offline_CTagTable_578::slots(std::size_t n) {
+  if (n > result_slots_.size()) {
+    result_slots_.resize(n);
+  }
+  return result_slots_.data();
+}

@@ -40,6 +40,8 @@ class offline_CTagTable_578 {
 
   // Slot i of the last host request; grown on demand, never shrunk.
   result_slot& slot(std::size_t i);
+  // The first n slots, consecutive (grown to n at least).
+  result_slot* slots(std::size_t n);
 
   uint32_t wide_names;
   uint32_t tag_count = 0;
