@@ -32,13 +32,6 @@ TEST_F(OfflineHost, WrittenValuesReadBack) {
   EXPECT_EQ(format_value(b.code, results[1].units, 1), "-70000");
 }
 
-TEST_F(OfflineHost, UnwrittenTagReadsZero) {
-  host_device device(api, file.path(), true);
-  device.connect("0.0.0.0");
-  const auto results = device.read({{2, UNITYDRV_TYPE_REAL, 0, 1, -1}});
-  EXPECT_EQ(format_value(UNITYDRV_TYPE_REAL, results.at(0).units, 1), "0");
-}
-
 TEST_F(OfflineHost, MissingTagFileIsReported) {
   EXPECT_THROW(host_device(api, file.path() + ".missing", true), std::runtime_error);
 }
