@@ -7,6 +7,7 @@ cd "$(dirname "$0")/.."
 
 if [ -z "${DEMO_IN_NAMESPACE:-}" ]; then
   scripts/install-deps.sh
+  echo "Building the simulator, the driver and panelhost (a few minutes the first time)..."
   cmake --preset dev >/dev/null
   cmake --build --preset dev --target plcsim panelhost unitydrv >/dev/null
   if [ "$(id -u)" -ne 0 ]; then
@@ -24,7 +25,10 @@ for _ in $(seq 50); do
   sleep 0.1
 done
 
-host() { "$BIN/host/panelhost" "$@" 2>/dev/null; }
+# Progress lines go to stderr; they are shown only when a command fails.
+errors=$(mktemp)
+trap 'kill "$SIM" 2>/dev/null; wait "$SIM" 2>/dev/null || true; rm -f "$errors"' EXIT
+host() { "$BIN/host/panelhost" "$@" 2>"$errors" || { cat "$errors" >&2; return 1; }; }
 
 echo "== The controller's dictionary"
 host browse --plc "$PLC"
