@@ -13,6 +13,10 @@
  * no threads and every exchange with the controller blocks inside the call (one second
  * at most per reply).
  *
+ * Failures: results, not texts (see each entry point). A reply too short for a field the
+ * driver reads raises std::out_of_range out of GetInitCmdEx2 or OutputFilterEx; a C++ host
+ * catches it there and recovers with Timeout, then GetInitCmdEx2.
+ *
  * Ownership: the host owns every record it passes; the driver reads or fills them in
  * place. A device handle is an opaque pointer owned by the driver from StartDeviceEx to
  * CloseDevice.
