@@ -9,10 +9,13 @@
 
 #include "tag_index/tag_file_writer.h"
 #include "tag_index/tag_table.h"
+#include "tests/support/dictionary_records.h"
 #include "unity/byte_cursor.h"
 #include "unity/read_comm.h"
 
 namespace {
+
+using dictionary_records::member;
 
 constexpr int kCount = 50000;
 constexpr unsigned short kStructTypes = 40;
@@ -20,14 +23,6 @@ constexpr unsigned short kFirstStruct = 100;
 constexpr unsigned short kInnerStruct = 99;
 
 using member_map = std::map<unsigned short, std::vector<data_type>>;
-
-data_type member(const std::string& name, uint16_t type, uint32_t offset) {
-  data_type m;
-  m.name = name + '\0';
-  wire::le_writer(m.bounds).u16(type);
-  wire::le_writer(m.member_offset_bytes).u32(offset);
-  return m;
-}
 
 struct dictionary {
   std::map<std::string, table> tables;

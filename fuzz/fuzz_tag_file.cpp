@@ -16,26 +16,14 @@
 
 #include "tag_index/tag_names.h"
 #include "tag_index/tag_table.h"
+#include "tests/support/dictionary_records.h"
 #include "unity/byte_cursor.h"
 #include "unity/read_comm.h"
 
 namespace {
 
-data_type member(const char* name, uint16_t type, uint32_t offset) {
-  data_type m;
-  m.name = std::string(name) + '\0';
-  wire::le_writer(m.bounds).u16(type);
-  wire::le_writer(m.member_offset_bytes).u32(offset);
-  return m;
-}
-
-table variable(uint16_t type, uint16_t block, uint32_t offset) {
-  table t;
-  t.type_id = type;
-  t.read_format = read_comm::get_read_format_from_type(type);
-  wire::le_writer(t.location).u16(block).u32(offset);
-  return t;
-}
+using dictionary_records::member;
+using dictionary_records::variable;
 
 struct dictionary {
   std::map<std::string, table> tables;

@@ -5,10 +5,14 @@
 
 #include "tag_index/tag_table.h"
 #include "tag_index/temp_tag_file.h"
+#include "tests/support/dictionary_records.h"
 #include "unity/byte_cursor.h"
 #include "unity/read_comm.h"
 
 namespace {
+
+using dictionary_records::member;
+using dictionary_records::variable;
 
 using member_map = std::map<unsigned short, std::vector<data_type>>;
 
@@ -16,22 +20,6 @@ constexpr uint16_t kInt = 4;     // format 2: 2 bytes
 constexpr uint16_t kDint = 6;    // format 3: 4 bytes
 constexpr uint16_t kType9 = 9;   // no format, 16 bytes
 constexpr uint16_t kNoSize = 2;  // no format, no size
-
-data_type member(const std::string& name, uint16_t type, uint32_t offset) {
-  data_type m;
-  m.name = name + '\0';
-  wire::le_writer(m.bounds).u16(type);
-  wire::le_writer(m.member_offset_bytes).u32(offset);
-  return m;
-}
-
-table variable(uint16_t type, uint16_t block, uint32_t offset) {
-  table t;
-  t.type_id = type;
-  t.read_format = read_comm::get_read_format_from_type(type);
-  wire::le_writer(t.location).u16(block).u32(offset);
-  return t;
-}
 
 std::array<unsigned char, 6> location_of(const table& t) {
   std::array<unsigned char, 6> a{};
