@@ -7,7 +7,7 @@
 #include "driver/device_context.h"
 #include "driver/host_request.h"
 #include "driver/tag_driver_offline_578.h"
-#include "unity/byte_cursor.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

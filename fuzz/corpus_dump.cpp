@@ -20,8 +20,8 @@
 
 #include "tag_index/tag_file_writer.h"
 #include "tools/plcsim/plcsim.h"
-#include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

@@ -1,15 +1,14 @@
 #include <algorithm>
 #include <array>
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/split.hpp>
 #include <cstring>
 #include <set>
 
-#include <boost/algorithm/string/classification.hpp>
-#include <boost/algorithm/string/split.hpp>
-
 #include "tag_index/tag_names.h"
 #include "tag_index/tag_table.h"
-#include "unity/byte_cursor.h"
 #include "unity/read_comm.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

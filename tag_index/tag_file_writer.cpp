@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <stdexcept>
 
-#include "unity/byte_cursor.h"
+#include "wire/byte_cursor.h"
 
 namespace tag_file {
 

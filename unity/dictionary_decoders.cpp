@@ -2,8 +2,8 @@
 #include <string>
 #include <utility>
 
-#include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 #include <stdexcept>
 #include <utility>
 
-#include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
 #include "unity/unity_request.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

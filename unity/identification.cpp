@@ -2,9 +2,9 @@
 // file-handle exchange that fetches the table address used by variable access.
 #include <algorithm>
 
-#include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
 #include "unity/unity_request.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

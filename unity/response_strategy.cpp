@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <iterator>
 
-#include "unity/byte_cursor.h"
 #include "unity/message_strategy.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

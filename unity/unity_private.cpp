@@ -1,7 +1,7 @@
 #include <stdexcept>
 
-#include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 constexpr unsigned char unity_function_code = 0x5A;

@@ -3,9 +3,9 @@
 #include <stdexcept>
 
 #include "tag_index/tag_names.h"
-#include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
 #include "unity/unity_request.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

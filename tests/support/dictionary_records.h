@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <string>
 
-#include "unity/byte_cursor.h"
 #include "unity/data_type.h"
 #include "unity/read_comm.h"
 #include "unity/table.h"
+#include "wire/byte_cursor.h"
 
 namespace dictionary_records {
 

@@ -3,7 +3,7 @@
 #include "tools/host/commands.h"
 #include "tools/host/dictionary_shape.h"
 #include "tools/host/text_table.h"
-#include "unity/byte_cursor.h"
+#include "wire/byte_cursor.h"
 
 namespace panelhost {
 

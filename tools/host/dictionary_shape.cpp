@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <vector>
 
-#include "unity/byte_cursor.h"
 #include "unitydrv/unitydrv.h"
+#include "wire/byte_cursor.h"
 
 namespace panelhost {
 
