@@ -18,7 +18,7 @@
 #include <thread>
 #include <vector>
 
-#include "tag_index/tag_file_writer.h"
+#include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/plcsim.h"
 #include "unity/unity_process.h"
 #include "wire/byte_cursor.h"

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "support/driver_api.h"
-#include "tag_index/tag_file_writer.h"
+#include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/plcsim.h"
 
 namespace plant {

@@ -1,6 +1,6 @@
 #include <iostream>
 
-#include "tag_index/tag_file_writer.h"
+#include "tools/common/tag_file_writer.h"
 #include "tools/host/commands.h"
 #include "tools/host/text_table.h"
 

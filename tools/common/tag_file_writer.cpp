@@ -1,4 +1,4 @@
-#include "tag_index/tag_file_writer.h"
+#include "tools/common/tag_file_writer.h"
 
 #include <cstdio>
 #include <stdexcept>
