@@ -10,7 +10,7 @@
 #include "tag_index/tag_table.h"
 #include "tests/support/dictionary_records.h"
 #include "tools/common/tag_file_writer.h"
-#include "unity/read_comm.h"
+#include "unity/dictionary_records.h"
 #include "wire/byte_cursor.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include "driver/device_context.h"
 #include "driver/host_request.h"
 #include "driver/tag_driver_offline_578.h"
-#include "unity/read_comm.h"
+#include "unity/dictionary_records.h"
 #include "wire/byte_cursor.h"
 
 namespace {

@@ -7,7 +7,7 @@
 
 #include "tag_index/tag_names.h"
 #include "tag_index/tag_table.h"
-#include "unity/read_comm.h"
+#include "unity/dictionary_records.h"
 #include "wire/byte_cursor.h"
 
 namespace {

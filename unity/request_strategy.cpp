@@ -25,3 +25,8 @@ void request_strategy::get_commands(std::vector<unity_frame>& /*out*/) {
 }
 
 void request_strategy::on_set_comm_successed(modbus_tcp_frame& /*frame*/) {}
+
+boost::shared_ptr<IUnity_message_strategy> CommStrategyFactory::get_request_strategy(
+    const std::vector<modbus_tcp_frame>& frames, std::vector<unsigned char>& raw) {
+  return boost::shared_ptr<IUnity_message_strategy>(new request_strategy(frames, raw));
+}

@@ -74,3 +74,8 @@ void response_strategy::on_set_comm_successed(modbus_tcp_frame& frame) {
   data.push_back(0x26);
   frame.length = static_cast<uint16_t>(data.size() + 2);
 }
+
+boost::shared_ptr<IUnity_message_strategy> CommStrategyFactory::get_response_strategy(
+    const std::vector<modbus_tcp_frame>& frames, const std::vector<unsigned char>& raw) {
+  return boost::shared_ptr<IUnity_message_strategy>(new response_strategy(frames, raw));
+}

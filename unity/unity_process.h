@@ -3,21 +3,17 @@
 #pragma once
 
 #include <array>
+#include <boost/shared_ptr.hpp>
 #include <cstdint>
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include <boost/shared_ptr.hpp>
-
 #include "net/client_socket.h"
-#include "unity/data_type.h"
+#include "unity/dictionary_records.h"
 #include "unity/message_strategy.h"
 #include "unity/modbus_tcp_frame.h"
-#include "unity/read_comm.h"
-#include "unity/table.h"
-#include "unity/unity_frame.h"
 
 class unity_process {
  public:
@@ -65,8 +61,7 @@ class unity_process {
   void get_data_type_list();
   void get_data_type_detail();
   bool browse();
-  modbus_tcp_frame create_get_data_type_request(unsigned short step, unsigned char code,
-                                                bool& more,
+  modbus_tcp_frame create_get_data_type_request(unsigned short step, unsigned char code, bool& more,
                                                 const std::vector<unsigned char>& continuation);
   modbus_tcp_frame create_get_data_type_detail_request(unsigned short step, unsigned char code,
                                                        bool& more,

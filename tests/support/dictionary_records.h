@@ -5,9 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "unity/data_type.h"
-#include "unity/read_comm.h"
-#include "unity/table.h"
+#include "unity/dictionary_records.h"
 #include "wire/byte_cursor.h"
 
 namespace dictionary_records {

@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-#include "unity/data_type.h"
+#include "unity/dictionary_records.h"
 
 namespace panelhost {
 
