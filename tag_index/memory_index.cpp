@@ -9,6 +9,7 @@
 #include "tag_index/tag_table.h"
 #include "unity/dictionary_records.h"
 #include "wire/byte_cursor.h"
+#include "wire/unity_constants.h"
 
 namespace {
 
@@ -34,7 +35,7 @@ uint32_t element_size_of_format(int format, uint16_t type_id) {
     case 4:
       return 8;
     default:
-      return type_id == 9 ? 16 : 0;
+      return type_id == wire::string_type ? 16 : 0;
   }
 }
 

@@ -4,15 +4,16 @@
 
 #include "unity/unity_process.h"
 #include "wire/byte_cursor.h"
+#include "wire/unity_constants.h"
 
 namespace {
 
 using bytes = std::vector<unsigned char>;
 
-constexpr unsigned char unity_function_code = 0x5A;
-constexpr unsigned char status_ok = 0xFE;
-constexpr unsigned char structure_format = 2;
-constexpr unsigned char array_format = 4;
+using wire::array_detail;
+using wire::status_ok;
+using wire::structure_detail;
+using wire::unity_function_code;
 constexpr std::size_t dictionary_handle_size = 8;
 constexpr std::size_t bytes_per_dimension = 8;
 
@@ -136,7 +137,7 @@ int unity_process::save_struct_detail(std::vector<unity_frame> frames, data_type
   const bytes* message = nullptr;
   for (std::size_t i = 0; i < frames.size() && message == nullptr; ++i) {
     const bytes* candidate = usable_message(frames, i);
-    if (candidate != nullptr && candidate->size() >= 8 && (*candidate)[2] == structure_format) {
+    if (candidate != nullptr && candidate->size() >= 8 && (*candidate)[2] == structure_detail) {
       message = candidate;
     }
   }
@@ -158,7 +159,7 @@ int unity_process::save_struct_detail(std::vector<unity_frame> frames, data_type
   }
   // The low half of next_address: non-zero means the structure continues on another page.
   if (wire::le_reader(*message, 3).u16() != 0) {
-    return structure_format;
+    return structure_detail;
   }
   struct_members[entry.first] = members;
   return 1;
@@ -171,7 +172,7 @@ void unity_process::save_array_detail(std::vector<unity_frame> frames, data_type
       continue;
     }
     const std::size_t dimensions = message->at(5);
-    if (frames[i].record_format == array_format) {
+    if (frames[i].record_format == array_detail) {
       // From the dimension count itself on: readers of bounds expect that leading byte.
       entry.second.bounds = copy_checked(*message, 5, dimensions * bytes_per_dimension);
     }

@@ -7,14 +7,16 @@
 #include "unity/unity_process.h"
 #include "unity/unity_request.h"
 #include "wire/byte_cursor.h"
+#include "wire/unity_constants.h"
 
 namespace {
 
-constexpr unsigned char array_detail = 4;
-constexpr unsigned char structure_detail = 2;
-constexpr int structure_continues = 2;
+using wire::array_detail;
+using wire::string_type;
+using wire::structure_detail;
+// What save_struct_detail returns while the structure goes on in another reply.
+constexpr int structure_continues = structure_detail;
 constexpr std::size_t error_reply_size = 11;
-constexpr uint16_t string_element_type = 9;
 // Request message bytes that carry the structure continuation.
 constexpr std::size_t detail_continuation_pos = 11;
 
@@ -136,7 +138,7 @@ void unity_process::get_data_type_detail() {
     const std::vector<unity_frame> frames = decode_reply(*this, reply);
     if (frames.empty()) {
       // Types the controller refuses to detail are its strings.
-      if (reply.size() == error_reply_size) entry.second.element_type = string_element_type;
+      if (reply.size() == error_reply_size) entry.second.element_type = string_type;
     } else if (frames.front().record_format == array_detail) {
       save_array_detail(frames, entry);
       // An array of structures shares its element type's member list.

@@ -3,13 +3,14 @@
 
 #include "unity/message_strategy.h"
 #include "wire/byte_cursor.h"
+#include "wire/unity_constants.h"
 
 namespace {
 
-constexpr unsigned char unity_function_code = 0x5A;
-constexpr unsigned char status_ok = 0xFE;
+using wire::named_records;
+using wire::status_ok;
+using wire::unity_function_code;
 constexpr unsigned short first_record = 9;
-constexpr unsigned char named_records = 9;
 
 // Reply header fields: status word [0..1], record format [2], next address [3..6],
 // record count [7..8]. The raw-message node is added by the caller.

@@ -2,11 +2,12 @@
 
 #include "unity/unity_process.h"
 #include "wire/byte_cursor.h"
+#include "wire/unity_constants.h"
 
 namespace {
-constexpr unsigned char unity_function_code = 0x5A;
-constexpr unsigned char status_ok = 0xFE;
-constexpr unsigned char status_error = 0xFD;
+using wire::status_error;
+using wire::status_ok;
+using wire::unity_function_code;
 constexpr std::size_t unity_data_start = 8;
 }  // namespace
 

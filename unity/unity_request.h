@@ -6,7 +6,5 @@
 
 #include "unity/modbus_tcp_frame.h"
 
-constexpr unsigned char unity_function_code = 0x5A;
-
 // Length covers unit id, function code and message, as the builders always set it.
 modbus_tcp_frame unity_request(uint16_t transaction, std::vector<unsigned char> message);
