@@ -4,6 +4,7 @@
 
 #include "unity/unity_process.h"
 #include "wire/byte_cursor.h"
+#include "wire/byte_window.h"
 #include "wire/unity_constants.h"
 
 namespace {
@@ -115,7 +116,7 @@ void unity_process::save_data_type_info(std::vector<unity_frame> frames) {
     if (message == nullptr) {
       continue;
     }
-    static_cast<void>(message->at(6));
+    wire::require(*message, 6);
     if (message->size() <= 12) {
       continue;
     }

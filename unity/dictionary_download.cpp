@@ -7,6 +7,7 @@
 #include "unity/unity_process.h"
 #include "unity/unity_request.h"
 #include "wire/byte_cursor.h"
+#include "wire/byte_window.h"
 #include "wire/unity_constants.h"
 
 namespace {
@@ -36,11 +37,8 @@ void put_dictionary_header(wire::le_writer& w, unsigned char list,
 // bytes past its end read as zero as they do in the zero-filled receive buffer.
 std::vector<unsigned char> message_bytes(const unity_frame& frame, std::size_t pos, std::size_t n) {
   const std::vector<unsigned char>& message = frame.nodes.at(0).name;
-  (void)message.at(pos);
-  std::vector<unsigned char> out(n, 0);
-  std::copy_n(message.begin() + static_cast<std::ptrdiff_t>(pos), std::min(n, message.size() - pos),
-              out.begin());
-  return out;
+  wire::require(message, pos);
+  return wire::zero_padded(message, pos, n);
 }
 
 std::vector<unsigned char> le_u16_bytes(uint16_t v) {

@@ -2,6 +2,7 @@
 
 #include "unity/unity_process.h"
 #include "wire/byte_cursor.h"
+#include "wire/byte_window.h"
 #include "wire/unity_constants.h"
 
 namespace {
@@ -22,7 +23,7 @@ void unity_process::PRIVATE::create_modbus_tcp_frame_to_source(std::vector<unsig
   frame.pdu.function_code = in.u8();
   // A frame must carry at least one Unity byte. The MBAP length is kept but not used to
   // bound the data: everything received after the header belongs to this one frame.
-  static_cast<void>(raw.at(unity_data_start));
+  wire::require(raw, unity_data_start);
   frame.pdu.data.assign(raw.begin() + unity_data_start, raw.end());
   frames.push_back(std::move(frame));
 }
