@@ -9,6 +9,7 @@
 #include "tag_index/tag_table.h"
 #include "unity/dictionary_records.h"
 #include "wire/byte_cursor.h"
+#include "wire/subscript.h"
 #include "wire/unity_constants.h"
 
 namespace {

@@ -2,10 +2,10 @@
 #include <array>
 #include <stdexcept>
 
-#include "tag_index/tag_names.h"
 #include "unity/unity_process.h"
 #include "unity/unity_request.h"
 #include "wire/byte_cursor.h"
+#include "wire/subscript.h"
 #include "wire/unity_constants.h"
 
 namespace {
