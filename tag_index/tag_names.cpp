@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "unitydrv/unitydrv.h"
+
 void remove_array_index(std::string& name) {
   const std::size_t open = name.find('[');
   const std::size_t close = name.find(']');
@@ -56,8 +58,9 @@ unsigned int tag_plc_tools_function_578::OverrideTagNameForNewArrayIndex(const c
       cut = pos;
     }
   }
-  // Kind 211 counts bits; one controller element holds 32 of them.
-  const unsigned short new_number = kind == 211 ? static_cast<unsigned short>(index >> 5) : index;
+  // A BitArray counts bits; one controller element holds 32 of them.
+  const unsigned short new_number =
+      kind == UNITYDRV_TYPE_BITARRAY ? static_cast<unsigned short>(index >> 5) : index;
   if (new_number == old_number) {
     return 0;
   }
