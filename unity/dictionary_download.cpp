@@ -26,11 +26,17 @@ void append_checked(wire::le_writer& w, const std::vector<unsigned char>& source
   w.append(source.begin(), source.begin() + static_cast<std::ptrdiff_t>(n));
 }
 
-// Header shared by the three dictionary requests: list selector, then the handle.
-void put_dictionary_header(wire::le_writer& w, unsigned char list,
-                           const std::vector<unsigned char>& handle) {
+// The three dictionary requests share their start: list selector, then the handle; fill
+// writes what follows.
+template <typename Fill>
+modbus_tcp_frame dictionary_request(unsigned short step, unsigned char list,
+                                    const std::vector<unsigned char>& handle, Fill fill) {
+  wire::bytes message;
+  wire::le_writer w(message);
   w.u8(0x00).u8(0x26).u8(list).u8(0xFB).u8(0x03);
   append_checked(w, handle, 4);
+  fill(w);
+  return unity_request(step, std::move(message));
 }
 
 // n bytes of the raw Unity message from pos; the message must reach at least pos, and
@@ -57,30 +63,23 @@ std::vector<unsigned char> le_u32_bytes(uint32_t v) {
 
 modbus_tcp_frame unity_process::create_get_data_type_request(
     unsigned short step, unsigned char, bool&, const std::vector<unsigned char>& continuation) {
-  wire::bytes message;
-  wire::le_writer w(message);
-  put_dictionary_header(w, 0x03, dictionary_handle);
-  append_checked(w, continuation, 4);
-  return unity_request(step, std::move(message));
+  return dictionary_request(step, 0x03, dictionary_handle,
+                            [&](wire::le_writer& w) { append_checked(w, continuation, 4); });
 }
 
 modbus_tcp_frame unity_process::create_get_data_type_detail_request(
     unsigned short step, unsigned char, bool&, const std::vector<unsigned char>& type_id) {
-  wire::bytes message;
-  wire::le_writer w(message);
-  put_dictionary_header(w, 0x02, dictionary_handle);
-  append_checked(w, type_id, 2);
-  w.u32(0);
-  return unity_request(step, std::move(message));
+  return dictionary_request(step, 0x02, dictionary_handle, [&](wire::le_writer& w) {
+    append_checked(w, type_id, 2);
+    w.u32(0);
+  });
 }
 
 modbus_tcp_frame unity_process::create_browse_request(unsigned short step, unsigned char, bool&) {
-  wire::bytes message;
-  wire::le_writer w(message);
-  put_dictionary_header(w, 0x02, dictionary_handle);
-  w.u8(0xFF).u8(0xFF);
-  append_checked(w, browse_address, 4);
-  return unity_request(step, std::move(message));
+  return dictionary_request(step, 0x02, dictionary_handle, [&](wire::le_writer& w) {
+    w.u8(0xFF).u8(0xFF);
+    append_checked(w, browse_address, 4);
+  });
 }
 
 namespace {
