@@ -1,7 +1,6 @@
 // Data dictionary download (Unity function 0x26): the data type list, the detail of
 // every structure and array type, and the paged variables table.
 #include <algorithm>
-#include <stdexcept>
 #include <utility>
 
 #include "unity/unity_process.h"
@@ -22,7 +21,7 @@ constexpr std::size_t error_reply_size = 11;
 constexpr std::size_t detail_continuation_pos = 11;
 
 void append_checked(wire::le_writer& w, const std::vector<unsigned char>& source, std::size_t n) {
-  if (source.size() < n) throw std::out_of_range("dictionary request: source shorter than field");
+  wire::require(source, 0, n);
   w.append(source.begin(), source.begin() + static_cast<std::ptrdiff_t>(n));
 }
 
