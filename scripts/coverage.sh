@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Line and branch coverage of the library (driver/, tag_index/, unity/, net/) by the whole
+# Line and branch coverage of the library (driver/, tag_index/, unity/, net/, wire/) by the whole
 # test suite: builds the coverage preset, runs every test and prints gcovr's summary.
 # Usage: scripts/coverage.sh
 set -euo pipefail
@@ -14,6 +14,6 @@ cmake --build --preset coverage
 find build/coverage -name '*.gcda' -delete
 ctest --preset coverage
 gcovr --root . --object-directory build/coverage \
-  --filter 'driver/' --filter 'tag_index/' --filter 'unity/' --filter 'net/' \
+  --filter 'driver/' --filter 'tag_index/' --filter 'unity/' --filter 'net/' --filter 'wire/' \
   --exclude 'build/' --exclude-throw-branches --exclude-unreachable-branches \
   --txt build/coverage/coverage.txt --print-summary
