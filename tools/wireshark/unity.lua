@@ -472,6 +472,9 @@ local function array_reply(c, pinfo)
 end
 
 local function dictionary_reply(c, pinfo, req)
+  -- What was asked, so that a filter on the list or type id finds the replies too.
+  if req and req.list then c.tree:add(f.list, req.list):set_generated() end
+  if req and req.type_id then c.tree:add(f.detail_type, req.type_id):set_generated() end
   if req and req.list == LIST_DATA_TYPES then return data_type_list_reply(c, pinfo) end
   local fmt = c.tvb:len() > 2 and c.tvb(2, 1):uint() or nil
   if not (fmt == FORMAT_TABLE or fmt == FORMAT_STRUCT or fmt == FORMAT_ARRAY) then
