@@ -251,6 +251,8 @@ local function describe(r)
   if n == 2 then return string.format(" (INT %d, UINT %d)", r:le_int(), r:le_uint()) end
   if n == 4 then return string.format(" (DINT %d, REAL %g)", r:le_int(), r:le_float()) end
   if n == 8 then return string.format(" (LINT %s, LREAL %g)", tostring(r:le_int64()), r:le_float()) end
+  local text = r:stringz()
+  if #text > 0 and not text:find("[^%g ]") then return string.format(' ("%s")', text) end
   return ""
 end
 
