@@ -187,6 +187,42 @@ expect "read items address the variables' table entries" \
   "$(records "$paged" 'unity.function == 0x22 && !unity.request_frame && !unity.item.address == 0x000000' \
     unity.item.block unity.item.address | sort -u | joined)"
 
+# --- Hostile messages: cut or inconsistent, each must decode without a Lua error ---
+# Rows: transaction id, I (request) or O (reply), Unity message, whether it ends inside a field.
+hostile=$work/hostile.pcap
+cat >"$work/hostile.rows" <<'ROWS'
+1 I 00.22.78563412.05.02.0100.01.6000.00 yes
+1 O 00.fe.2efb00 no
+2 I 00.26.02.fb03.efcdab89.ffff.00000000 no
+2 O 00.fe.09.00000000.0200.0400.0100.60000000.0000.436f756e746572 yes
+3 I 00.02 no
+3 O 00.fe.10ff yes
+4 I 00.99.0102 no
+4 O 00.fe.0a0b no
+5 I 00 yes
+6 I 00.26.03.fb03.efcdab89.00000000 no
+6 O 00.fe.00000000.0a00.0000000000.6400.4d4f yes
+7 I 00.26.02.fb03.efcdab89.6400.0000.0000 no
+7 O 00.fe.02.0000.0000.0100.0800.00000000.000000 yes
+8 O 00.fd.07 no
+9 I 00.26.02.fb03.efcdab89.6500.0000.0000 no
+9 O 00.fe.04.6400.05.00000000 yes
+ROWS
+# One frame a row, in text2pcap's hex dump form behind a Modbus/TCP header.
+while read -r tid dir msg _; do
+  m=${msg//./}
+  len=$((${#m} / 2 + 2))
+  printf '%s\n0000 %02x %02x 00 00 %02x %02x 00 5a %s\n' "$dir" $((tid >> 8)) $((tid & 255)) \
+    $((len >> 8)) $((len & 255)) "$(sed 's/../& /g' <<<"$m")"
+done <"$work/hostile.rows" >"$work/hostile.txt"
+timeout 60 text2pcap -q -D -T 40000,502 "$work/hostile.txt" "$hostile" >/dev/null 2>&1
+expect "hostile: no Lua error" "" "$(fields "$hostile" 'unity.internal || _ws.expert.message contains "Lua"' frame.number)"
+expect "hostile: messages that end inside a field" \
+  "$(awk '$4 == "yes" { print NR }' "$work/hostile.rows" | joined)" \
+  "$(fields "$hostile" unity.short frame.number | joined)"
+expect "hostile: values that do not fit the request" "2" "$(fields "$hostile" unity.values_mismatch frame.number)"
+expect "hostile: unknown function keeps its bytes" "0102" "$(fields "$hostile" 'unity.function == 0x99' unity.params)"
+
 # --- A real controller's identification traffic ---
 expect_clean "real capture" "$real"
 expect "real: every request and reply decoded" "90|90" \
