@@ -113,7 +113,8 @@ expect "identification: handle read from block 0x30" "0x89abcdef|0x01234567" \
   "$(records "$plant" unity.dict.handle_high unity.dict.handle unity.dict.handle_high | sort -u | joined)"
 expect "dictionary requests carry the handle" "0x89abcdef" \
   "$(fields "$plant" 'unity.function == 0x26 && !unity.request_frame' unity.dict.handle | sort -u | joined)"
-expect "data type list" "100|MOTOR, 101|ARRAY[0..3] OF MOTOR, 102|STRING[16], 103|ARRAY[0..15] OF BOOL, 104|ARRAY[0..7] OF EBOOL, 105|ARRAY[0..9] OF INT" \
+expect "data type list" "100|MOTOR, 101|ARRAY[0..3] OF MOTOR, 102|STRING[16], \
+103|ARRAY[0..15] OF BOOL, 104|ARRAY[0..7] OF EBOOL, 105|ARRAY[0..9] OF INT" \
   "$(records "$plant" unity.type.name unity.type.id unity.type.name | sort -u | joined)"
 expect "structure detail of MOTOR" "Speed|8|0, Current|8|4, Running|25|8, Mode|4|10, Starts|7|12" \
   "$(records "$plant" unity.member.name unity.member.name unity.member.type_id unity.member.offset |
@@ -132,7 +133,8 @@ fields "$plant" 'unity.function == 0x22 && !unity.request_frame' frame.number un
 expect "read replies: one value per request item" "" \
   "$(fields "$plant" 'unity.function == 0x22 && unity.request_frame && !unity.table_address' \
     unity.request_frame unity.item.value | awk -F'|' 'NR == FNR { want[$1] = $2; next }
-      { got = split($2, v, ";"); if (want[$1] != got) print "frame " $1 ": " want[$1] " items, " got " values" }' \
+      { got = split($2, v, ";")
+        if (want[$1] != got) print "frame " $1 ": " want[$1] " items, " got " values" }' \
     "$work/reads" - | joined)"
 expect "file-handle reply gives the table address" "0x12345678" \
   "$(fields "$plant" 'unity.function == 0x22 && unity.request_frame && unity.table_address' unity.table_address |
@@ -141,7 +143,8 @@ expect "writes: code, block, address, value" \
   "0x02|1|0x00000060|2efb, 0x03|1|0x00000000|0000c742, 0x11|1|0x000000a0|48454c4c4f0000000000000000000000" \
   "$(records "$plant" 'unity.function == 0x23 && !unity.request_frame' unity.item.code \
     unity.item.block unity.item.address unity.item.value | joined)"
-expect "write replies" "1, 1, 1" "$(fields "$plant" 'unity.function == 0x23 && unity.request_frame' unity.write_result | joined)"
+expect "write replies" "1, 1, 1" \
+  "$(fields "$plant" 'unity.function == 0x23 && unity.request_frame' unity.write_result | joined)"
 readback=$(fields "$plant" 'unity.function == 0x22 && !unity.request_frame' frame.number | tail -1)
 expect "read-back request items" "0x02|1|0x00000060, 0x03|1|0x00000000, 0x11|1|0x000000a0" \
   "$(records "$plant" "frame.number == $readback" unity.item.code unity.item.block \
@@ -216,24 +219,31 @@ while read -r tid dir msg _; do
     $((len >> 8)) $((len & 255)) "$(sed 's/../& /g' <<<"$m")"
 done <"$work/hostile.rows" >"$work/hostile.txt"
 timeout 60 text2pcap -q -D -T 40000,502 "$work/hostile.txt" "$hostile" >/dev/null 2>&1
-expect "hostile: no Lua error" "" "$(fields "$hostile" 'unity.internal || _ws.expert.message contains "Lua"' frame.number)"
+expect "hostile: no Lua error" "" \
+  "$(fields "$hostile" 'unity.internal || _ws.expert.message contains "Lua"' frame.number)"
 expect "hostile: messages that end inside a field" \
   "$(awk '$4 == "yes" { print NR }' "$work/hostile.rows" | joined)" \
   "$(fields "$hostile" unity.short frame.number | joined)"
-expect "hostile: values that do not fit the request" "2" "$(fields "$hostile" unity.values_mismatch frame.number)"
-expect "hostile: unknown function keeps its bytes" "0102" "$(fields "$hostile" 'unity.function == 0x99' unity.params)"
+expect "hostile: values that do not fit the request" "2" \
+  "$(fields "$hostile" unity.values_mismatch frame.number)"
+expect "hostile: unknown function keeps its bytes" "0102" \
+  "$(fields "$hostile" 'unity.function == 0x99' unity.params)"
 
 # --- A real controller's identification traffic ---
 expect_clean "real capture" "$real"
 expect "real: every request and reply decoded" "90|90" \
-  "$(echo "$(fields "$real" 'unity && !unity.request_frame' frame.number | wc -l)|$(fields "$real" 'unity.request_frame' frame.number | wc -l)")"
-expect "real: every reply has status OK" "0xfe" "$(fields "$real" unity.status unity.status | sort -u | joined)"
-expect "real: identification replies" "0x00|0xfe|10ff5a01010000007002000027000900080000000000|14|140 CPU 311 10|010101000000001100" \
+  "$(fields "$real" 'unity && !unity.request_frame' frame.number | wc -l)|$(
+    fields "$real" 'unity.request_frame' frame.number | wc -l)"
+expect "real: every reply has status OK" "90" "$(fields "$real" 'unity.status == 0xfe' frame.number | wc -l)"
+expect "real: identification replies" \
+  "0x00|0xfe|10ff5a01010000007002000027000900080000000000|14|140 CPU 311 10|010101000000001100" \
   "$(fields "$real" unity.plc.type unity.pairing unity.status unity.plc.id_bytes unity.plc.type_length \
     unity.plc.type unity.plc.id_tail | sort -u | joined)"
-expect "real: identification requests" "2" "$(fields "$real" 'unity.function == 0x02 && !unity.request_frame' frame.number | wc -l)"
+expect "real: identification requests" "2" \
+  "$(fields "$real" 'unity.function == 0x02 && !unity.request_frame' frame.number | wc -l)"
 expect "real: memory block request and reply" "0x00|0x0013|0x00000000|100|100" \
-  "$(paste -d'|' <(fields "$real" 'frame.number == 25' unity.mem.range unity.mem.block unity.mem.offset unity.mem.size) \
+  "$(paste -d'|' \
+    <(fields "$real" 'frame.number == 25' unity.mem.range unity.mem.block unity.mem.offset unity.mem.size) \
     <(fields "$real" 'frame.number == 26' unity.mem.size))"
 expect "real: unknown functions keep their bytes" "0x58|07018000000000fb00" \
   "$(fields "$real" 'frame.number == 70' unity.function unity.params)"

@@ -33,11 +33,19 @@ local functions = {
   [0x26] = "Read data dictionary",
 }
 local statuses = { [STATUS_OK] = "OK", [STATUS_ERROR] = "Error" }
-local lists = { [LIST_DATA_TYPES] = "Data type list", [LIST_DETAIL_OR_TABLE] = "Type detail or variables table" }
-local formats = { [FORMAT_STRUCT] = "Structure detail", [FORMAT_ARRAY] = "Array detail", [FORMAT_TABLE] = "Variables table" }
+local lists = {
+  [LIST_DATA_TYPES] = "Data type list",
+  [LIST_DETAIL_OR_TABLE] = "Type detail or variables table",
+}
+local formats = {
+  [FORMAT_STRUCT] = "Structure detail",
+  [FORMAT_ARRAY] = "Array detail",
+  [FORMAT_TABLE] = "Variables table",
+}
 local codes = {
   [0] = "BOOL (1 byte)", [1] = "Byte", [2] = "Word", [3] = "Double word", [4] = "Long word",
-  [16] = "Length code: bytes x count", [17] = "Length code: bytes x count", [18] = "Length code: words x count",
+  [16] = "Length code: bytes x count", [17] = "Length code: bytes x count",
+  [18] = "Length code: words x count",
   [19] = "Length code: double words x count", [20] = "Length code: long words x count",
   [PER_ELEMENT] = "One element, length from its type", [255] = "No direct format",
 }
@@ -47,8 +55,10 @@ local f = {
   func = ProtoField.uint8("unity.function", "Function", base.HEX, functions),
   status = ProtoField.uint8("unity.status", "Status", base.HEX, statuses),
   error_code = ProtoField.uint8("unity.error_code", "Error code", base.HEX),
-  request_frame = ProtoField.framenum("unity.request_frame", "Request in frame", base.NONE, frametype.REQUEST),
-  response_frame = ProtoField.framenum("unity.response_frame", "Reply in frame", base.NONE, frametype.RESPONSE),
+  request_frame = ProtoField.framenum("unity.request_frame", "Request in frame", base.NONE,
+    frametype.REQUEST),
+  response_frame = ProtoField.framenum("unity.response_frame", "Reply in frame", base.NONE,
+    frametype.RESPONSE),
   params = ProtoField.bytes("unity.params", "Parameters"),
   payload = ProtoField.bytes("unity.payload", "Payload"),
   -- identification
@@ -108,11 +118,15 @@ local fields = {}
 for _, v in pairs(f) do fields[#fields + 1] = v end
 unity.fields = fields
 
-local ef_short = ProtoExpert.new("unity.short", "Message ends inside a field", expert.group.MALFORMED, expert.severity.ERROR)
-local ef_split = ProtoExpert.new("unity.values_mismatch", "Value bytes do not match the request's items", expert.group.PROTOCOL, expert.severity.WARN)
-local ef_error = ProtoExpert.new("unity.error_reply", "Error reply", expert.group.RESPONSE_CODE, expert.severity.NOTE)
-local ef_internal = ProtoExpert.new("unity.internal", "Dissector failure", expert.group.UNDECODED, expert.severity.ERROR)
-local ef_unmatched = ProtoExpert.new("unity.unmatched", "Request not in the capture", expert.group.SEQUENCE, expert.severity.CHAT)
+local group, severity = expert.group, expert.severity
+local ef_short = ProtoExpert.new("unity.short", "Message ends inside a field", group.MALFORMED,
+  severity.ERROR)
+local ef_split = ProtoExpert.new("unity.values_mismatch", "Value bytes do not match the request's items",
+  group.PROTOCOL, severity.WARN)
+local ef_error = ProtoExpert.new("unity.error_reply", "Error reply", group.RESPONSE_CODE, severity.NOTE)
+local ef_internal = ProtoExpert.new("unity.internal", "Dissector failure", group.UNDECODED, severity.ERROR)
+local ef_unmatched = ProtoExpert.new("unity.unmatched", "Request not in the capture", group.SEQUENCE,
+  severity.CHAT)
 unity.experts = { ef_short, ef_split, ef_error, ef_internal, ef_unmatched }
 
 local modbus_func = Field.new("modbus.func_code")
@@ -237,7 +251,8 @@ local function dictionary_request(c, pinfo)
     else
       local first = c:le(f.member_start, 2)
       c:bytes(f.reserved, 2)
-      pinfo.cols.info:append(string.format(" detail of type %s from member %s", tostring(req.type_id), tostring(first)))
+      pinfo.cols.info:append(string.format(" detail of type %s from member %s", tostring(req.type_id),
+        tostring(first)))
     end
   end
   c:rest(f.params)
@@ -256,13 +271,18 @@ local function describe(r)
   return ""
 end
 
-local element_width = { [0] = 1, [1] = 1, [2] = 2, [3] = 4, [4] = 8, [PER_ELEMENT] = 1 }
+local element_width = { [0] = 1, [1] = 1, [2] = 2, [3] = 4, [4] = 8 }
+
+local function is_length_code(code)
+  return code >= 16 and code <= 20
+end
 
 -- Bytes of value an item with this code and count refers to (nil if unknown).
+-- A length code is 16 plus a format code and counts elements of that width.
 local function item_size(code, count)
-  if element_width[code] and code ~= PER_ELEMENT and code <= 4 then return element_width[code] end
-  if code == PER_ELEMENT then return count and element_width[1] * count or 1 end
-  if code >= 16 and code <= 20 then return element_width[code - 16] * (count or 1) end
+  if code <= 4 then return element_width[code] end
+  if code == PER_ELEMENT then return count or 1 end
+  if is_length_code(code) then return element_width[code - 16] * (count or 1) end
   return nil
 end
 
@@ -287,7 +307,8 @@ local function read_item(c, i)
   if code and code ~= PER_ELEMENT and code > 4 then item.count = c:le(f.element_count, 2, it) end
   item.size = code and item_size(code, item.count)
   it:set_len(c.pos - start)
-  it:append_text(string.format(": code 0x%02X, block %s, address 0x%06X, count %s", code or 0, tostring(block),
+  it:append_text(string.format(": code 0x%02X, block %s, address 0x%06X, count %s", code or 0,
+    tostring(block),
     item.address or 0, tostring(item.count)))
   return item
 end
@@ -302,14 +323,15 @@ local function write_item(c, i, first_code, value_len)
   local block = c:le(f.block, 2, it)
   local address = c:le(f.address, 4, it)
   local count = 1
-  if first_code == PER_ELEMENT or (first_code >= 16 and first_code <= 20) then count = c:le(f.element_count, 2, it) end
+  if first_code == PER_ELEMENT or is_length_code(first_code) then count = c:le(f.element_count, 2, it) end
   local value = value_len(code, count)
   if value and value > 0 then
     local r = c:take(value)
     if r then it:add(f.value, r):append_text(describe(r)) end
   end
   it:set_len(c.pos - start)
-  it:append_text(string.format(": code 0x%02X, block %s, address 0x%06X, %d value bytes", code or 0, tostring(block),
+  it:append_text(string.format(": code 0x%02X, block %s, address 0x%06X, %d value bytes", code or 0,
+    tostring(block),
     address or 0, value or 0))
 end
 
@@ -331,7 +353,7 @@ local function variables_request(c, pinfo, fn)
     -- Items of one write have one size; their value length is what is left over
     -- once the headers are known, shared equally.
     local first_code = c.pos < c.tvb:len() and c.tvb(c.pos, 1):uint() or 0
-    local header = (first_code == PER_ELEMENT or (first_code >= 16 and first_code <= 20)) and 9 or 7
+    local header = (first_code == PER_ELEMENT or is_length_code(first_code)) and 9 or 7
     local per_item = math.floor(c:left() / n)
     local function value_len(code, count)
       local by_code = code and item_size(code, count)
@@ -425,7 +447,8 @@ local function variables_table_reply(c, pinfo)
     c:bytes(f.reserved, 2, rec)
     local name = c:stringz(f.var_name, rec)
     rec:set_len(c.pos - start)
-    rec:append_text(string.format(": %s type %s at %s:%s", name or "?", tostring(ty), tostring(block), tostring(offset)))
+    rec:append_text(string.format(": %s type %s at %s:%s", name or "?", tostring(ty), tostring(block),
+      tostring(offset)))
   end
   pinfo.cols.info:append(string.format(" %d variables, next %s", n, tostring(next)))
 end
@@ -579,7 +602,8 @@ local function dissect(tvb, pinfo, tree)
       tree:add_proto_expert_info(ef_unmatched)
     end
     tree:append_text(", reply: " .. (functions[fn] or "function unknown"))
-    pinfo.cols.info:append(" | Unity reply" .. (fn and (": " .. (functions[fn] or string.format("0x%02X", fn))) or ""))
+    local name = fn and (functions[fn] or string.format("0x%02X", fn))
+    pinfo.cols.info:append(" | Unity reply" .. (name and (": " .. name) or ""))
     dissect_reply(c, pinfo, fn, req)
   end
 end
