@@ -9,6 +9,7 @@ packages=(
   g++-arm-linux-gnueabihf qemu-user
   clang libclang-rt-14-dev
   libmodbus-dev valgrind iproute2
+  tshark
 )
 
 missing=()
