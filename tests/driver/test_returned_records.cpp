@@ -20,6 +20,12 @@ constexpr record_bytes host_fill = {0xA1, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7, 0x
 // AAPCS: the same call as the declared one, with the record's address made visible.
 using filter_in_memory = void (*)(unitydrv_result*, _gui_request_*, int);
 using init_in_memory = void (*)(unitydrv_result*, uint32_t*, uint32_t, uint32_t, uint32_t, void**);
+
+// Through the generic function pointer type, which converts to any other.
+template <typename To, typename From>
+To same_call(From entry) {
+  return reinterpret_cast<To>(reinterpret_cast<void (*)()>(entry));
+}
 #endif
 
 struct record_case {
@@ -54,9 +60,9 @@ TEST(ReturnedRecords, OnlyTheNamedBytesAreWritten) {
     std::memcpy(&record, host_fill.data(), sizeof record);
 #if defined(__arm__)
     if (c.init_call) {
-      reinterpret_cast<init_in_memory>(lib.GetInitCmdEx2)(&record, &code, 0, 0, 0, &device);
+      same_call<init_in_memory>(lib.GetInitCmdEx2)(&record, &code, 0, 0, 0, &device);
     } else {
-      reinterpret_cast<filter_in_memory>(lib.OutputFilterEx)(&record, req.data(), count);
+      same_call<filter_in_memory>(lib.OutputFilterEx)(&record, req.data(), count);
     }
     record_bytes want = c.want;
 #else
