@@ -154,7 +154,7 @@ typedef struct unitydrv_init_params {
 
 /* Two-word record returned by value by GetInitCmdEx2 and OutputFilterEx. */
 typedef struct unitydrv_result {
-  uint8_t host_0[2];  /* 0..1: the host's own; the driver returns them as 0 */
+  uint8_t host_0[2];  /* 0..1: the host's own (see OutputFilterEx) */
   uint8_t byte_2;     /* 2 */
   uint8_t byte_3;     /* 3: 8 after OutputFilterEx */
   uint32_t word_4;    /* 4: 0 */
@@ -201,12 +201,18 @@ UNITYDRV_API void ORMAND_DRV_InitEx(uint32_t ignored, const unitydrv_init_params
 UNITYDRV_API int ORMAND_DRV_StartDeviceEx(uint8_t offline_mode, void** handle, const char* path,
                                           uint32_t offset);
 /* Connects, identifies the controller, downloads its dictionary and resolves the tags.
- * *code = 10 when the connection failed, else 0. */
+ * *code = 10 when the connection failed, else 0. Of the returned record only word_4 (0) is
+ * written: on 32-bit ARM the record comes back in the caller's memory and its first word
+ * keeps what the host put there; on x86-64 it comes back in registers and reads 0. */
 UNITYDRV_API unitydrv_result ORMAND_DRV_GetInitCmdEx2(uint32_t* code, uint32_t w1, uint32_t w2,
                                                       uint32_t w3, void** handle);
 /* 1 when the device is ready (or offline), 0 while its dictionary is incomplete. */
 UNITYDRV_API int ORMAND_DRV_CheckInitCmdResponseEx2(uint32_t w1, uint32_t w2, void** handle);
-/* Carries out the reads or the write of an array of requests for the device of the first. */
+/* Carries out the reads or the write of an array of requests for the device of the first.
+ * Of the returned record only bytes 2..7 are written (byte_3 = 8, the rest 0): on 32-bit ARM
+ * it comes back in the caller's memory and host_0 keeps what the host put there; on x86-64
+ * it comes back in registers and host_0 reads 0. A request's values may run past its result
+ * slot into the slots behind it; each result receives at most its 4096 bytes. */
 UNITYDRV_API unitydrv_result ORMAND_DRV_OutputFilterEx(_gui_request_* requests, int count);
 /* Delivers the results of the last OutputFilterEx, one per request position. */
 UNITYDRV_API void ORMAND_DRV_InputFilterEx(_input_data_* results, _frame_data_* frame,

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/driver_api.h"
@@ -18,12 +19,12 @@ namespace plant {
 
 inline const std::string source_dir = UNITYDRV_SOURCE_DIR;
 
-inline plcsim::project project() {
-  return plcsim::load_project_file(source_dir + "/examples/plant.json");
+inline plcsim::project project(const std::string& file = "examples/plant.json") {
+  return plcsim::load_project_file(source_dir + "/" + file);
 }
 
-inline std::vector<std::string> tag_names() {
-  std::ifstream in(source_dir + "/examples/plant_tags.txt");
+inline std::vector<std::string> tag_names(const std::string& file = "examples/plant_tags.txt") {
+  std::ifstream in(source_dir + "/" + file);
   std::vector<std::string> names;
   for (std::string line; std::getline(in, line);) {
     if (!line.empty()) names.push_back(line);
@@ -35,17 +36,22 @@ inline std::vector<std::string> tag_names() {
 // the driver with InitEx done; a test starts its device with start_device.
 class device_test : public ::testing::Test {
  protected:
-  explicit device_test(uint32_t tag_offset = 0) : tag_offset_(tag_offset) {}
+  // Another project and tag list (paths from the source directory) serve other shapes.
+  explicit device_test(uint32_t tag_offset = 0, std::string project_file = "examples/plant.json",
+                       std::string tags_file = "examples/plant_tags.txt")
+      : tag_offset_(tag_offset),
+        project_file_(std::move(project_file)),
+        tags_file_(std::move(tags_file)) {}
 
   void SetUp() override {
-    names_ = tag_names();
+    names_ = tag_names(tags_file_);
     ASSERT_FALSE(names_.empty());
     tag_path_ = ::testing::TempDir() + "plant_" +
                 ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".tags";
     std::vector<tag_file::record> records;
     for (const auto& n : names_) records.push_back({n});
     ASSERT_TRUE(tag_file::write(tag_path_, records, false, tag_offset_));
-    server_ = std::make_unique<plcsim::server>(project());
+    server_ = std::make_unique<plcsim::server>(project(project_file_));
     ASSERT_TRUE(server_->start_on_free_loopback());
     lib_ = std::make_unique<driver_api::library>();
     const unitydrv_init_params params = driver_api::init_params(server_->address());
@@ -83,7 +89,7 @@ class device_test : public ::testing::Test {
   void restart_server() {
     const std::string address = server_->address();
     server_->stop();
-    server_ = std::make_unique<plcsim::server>(project());
+    server_ = std::make_unique<plcsim::server>(project(project_file_));
     ASSERT_TRUE(server_->start(address, 502));
   }
 
@@ -120,6 +126,8 @@ class device_test : public ::testing::Test {
   }
 
   const uint32_t tag_offset_;
+  const std::string project_file_;
+  const std::string tags_file_;
   std::vector<std::string> names_;
   std::string tag_path_;
   std::unique_ptr<plcsim::server> server_;
