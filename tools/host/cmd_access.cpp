@@ -29,7 +29,7 @@ struct session {
   std::unique_ptr<tag_selection> selection;
   std::unique_ptr<host_device> device;
   std::vector<selected_tag> tags;
-  bool refused = false;  // some tags were refused and are left out
+  std::vector<tag_refusal> refused;  // tags left out
 };
 
 std::unique_ptr<dictionary> dictionary_for(const connection_options& conn) {
@@ -45,15 +45,13 @@ session open_session(const connection_options& conn, const selection_options& se
   session s;
   s.selection = std::make_unique<tag_selection>(sel);
   const std::unique_ptr<dictionary> dict = dictionary_for(conn);
-  std::vector<std::string> errors;
-  s.tags = s.selection->requests(dict.get(), errors);
-  for (const std::string& e : errors) std::cerr << "panelhost: " << e << '\n';
-  s.refused = !errors.empty();
-  if (s.refused && all_or_nothing) {
-    throw std::runtime_error("nothing written: " + std::to_string(errors.size()) +
+  s.tags = s.selection->requests(dict.get(), s.refused);
+  for (const tag_refusal& r : s.refused) std::cerr << "panelhost: " << r.text() << '\n';
+  if (!s.refused.empty() && all_or_nothing) {
+    throw std::runtime_error("nothing written: " + std::to_string(s.refused.size()) +
                              " tag(s) refused");
   }
-  if (s.tags.empty()) throw std::runtime_error("no tag to access");
+  if (s.tags.empty() && !s.refused.empty()) throw std::runtime_error("no tag left to access");
   s.api = std::make_unique<driver_api>(conn.library);
   s.device = std::make_unique<host_device>(*s.api, s.selection->tag_file(), conn.offline);
   s.device->connect(conn.offline ? "0.0.0.0" : conn.plc);
@@ -134,6 +132,9 @@ std::string clock_text() {
 
 void print_json(std::ostream& out, const session& s, const std::vector<host_result>& results) {
   json_report report("read");
+  for (const tag_refusal& r : s.refused) {
+    report.add_tag(r.name, false, {{"reason", r.reason}, {"message", r.message}});
+  }
   for (std::size_t i = 0; i < s.tags.size(); ++i) {
     const host_request& r = s.tags[i].request;
     report.add_tag(s.tags[i].name, results[i].ok,
@@ -147,7 +148,7 @@ void print_json(std::ostream& out, const session& s, const std::vector<host_resu
 int run_read(const connection_options& conn, const selection_options& sel, bool as_json) {
   session s = open_session(conn, sel, false);
   const std::vector<host_result> results = read_all(*s.device, s.tags);
-  bool ok = !s.refused;
+  bool ok = s.refused.empty();
   for (const host_result& r : results) ok = ok && r.ok;
   if (as_json) {
     print_json(std::cout, s, results);
@@ -211,7 +212,7 @@ int run_watch(const connection_options& conn, const selection_options& sel, unsi
     }
     std::cout.flush();
   }
-  return ok && !s.refused ? 0 : 1;
+  return ok && s.refused.empty() ? 0 : 1;
 }
 
 }  // namespace panelhost

@@ -125,7 +125,13 @@ tag_check tag_checker::check(const std::string& name) const {
   std::string path;
   for (std::size_t i = 0; i < texts.size(); ++i) {
     const std::optional<name_part> part = parse_part(texts[i]);
-    if (!part) return fault(tag_fault::malformed, "malformed name part '" + texts[i] + "'");
+    if (!part) {
+      return fault(tag_fault::malformed,
+                   texts[i].find_first_of("[]") == std::string::npos
+                       ? "empty name part in '" + name + "'"
+                       : "malformed subscript in '" + texts[i] +
+                             "' (expected integers in one bracket group, e.g. A[3] or M[1, 2])");
+    }
     const std::string type_name = dictionary_type_name(result.type_id, dict_.data_types);
     if (i == 0) {
       const auto var = dict_.tables.find(part->ident + '\0');

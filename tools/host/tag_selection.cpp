@@ -86,7 +86,8 @@ tag_selection::tag_selection(const selection_options& options) : options_(option
   for (const tag_choice& n : named) {
     auto it = std::find(file_names_.begin(), file_names_.end(), n.name);
     if (it == file_names_.end()) {
-      errors_.push_back("unknown tag name '" + n.name + "'" + suggestion(n.name, file_names_));
+      errors_.push_back({n.name, "unknown tag name",
+                         "not in the tag file" + suggestion(n.name, file_names_)});
       continue;
     }
     positions_.push_back(static_cast<uint32_t>(it - file_names_.begin()));
@@ -95,7 +96,7 @@ tag_selection::tag_selection(const selection_options& options) : options_(option
 }
 
 std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
-                                                  std::vector<std::string>& errors) const {
+                                                  std::vector<tag_refusal>& errors) const {
   const auto overrides = type_overrides(options_.types);
   const resolved_types resolved = dict ? resolve_against(tag_file_, *dict) : resolved_types{};
   std::optional<tag_checker> checker;
@@ -104,7 +105,6 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
   std::vector<selected_tag> out;
   for (std::size_t i = 0; i < chosen_.size(); ++i) {
     const tag_choice& choice = chosen_[i];
-    const std::string tag = "tag '" + choice.name + "': ";
     host_request request;
     request.tag_index = positions_[i];
     tag_shape shape;
@@ -112,11 +112,11 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
     if (checker) {
       const tag_check check = checker->check(choice.name);
       if (!check.ok()) {
-        errors.push_back(tag + check.message);
+        errors.push_back({choice.name, fault_name(check.fault), check.message});
         continue;
       }
       if (resolved.type_ids.at(positions_[i]) == 0) {
-        errors.push_back(tag + "the driver does not resolve it against this dictionary");
+        errors.push_back({choice.name, "not resolved", "the driver does not resolve it"});
         continue;
       }
       shape = shape_of_type(check.type_id, dict->data_types);
@@ -139,18 +139,18 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
                                                         : 1;
     }
     if (shape.code == 0) {
-      errors.push_back(tag + (dict ? "no PLC type fits " +
+      errors.push_back({choice.name, "no type", (dict ? "no PLC type fits " +
                                          dictionary_type_name(resolved.type_ids.at(positions_[i]),
                                                               dict->data_types) +
                                          ": give Name:TYPE in the list or --type Name=TYPE"
                                    : "no type (a tag file carries no types): give Name:TYPE "
-                                     "in the list, --type Name=TYPE, or --offline PROJECT.json"));
+                                     "in the list, --type Name=TYPE, or --offline PROJECT.json")});
       continue;
     }
     request.code = shape.code;
     request.count = shape.count;
     if (std::string error = apply_range(shape, elements, request); !error.empty()) {
-      errors.push_back(tag + error);
+      errors.push_back({choice.name, "outside the bounds", error});
       continue;
     }
     if (options_.bit) request.bit = *options_.bit;

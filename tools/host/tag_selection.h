@@ -25,6 +25,14 @@ struct selection_options {
   std::optional<int> bit;          // --bit
 };
 
+// A tag left out of a command, and why.
+struct tag_refusal {
+  std::string name;
+  std::string reason;   // short and stable, as --json reports it
+  std::string message;  // one line
+  std::string text() const { return "tag '" + name + "': " + message; }
+};
+
 struct selected_tag {
   std::string name;
   host_request request;
@@ -49,10 +57,10 @@ class tag_selection {
   explicit tag_selection(const selection_options& options);
   const std::string& tag_file() const { return tag_file_; }
   // Types from --type, then from the list, then from the dictionary (when given), whose
-  // names and subscripts are checked. A tag that fails adds one line to errors and is
-  // left out; the others are returned in order.
+  // names and subscripts are checked. A tag that fails is added to errors and left out;
+  // the others are returned in order.
   std::vector<selected_tag> requests(const dictionary* dict,
-                                     std::vector<std::string>& errors) const;
+                                     std::vector<tag_refusal>& errors) const;
 
  private:
   selection_options options_;
@@ -61,7 +69,7 @@ class tag_selection {
   std::vector<std::string> file_names_;
   std::vector<tag_choice> chosen_;
   std::vector<uint32_t> positions_;
-  std::vector<std::string> errors_;
+  std::vector<tag_refusal> errors_;
 
   std::string apply_range(const tag_shape& shape, uint32_t elements, host_request& request) const;
 };
