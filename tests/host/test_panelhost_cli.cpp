@@ -151,7 +151,7 @@ TEST_F(PanelhostCli, ListFormWritesTheWholeArray) {
 TEST_F(PanelhostCli, CheckGivesEachMistakeItsReason) {
   const std::string out = run("tags check " + dir + "/mistakes.tags" + plc).output;
   for (const char* reason :
-       {"Levels[3]  1      140     3        INT", "unknown variable 'Tmperature'",
+       {"Levels[3]  1      140         3        INT", "unknown variable 'Tmperature'",
         "unknown member 'Sped' of Line[1] (MOTOR)", "subscript 10 outside the bounds",
         "subscript on Temperature", "malformed subscript in 'Levels[x]'", "which has no member 'X'",
         "name a member"}) {

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <fstream>
+#include <iomanip>
 #include <iostream>
 
 #include "tag_index/tag_file_writer.h"
@@ -30,6 +32,81 @@ std::string type_text(const tag_check& check, const dictionary& dict) {
   if (shape.code == 0) return dictionary_type_name(check.type_id, dict.data_types);
   const bool counted = shape.code == UNITYDRV_TYPE_STRING || shape.count > 1;
   return plc_type_name(shape.code) + (counted ? "[" + std::to_string(shape.count) + "]" : "");
+}
+
+// A tag of the file: the checker's verdict and where the driver placed it.
+struct checked_tag {
+  tag_check check;
+  uint16_t block = 0;
+  uint64_t offset = 0;  // in the block: the variable's offset plus the member's
+  uint32_t read_format = 0;
+};
+
+checked_tag check_one(const tag_checker& checker, const std::string& name, const tag_entry& entry) {
+  checked_tag out{checker.check(name)};
+  if (out.check.ok() && entry.type_id == 0) {
+    out.check.fault = tag_fault::unknown_variable;
+    out.check.message = "the driver does not resolve it";
+  }
+  wire::basic_le_reader<std::array<unsigned char, 6>> location(entry.location);
+  out.block = location.u16();
+  out.offset = location.u32() + entry.member_offset;
+  out.read_format = entry.read_format;
+  return out;
+}
+
+void print_check_json(const std::vector<std::string>& names, const std::vector<checked_tag>& tags,
+                      const dictionary& dict) {
+  json_report report("tags check");
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const tag_check& c = tags[i].check;
+    if (!c.ok()) {
+      report.add_tag(names[i], false, {{"reason", fault_name(c.fault)}, {"message", c.message}});
+      continue;
+    }
+    nlohmann::json fields = {{"block", tags[i].block},
+                             {"offset", tags[i].offset},
+                             {"type", type_text(c, dict)},
+                             {"format", tags[i].read_format}};
+    if (c.element) fields["element"] = c.element_number;
+    report.add_tag(names[i], true, fields);
+  }
+  report.print(std::cout);
+}
+
+// Resolved tags stream out line by line (a file may hold millions); the few that fail
+// follow in a table of their own.
+void print_check_tables(const std::vector<std::string>& names, const std::vector<checked_tag>& tags,
+                        const dictionary& dict, std::size_t bad) {
+  std::size_t width = 3;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    if (tags[i].check.ok()) width = std::max(width, names[i].size());
+  }
+  const auto line = [&](const std::string& tag, const std::string& block, const std::string& offset,
+                        const std::string& element, const std::string& type,
+                        const std::string& format) {
+    std::cout << std::left << std::setw(static_cast<int>(width)) << tag << "  " << std::setw(5)
+              << block << "  " << std::setw(10) << offset << "  " << std::setw(7) << element << "  "
+              << std::setw(12) << type << "  " << format << '\n';
+  };
+  if (bad < names.size()) {
+    line("tag", "block", "offset", "element", "type", "format");
+    line(std::string(width, '-'), "-----", "----------", "-------", "------------", "------");
+  }
+  text_table failed({"tag", "reason"});
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const tag_check& c = tags[i].check;
+    if (!c.ok()) {
+      failed.add({names[i], c.message});
+      continue;
+    }
+    line(names[i], std::to_string(tags[i].block), std::to_string(tags[i].offset),
+         c.element ? std::to_string(c.element_number) : "", type_text(c, dict),
+         std::to_string(tags[i].read_format));
+  }
+  if (bad == 0) return;
+  std::cout << (bad < names.size() ? "\n" : "") << "Not resolved:\n";
+  failed.print(std::cout);
 }
 
 }  // namespace
@@ -89,44 +166,18 @@ int run_tags_check(const connection_options& conn, const std::string& file, uint
   table.Read(file.c_str(), offset);
   table.setup_memory_index_in_place(dict.tables, dict.struct_members);
   const tag_checker checker(dict);
-  json_report report("tags check");
-  text_table ok_rows({"tag", "block", "offset", "element", "type", "format"});
-  text_table bad_rows({"tag", "reason"});
+  std::vector<checked_tag> checked;
+  checked.reserve(names.size());
+  std::size_t bad = 0;
   for (std::size_t i = 0; i < names.size(); ++i) {
-    tag_check check = checker.check(names[i]);
-    const tag_entry& entry = *table.Get(static_cast<uint32_t>(i));
-    if (check.ok() && entry.type_id == 0) {
-      check.fault = tag_fault::unknown_variable;
-      check.message = "the driver does not resolve it";
-    }
-    if (!check.ok()) {
-      bad_rows.add({names[i], check.message});
-      report.add_tag(names[i], false,
-                     {{"reason", fault_name(check.fault)}, {"message", check.message}});
-      continue;
-    }
-    wire::basic_le_reader<std::array<unsigned char, 6>> location(entry.location);
-    const uint16_t block = location.u16();
-    const uint64_t at = location.u32() + entry.member_offset;
-    const std::string element = check.element ? std::to_string(check.element_number) : "";
-    const std::string type = type_text(check, dict);
-    ok_rows.add({names[i], std::to_string(block), std::to_string(at), element, type,
-                 std::to_string(entry.read_format)});
-    nlohmann::json fields = {
-        {"block", block}, {"offset", at}, {"type", type}, {"format", entry.read_format}};
-    if (check.element) fields["element"] = check.element_number;
-    report.add_tag(names[i], true, fields);
+    checked.push_back(check_one(checker, names[i], *table.Get(static_cast<uint32_t>(i))));
+    bad += checked.back().check.ok() ? 0 : 1;
   }
   if (as_json) {
-    report.print(std::cout);
+    print_check_json(names, checked, dict);
   } else {
-    if (ok_rows.line_count() > 2) ok_rows.print(std::cout);
-    if (bad_rows.line_count() > 2) {
-      std::cout << (ok_rows.line_count() > 2 ? "\n" : "") << "Not resolved:\n";
-      bad_rows.print(std::cout);
-    }
+    print_check_tables(names, checked, dict, bad);
   }
-  const std::size_t bad = bad_rows.line_count() - 2;
   std::cerr << names.size() << " tags: " << names.size() - bad << " resolve, " << bad
             << " do not\n";
   return bad == 0 ? 0 : 1;

@@ -1,5 +1,6 @@
 #include "tools/host/tag_check.h"
 
+#include <algorithm>
 #include <charconv>
 #include <optional>
 
@@ -132,7 +133,7 @@ tag_check tag_checker::check(const std::string& name) const {
                        : "malformed subscript in '" + texts[i] +
                              "' (expected integers in one bracket group, e.g. A[3] or M[1, 2])");
     }
-    const std::string type_name = dictionary_type_name(result.type_id, dict_.data_types);
+    const auto type_name = [&] { return dictionary_type_name(result.type_id, dict_.data_types); };
     if (i == 0) {
       const auto var = dict_.tables.find(part->ident + '\0');
       if (var == dict_.tables.end()) {
@@ -141,21 +142,22 @@ tag_check tag_checker::check(const std::string& name) const {
       }
       result.type_id = var->second.type_id;
     } else if (is_array(result.type_id)) {
-      return fault(tag_fault::needs_subscript, path + " is an array (" + type_name +
+      return fault(tag_fault::needs_subscript, path + " is an array (" + type_name() +
                                                    "): give a subscript before ." + part->ident);
     } else if (!is_structure(result.type_id)) {
       return fault(tag_fault::member_of_elementary,
-                   path + " is " + type_name + ", which has no member '" + part->ident + "'");
+                   path + " is " + type_name() + ", which has no member '" + part->ident + "'");
     } else {
-      std::vector<std::string> members;
-      const data_type* found = nullptr;
-      for (const data_type& m : dict_.struct_members.at(result.type_id)) {
-        members.push_back(plain(m.name));
-        if (plain(m.name) == part->ident) found = &m;
-      }
+      const auto& list = dict_.struct_members.at(result.type_id);
+      const std::string key = part->ident + '\0';
+      const auto found_at =
+          std::find_if(list.begin(), list.end(), [&](const data_type& m) { return m.name == key; });
+      const data_type* found = found_at == list.end() ? nullptr : &*found_at;
       if (found == nullptr || found->bounds.size() < 2) {
+        std::vector<std::string> members;
+        for (const data_type& m : list) members.push_back(plain(m.name));
         return fault(tag_fault::unknown_member, "unknown member '" + part->ident + "' of " + path +
-                                                    " (" + type_name + ")" +
+                                                    " (" + type_name() + ")" +
                                                     suggestion(part->ident, members));
       }
       result.type_id = wire::le_reader(found->bounds).u16();
@@ -197,10 +199,10 @@ tag_check tag_checker::check(const std::string& name) const {
   }
   const uint16_t last =
       result.element ? dict_.data_types.at(result.type_id).element_type : result.type_id;
-  const std::string last_name = dictionary_type_name(last, dict_.data_types);
+  const auto last_name = [&] { return dictionary_type_name(last, dict_.data_types); };
   if (is_structure(last)) {
     const auto& first = dict_.struct_members.at(last).front();
-    return fault(tag_fault::needs_member, path + " is a structure (" + last_name +
+    return fault(tag_fault::needs_member, path + " is a structure (" + last_name() +
                                               "): name a member, e.g. " + path + "." +
                                               plain(first.name));
   }
@@ -208,7 +210,7 @@ tag_check tag_checker::check(const std::string& name) const {
     const data_type& array = dict_.data_types.at(last);
     if (is_structure(array.element_type)) {
       return fault(tag_fault::needs_subscript,
-                   path + " is an array of structures (" + last_name +
+                   path + " is an array of structures (" + last_name() +
                        "): name one element's member, e.g. " + path + "[" +
                        std::to_string(array_dimensions(array).front().first) + "]." +
                        plain(dict_.struct_members.at(array.element_type).front().name));

@@ -86,8 +86,8 @@ tag_selection::tag_selection(const selection_options& options) : options_(option
   for (const tag_choice& n : named) {
     auto it = std::find(file_names_.begin(), file_names_.end(), n.name);
     if (it == file_names_.end()) {
-      errors_.push_back({n.name, "unknown tag name",
-                         "not in the tag file" + suggestion(n.name, file_names_)});
+      errors_.push_back(
+          {n.name, "unknown tag name", "not in the tag file" + suggestion(n.name, file_names_)});
       continue;
     }
     positions_.push_back(static_cast<uint32_t>(it - file_names_.begin()));
@@ -139,12 +139,13 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
                                                         : 1;
     }
     if (shape.code == 0) {
-      errors.push_back({choice.name, "no type", (dict ? "no PLC type fits " +
-                                         dictionary_type_name(resolved.type_ids.at(positions_[i]),
-                                                              dict->data_types) +
-                                         ": give Name:TYPE in the list or --type Name=TYPE"
-                                   : "no type (a tag file carries no types): give Name:TYPE "
-                                     "in the list, --type Name=TYPE, or --offline PROJECT.json")});
+      errors.push_back(
+          {choice.name, "no type",
+           (dict ? "no PLC type fits " +
+                       dictionary_type_name(resolved.type_ids.at(positions_[i]), dict->data_types) +
+                       ": give Name:TYPE in the list or --type Name=TYPE"
+                 : "no type (a tag file carries no types): give Name:TYPE "
+                   "in the list, --type Name=TYPE, or --offline PROJECT.json")});
       continue;
     }
     request.code = shape.code;
