@@ -84,7 +84,8 @@ std::vector<std::string> parse_tag_names(const std::string& path, const std::str
   const uint32_t wide = in.u32();
   const uint32_t count = in.u32();
   if (wide > 1)
-    throw std::runtime_error(refused + "bad name width field " + std::to_string(wide) + hint);
+    throw std::runtime_error(refused + "its name-width field reads " + std::to_string(wide) +
+                             " (0 or 1 expected)" + hint);
   if (count > remaining() / k_min_record) {
     throw std::runtime_error(refused + "it announces " + std::to_string(count) + " tags, but its " +
                              std::to_string(bytes.size()) + " bytes hold at most " +

@@ -1,6 +1,7 @@
 // Project files: the controller's type text, its derived types, its variables
 // and the initial contents of its memory.
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cmath>
 #include <cstdint>
@@ -291,7 +292,8 @@ project parse_project(const std::string& json_text) {
 
 project load_project_file(const std::string& path) {
   std::ifstream in(path);
-  if (!in) throw std::runtime_error("plcsim project: cannot open " + path);
+  if (!in)
+    throw std::runtime_error("plcsim project: cannot open " + path + ": " + std::strerror(errno));
   std::stringstream ss;
   ss << in.rdbuf();
   try {
