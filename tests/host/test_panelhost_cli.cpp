@@ -128,6 +128,7 @@ const cli_case k_cases[] = {
     {"tags list $D/missing.tags", 1, "cannot read tag file $D/missing.tags: No such file"},
     {"read --offline --list $D/list.txt Levels", 1, "a tag file carries no types"},
     {"read --offline $D/../nothing.json Counter", 1, "cannot open"},
+    {"read --offline Counter:INT", 0, "Counter  INT   0"},
     {"read --offline " UNITYDRV_SOURCE_DIR "/examples/plant.json --list $D/list.txt", 0,
      "Levels   INT[10]  [0, 0, 0, 0, 0, 0, 0, 0, 0, 0]"},
     {"tags check $D/list.tags $P", 0, "2 tags: 2 resolve, 0 do not"},

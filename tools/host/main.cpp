@@ -115,6 +115,12 @@ int main(int argc, char** argv) {
     if (build->parsed()) return run_tags_build(list, out, wide, offset);
     if (show->parsed()) return run_tags_list(file, offset);
     if (int rc = check_plc(conn)) return rc;
+    // "--offline Name" took a tag name for the project; a project is a .json file.
+    const std::string& project = conn.offline_project;
+    if (!project.empty() && (project.size() < 5 || project.substr(project.size() - 5) != ".json")) {
+      sel.names.insert(sel.names.begin(), project);
+      conn.offline_project.clear();
+    }
     if (browse->parsed()) return run_browse(conn.plc, as_json);
     if (export_cmd->parsed()) return run_tags_export(conn, out, exported);
     if (check->parsed()) return run_tags_check(conn, file, offset, as_json);
