@@ -133,70 +133,93 @@ tag_check tag_checker::check(const std::string& name) const {
                        : "malformed subscript in '" + texts[i] +
                              "' (expected integers in one bracket group, e.g. A[3] or M[1, 2])");
     }
-    const auto type_name = [&] { return dictionary_type_name(result.type_id, dict_.data_types); };
-    if (i == 0) {
-      const auto var = dict_.tables.find(part->ident + '\0');
-      if (var == dict_.tables.end()) {
-        return fault(tag_fault::unknown_variable, "unknown variable '" + part->ident + "'" +
-                                                      suggestion(part->ident, variable_names()));
-      }
-      result.type_id = var->second.type_id;
-    } else if (is_array(result.type_id)) {
-      return fault(tag_fault::needs_subscript, path + " is an array (" + type_name() +
-                                                   "): give a subscript before ." + part->ident);
-    } else if (!is_structure(result.type_id)) {
-      return fault(tag_fault::member_of_elementary,
-                   path + " is " + type_name() + ", which has no member '" + part->ident + "'");
-    } else {
-      const auto& list = dict_.struct_members.at(result.type_id);
-      const std::string key = part->ident + '\0';
-      const auto found_at =
-          std::find_if(list.begin(), list.end(), [&](const data_type& m) { return m.name == key; });
-      const data_type* found = found_at == list.end() ? nullptr : &*found_at;
-      if (found == nullptr || found->bounds.size() < 2) {
-        std::vector<std::string> members;
-        for (const data_type& m : list) members.push_back(plain(m.name));
-        return fault(tag_fault::unknown_member, "unknown member '" + part->ident + "' of " + path +
-                                                    " (" + type_name() + ")" +
-                                                    suggestion(part->ident, members));
-      }
-      result.type_id = wire::le_reader(found->bounds).u16();
-    }
+    tag_check step =
+        i == 0 ? variable_step(part->ident, result) : member_step(part->ident, path, result);
+    if (!step.ok()) return step;
     path += (i == 0 ? "" : ".") + part->ident;
     result.element = false;
     if (!part->subscripted) continue;
-    const auto type = dict_.data_types.find(result.type_id);
-    const auto dims = type == dict_.data_types.end() ? decltype(array_dimensions(data_type{})){}
-                                                     : array_dimensions(type->second);
-    const std::string declared = dictionary_type_name(result.type_id, dict_.data_types);
-    if (dims.empty()) {
-      return fault(tag_fault::subscript_on_elementary,
-                   "subscript on " + path + ", which is " + declared + ", not an array");
-    }
-    if (part->subscripts.size() != dims.size()) {
-      return fault(tag_fault::malformed, path + " has " + std::to_string(dims.size()) +
-                                             " dimension(s), '" + texts[i] + "' gives " +
-                                             std::to_string(part->subscripts.size()));
-    }
-    uint32_t number = 0;
-    for (std::size_t d = 0; d < dims.size(); ++d) {
-      const int32_t s = part->subscripts[d];
-      if (s < dims[d].first || s > dims[d].second) {
-        return fault(tag_fault::subscript_out_of_bounds,
-                     "subscript " + std::to_string(s) + " outside the bounds of " + path + " (" +
-                         declared + ": " + bounds_text(dims) + ")");
-      }
-      number = number * static_cast<uint32_t>(dims[d].second - dims[d].first + 1) +
-               static_cast<uint32_t>(s - dims[d].first);
-    }
-    path += "[" + texts[i].substr(texts[i].find('[') + 1);
-    if (i + 1 == texts.size()) {
-      result.element = true;
-      result.element_number = number;
-    } else {
-      result.type_id = type->second.element_type;
+    step = subscript_step(part->subscripts, texts[i], path, result);
+    if (!step.ok()) return step;
+    path += texts[i].substr(texts[i].find('['));
+    if (i + 1 < texts.size()) {
+      result.element = false;
+      result.type_id = dict_.data_types.at(result.type_id).element_type;
     }
   }
+  return end_check(path, result);
+}
+
+tag_check tag_checker::variable_step(const std::string& ident, tag_check& result) const {
+  const auto var = dict_.tables.find(ident + '\0');
+  if (var == dict_.tables.end()) {
+    return fault(tag_fault::unknown_variable,
+                 "unknown variable '" + ident + "'" + suggestion(ident, variable_names()));
+  }
+  result.type_id = var->second.type_id;
+  return {};
+}
+
+tag_check tag_checker::member_step(const std::string& ident, const std::string& path,
+                                   tag_check& result) const {
+  const std::string type_name = dictionary_type_name(result.type_id, dict_.data_types);
+  if (is_array(result.type_id)) {
+    return fault(tag_fault::needs_subscript,
+                 path + " is an array (" + type_name + "): give a subscript before ." + ident);
+  }
+  if (!is_structure(result.type_id)) {
+    return fault(tag_fault::member_of_elementary,
+                 path + " is " + type_name + ", which has no member '" + ident + "'");
+  }
+  const auto& list = dict_.struct_members.at(result.type_id);
+  const std::string key = ident + '\0';
+  const auto found =
+      std::find_if(list.begin(), list.end(), [&](const data_type& m) { return m.name == key; });
+  if (found == list.end() || found->bounds.size() < 2) {
+    std::vector<std::string> members;
+    for (const data_type& m : list) members.push_back(plain(m.name));
+    return fault(tag_fault::unknown_member, "unknown member '" + ident + "' of " + path + " (" +
+                                                type_name + ")" + suggestion(ident, members));
+  }
+  result.type_id = wire::le_reader(found->bounds).u16();
+  return {};
+}
+
+// Marks result as one element of the array result.type_id.
+tag_check tag_checker::subscript_step(const std::vector<int32_t>& subscripts,
+                                      const std::string& text, const std::string& path,
+                                      tag_check& result) const {
+  const auto type = dict_.data_types.find(result.type_id);
+  const auto dims = type == dict_.data_types.end() ? std::vector<std::pair<int32_t, int32_t>>{}
+                                                   : array_dimensions(type->second);
+  const std::string declared = dictionary_type_name(result.type_id, dict_.data_types);
+  if (dims.empty()) {
+    return fault(tag_fault::subscript_on_elementary,
+                 "subscript on " + path + ", which is " + declared + ", not an array");
+  }
+  if (subscripts.size() != dims.size()) {
+    return fault(tag_fault::malformed, path + " has " + std::to_string(dims.size()) +
+                                           " dimension(s), '" + text + "' gives " +
+                                           std::to_string(subscripts.size()));
+  }
+  uint32_t number = 0;
+  for (std::size_t d = 0; d < dims.size(); ++d) {
+    const int32_t s = subscripts[d];
+    if (s < dims[d].first || s > dims[d].second) {
+      return fault(tag_fault::subscript_out_of_bounds,
+                   "subscript " + std::to_string(s) + " outside the bounds of " + path + " (" +
+                       declared + ": " + bounds_text(dims) + ")");
+    }
+    number = number * static_cast<uint32_t>(dims[d].second - dims[d].first + 1) +
+             static_cast<uint32_t>(s - dims[d].first);
+  }
+  result.element = true;
+  result.element_number = number;
+  return {};
+}
+
+// A name must end on a value a request can carry: not on a structure.
+tag_check tag_checker::end_check(const std::string& path, const tag_check& result) const {
   const uint16_t last =
       result.element ? dict_.data_types.at(result.type_id).element_type : result.type_id;
   const auto last_name = [&] { return dictionary_type_name(last, dict_.data_types); };

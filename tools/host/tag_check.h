@@ -42,6 +42,12 @@ class tag_checker {
   tag_check check(const std::string& name) const;
 
  private:
+  // Steps of check(); each returns a fault, or an ok result after updating result.
+  tag_check variable_step(const std::string& ident, tag_check& result) const;
+  tag_check member_step(const std::string& ident, const std::string& path, tag_check& result) const;
+  tag_check subscript_step(const std::vector<int32_t>& subscripts, const std::string& text,
+                           const std::string& path, tag_check& result) const;
+  tag_check end_check(const std::string& path, const tag_check& result) const;
   bool is_array(uint16_t type) const;
   bool is_structure(uint16_t type) const;
   std::vector<std::string> variable_names() const;
