@@ -40,8 +40,10 @@ std::unique_ptr<dictionary> dictionary_for(const connection_options& conn) {
   return std::make_unique<dictionary>(project_dictionary(conn.offline_project, std::cerr));
 }
 
+// all_or_nothing: one refused tag refuses the command. allow_empty: every tag may be
+// refused (the session then has no device, and --json still reports them).
 session open_session(const connection_options& conn, const selection_options& sel,
-                     bool all_or_nothing) {
+                     bool all_or_nothing, bool allow_empty = false) {
   session s;
   s.selection = std::make_unique<tag_selection>(sel);
   const std::unique_ptr<dictionary> dict = dictionary_for(conn);
@@ -51,7 +53,10 @@ session open_session(const connection_options& conn, const selection_options& se
     throw std::runtime_error("nothing written: " + std::to_string(s.refused.size()) +
                              " tag(s) refused");
   }
-  if (s.tags.empty() && !s.refused.empty()) throw std::runtime_error("no tag left to access");
+  if (s.tags.empty() && !s.refused.empty()) {
+    if (allow_empty) return s;
+    throw std::runtime_error("no tag left to access");
+  }
   s.api = std::make_unique<driver_api>(conn.library);
   s.device = std::make_unique<host_device>(*s.api, s.selection->tag_file(), conn.offline);
   s.device->connect(conn.offline ? "0.0.0.0" : conn.plc);
@@ -146,8 +151,9 @@ void print_json(std::ostream& out, const session& s, const std::vector<host_resu
 }  // namespace
 
 int run_read(const connection_options& conn, const selection_options& sel, bool as_json) {
-  session s = open_session(conn, sel, false);
-  const std::vector<host_result> results = read_all(*s.device, s.tags);
+  session s = open_session(conn, sel, false, as_json);
+  const std::vector<host_result> results =
+      s.device ? read_all(*s.device, s.tags) : std::vector<host_result>{};
   bool ok = s.refused.empty();
   for (const host_result& r : results) ok = ok && r.ok;
   if (as_json) {
