@@ -134,6 +134,7 @@ const cli_case k_cases[] = {
     {"tags check $D/list.tags $P", 0, "2 tags: 2 resolve, 0 do not"},
     {"tags check $D/mistakes.tags $P", 1, "8 tags: 1 resolve, 7 do not"},
     {"tags check $D/mistakes.tags $P --json", 1, "\"reason\": \"malformed subscript\""},
+    {"browse $P --json", 0, "\"name\": \"ARRAY[0..9] OF INT\""},
     {"read $P --json Motor1", 1, "\"reason\": \"structure: name a member\""},
 };
 

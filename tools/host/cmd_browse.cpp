@@ -85,6 +85,18 @@ void print_json(const dictionary& dict) {
         {{"id", id}, {"name", dictionary_type_name(id, dict.data_types)}, {"members", list}});
   }
   report.set("structures", structures);
+  nlohmann::json arrays = nlohmann::json::array();
+  for (const auto& [id, type] : dict.data_types) {
+    uint32_t elements = 0;
+    int32_t low = 0;
+    if (type.bounds.empty() || !array_elements(type, elements, low)) continue;
+    arrays.push_back({{"id", id},
+                      {"name", plain(type.name)},
+                      {"element", dictionary_type_name(type.element_type, dict.data_types)},
+                      {"elements", elements},
+                      {"first_index", low}});
+  }
+  report.set("arrays", arrays);
   report.print(std::cout);
 }
 
