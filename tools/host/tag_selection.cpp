@@ -166,11 +166,11 @@ std::string tag_selection::apply_range(const tag_shape& shape, uint32_t elements
                                        host_request& request) const {
   if (options_.index) {
     if (!shape.is_array) return "--index needs a whole array";
-    const long first = long{*options_.index} - shape.low_bound;
-    if (first < 0 || first >= long{elements}) {
+    const int64_t first = int64_t{*options_.index} - shape.low_bound;
+    if (first < 0 || first >= int64_t{elements}) {
       return "--index " + std::to_string(*options_.index) + " outside the bounds " +
              std::to_string(shape.low_bound) + ".." +
-             std::to_string(shape.low_bound + static_cast<long>(elements) - 1);
+             std::to_string(shape.low_bound + int64_t{elements} - 1);
     }
     request.array_index = static_cast<uint16_t>(first);
     request.count = static_cast<uint16_t>(elements - first);
