@@ -34,6 +34,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "unitydrv/version.h"
+
 #ifdef __cplusplus
 #define UNITYDRV_EXTERN_C extern "C"
 #define UNITYDRV_STATIC_ASSERT(cond, msg) static_assert(cond, msg)
