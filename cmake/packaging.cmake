@@ -47,14 +47,14 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_COMPONENT_LIB_DESCRIPTION "libunitydrv.so.0, its header and pkg-config file")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "panelhost (command-line host) and plcsim (controller simulator)")
 # Run-time needs as readelf -V shows them on the Debian 12 toolchains: dynamic, GLIBC_2.4
-# (armhf) or GLIBC_2.34 (amd64) and GLIBCXX_3.4.29; with the runtime linked in, the
+# (armhf) or GLIBC_2.14 (amd64, release) and GLIBCXX_3.4.29; with the runtime linked in, the
 # static libstdc++ brings GLIBC_2.36 (arc4random) and no GLIBCXX.
 if(UNITYDRV_STATIC_RUNTIME)
   set(CPACK_DEBIAN_LIB_PACKAGE_DEPENDS "libc6 (>= 2.36)")
 elseif(UNITYDRV_DEB_ARCH STREQUAL "armhf")
   set(CPACK_DEBIAN_LIB_PACKAGE_DEPENDS "libc6 (>= 2.4), libstdc++6 (>= 11), libgcc-s1")
 else()
-  set(CPACK_DEBIAN_LIB_PACKAGE_DEPENDS "libc6 (>= 2.34), libstdc++6 (>= 11), libgcc-s1")
+  set(CPACK_DEBIAN_LIB_PACKAGE_DEPENDS "libc6 (>= 2.14), libstdc++6 (>= 11), libgcc-s1")
 endif()
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
     "libunitydrv0 (= ${PROJECT_VERSION}), libc6 (>= 2.34), libstdc++6 (>= 11), libgcc-s1")
