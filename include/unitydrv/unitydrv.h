@@ -263,8 +263,9 @@ enum {
  * Reconnecting. After an exception, after InputFilterEx reports status 2 round after
  * round, or when GetInitCmdEx2 set *code to 10 (no connection), the host calls
  * Timeout(0, handle), which closes the device's connection, then GetInitCmdEx2 (connect,
- * identify, download the dictionary, index the tags) and CheckInitCmdResponseEx2 until it
- * returns 1. The handle and the tag table stay valid throughout; nothing needs reopening.
+ * identify, download the dictionary, index the tags) and CheckInitCmdResponseEx2, which
+ * returns 1 once the device is ready (0: try the same recipe again later). The handle and
+ * the tag table stay valid throughout; nothing needs reopening.
  * Each exchange waits at most 1 s for a reply and each connect at most 100 ms.
  */
 
