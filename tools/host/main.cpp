@@ -4,6 +4,7 @@
 
 #include "tools/host/commands.h"
 #include "tools/host/tag_export.h"
+#include "unitydrv/version.h"
 
 using namespace panelhost;
 
@@ -55,6 +56,7 @@ int check_plc(connection_options& conn) {
 
 int main(int argc, char** argv) {
   CLI::App app{"Drives the driver libunitydrv.so like an operator panel"};
+  app.set_version_flag("--version", "panelhost " UNITYDRV_VERSION);
   app.require_subcommand(1);
   connection_options conn;
   conn.library = PANELHOST_DEFAULT_LIBRARY;

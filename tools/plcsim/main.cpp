@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "tools/plcsim/plcsim.h"
+#include "unitydrv/version.h"
 
 namespace {
 
@@ -54,6 +55,7 @@ int serve(const std::string& project_file, std::string listen, const std::string
 int main(int argc, char** argv) {
   CLI::App app{"Simulated controller answering Unity messages over Modbus TCP"};
   std::string project_file, listen = "127.0.0.1:502", out, pcap;
+  app.set_version_flag("--version", "plcsim " UNITYDRV_VERSION);
   std::vector<std::size_t> generate;
   bool m580 = false;
   app.add_option("--project", project_file, "Project JSON file to serve");
