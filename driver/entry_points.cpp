@@ -1,5 +1,8 @@
 // The 14 exported entry points: each forwards to the driver object or to the device
 // named by the host's handle.
+#include <cstddef>
+#include <cstring>
+
 #include "driver/description_tables.h"
 #include "driver/device_context.h"
 #include "driver/init_handshake.h"
@@ -50,8 +53,9 @@ int ORMAND_DRV_StartDeviceEx(uint8_t offline_mode, void** handle, const char* pa
   return driver_object.start_device(offline_mode, handle, path, offset);
 }
 
-unitydrv_result ORMAND_DRV_GetInitCmdEx2(uint32_t* code, uint32_t, uint32_t, uint32_t,
-                                         void** handle) {
+namespace {
+
+unitydrv_result get_init_cmd(uint32_t* code, void** handle) {
   device_context* device = device_of(handle);
   if (device == nullptr) {
     if (code != nullptr) *code = 10;
@@ -60,14 +64,61 @@ unitydrv_result ORMAND_DRV_GetInitCmdEx2(uint32_t* code, uint32_t, uint32_t, uin
   return init_handshake::get_init_cmd(*device, code);
 }
 
+}  // namespace
+
+#if defined(__arm__)
+namespace {
+
+// The bytes of a returned record that the driver sets: 2..7 after OutputFilterEx, the
+// second word after GetInitCmdEx2. The others belong to the host.
+constexpr std::size_t filter_bytes_from = offsetof(unitydrv_result, byte_2);
+constexpr std::size_t init_bytes_from = offsetof(unitydrv_result, word_4);
+
+// Where the record comes back through memory the caller owns, only the driver's bytes are
+// written there.
+void store_from(unitydrv_result* out, const unitydrv_result& record, std::size_t from) {
+  std::memcpy(reinterpret_cast<unsigned char*>(out) + from,
+              reinterpret_cast<const unsigned char*>(&record) + from, sizeof record - from);
+}
+
+}  // namespace
+
+// 32-bit ARM (AAPCS) returns an 8-byte record in memory whose address the caller passes
+// first, in r0. These definitions take that address as their first argument, the same
+// call at the machine level, so that the host's bytes of the record stay as it set them.
+extern "C" __attribute__((visibility("default"))) void returned_init_cmd(
+    unitydrv_result* out, uint32_t* code, uint32_t, uint32_t, uint32_t,
+    void** handle) __asm__("ORMAND_DRV_GetInitCmdEx2");
+extern "C" __attribute__((visibility("default"))) void returned_output_filter(
+    unitydrv_result* out, _gui_request_* requests, int count) __asm__("ORMAND_DRV_OutputFilterEx");
+
+void returned_init_cmd(unitydrv_result* out, uint32_t* code, uint32_t, uint32_t, uint32_t,
+                       void** handle) {
+  store_from(out, get_init_cmd(code, handle), init_bytes_from);
+}
+
+void returned_output_filter(unitydrv_result* out, _gui_request_* requests, int count) {
+  store_from(out, driver_object.outputfilter(requests, count), filter_bytes_from);
+}
+#else
+// Elsewhere (x86-64) the record comes back in registers: there is no host memory to leave
+// alone, and the host's bytes read as 0.
+unitydrv_result ORMAND_DRV_GetInitCmdEx2(uint32_t* code, uint32_t, uint32_t, uint32_t,
+                                         void** handle) {
+  return get_init_cmd(code, handle);
+}
+#endif
+
 int ORMAND_DRV_CheckInitCmdResponseEx2(uint32_t, uint32_t, void** handle) {
   device_context* device = device_of(handle);
   return device != nullptr ? init_handshake::check_init_cmd_response(*device) : 0;
 }
 
+#if !defined(__arm__)
 unitydrv_result ORMAND_DRV_OutputFilterEx(_gui_request_* requests, int count) {
   return driver_object.outputfilter(requests, count);
 }
+#endif
 
 void ORMAND_DRV_InputFilterEx(_input_data_* results, _frame_data_* frame, _system_info* infos,
                               int count) {

@@ -1,6 +1,8 @@
 // A device started offline: no controller; written values live in the device's value map,
 // keyed per element, and reads are served from it.
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstring>
 #include <vector>
 
@@ -13,13 +15,18 @@ namespace {
 
 using host_request::element_size;
 
-// Element k of a write's data image, little-endian, zero past the end of the image.
-unsigned long long element_value(const std::vector<unsigned char>& image, unsigned size,
-                                 unsigned k) {
-  std::vector<unsigned char> value(8, 0);
-  const std::size_t begin = static_cast<std::size_t>(k) * size;
-  for (std::size_t b = 0; b < size && begin + b < image.size(); ++b) value[b] = image[begin + b];
-  return wire::le_reader(value).u64();
+// Element k of a whole-value write: its type's element size of bytes, little-endian, taken
+// from write_words on, for every type (a BOOL or BitArray element is one byte there) and
+// whatever write_count says. The bytes run on through the rest of the request record; past
+// its end they read 0.
+unsigned long long element_value(const _gui_request_& request, unsigned size, unsigned k) {
+  constexpr std::size_t begin = offsetof(_gui_request_, write_words);
+  constexpr std::size_t available = sizeof(_gui_request_) - begin;
+  const unsigned char* words = reinterpret_cast<const unsigned char*>(&request) + begin;
+  std::array<unsigned char, 8> value{};
+  const std::size_t first = static_cast<std::size_t>(k) * size;
+  for (std::size_t b = 0; b < size && first + b < available; ++b) value[b] = words[first + b];
+  return wire::basic_le_reader<std::array<unsigned char, 8>>(value).u64();
 }
 
 // The key of element k of the request: the tag with its array index advanced by k.
@@ -35,10 +42,9 @@ void write_offline(tag_driver_offline_578& driver, device_context& device,
   if (target.done) return;
   const offline_stTag_578& tag = target.tag;
   const uint16_t n = target.count;
-  const std::vector<unsigned char> image = host_request::write_image(request, tag.request_byte);
   const unsigned size = element_size(tag.request_byte);
   for (unsigned k = 0; k < n; ++k) {
-    device.tag_values[element_key(tag, k)] = element_value(image, size, k);
+    device.tag_values[element_key(tag, k)] = element_value(request, size, k);
   }
 }
 
@@ -55,10 +61,13 @@ void read_offline(tag_driver_offline_578& driver, device_context& device, _gui_r
     if (tag.request_byte == host_request::type_bit_array && n > 1) {
       host_request::rename_bit_array_element(device, tag);
     }
-    // 1- and 2-byte types give one unit, 4-byte types two, 8-byte types four.
+    // 1- and 2-byte types give one unit, 4-byte types two, 8-byte types four; a long
+    // request runs on past its own slot.
     const unsigned units = std::max(element_size(tag.request_byte), 2u) / 2;
     const bool known = element_size(tag.request_byte) != 0;
-    host_request::unit_writer out(slot.data, sizeof(slot.data));
+    const std::size_t room = known ? std::size_t{n} * units * 2 : 0;
+    host_request::unit_writer out(device.tag_table.slot_data(static_cast<std::size_t>(i), room),
+                                  room);
     for (unsigned k = 0; k < n; ++k) {
       // Never written reads as 0, and leaves a 0 entry behind.
       const unsigned long long value = device.tag_values[element_key(tag, k)];

@@ -45,11 +45,12 @@ uint16_t bit_unit(uint8_t byte) {
   return (byte & ~0x02u) != 0 ? 1 : 0;
 }
 
-// Unpacks the reply bytes of one request into its slot; advances the reader past them.
-void fill_slot(result_slot& slot, const offline_stTag_578& tag, const read_comm& item,
+// Unpacks the reply bytes of one request into the area from its slot's data on; advances
+// the reader past them. A long request runs on past its own slot.
+void fill_slot(uint8_t* area, std::size_t room, const offline_stTag_578& tag, const read_comm& item,
                uint16_t count, wire::le_reader& in) {
-  std::memset(slot.data, 0, 512);
-  host_request::unit_writer out(slot.data, sizeof(slot.data));
+  std::memset(area, 0, 512);
+  host_request::unit_writer out(area, room);
   const bool one_bit = item.single_element != 0 || item.type_id == 25;
   for (unsigned k = 0; k < count; ++k) {
     switch (tag.request_byte) {
@@ -74,6 +75,12 @@ void fill_slot(result_slot& slot, const offline_stTag_578& tag, const read_comm&
       }
     }
   }
+}
+
+// What a fill can write: never more than two bytes per reply byte left, and the clear.
+std::size_t fill_room(const std::vector<unsigned char>& bytes, const wire::le_reader& in) {
+  const std::size_t left = bytes.size() > in.pos() ? bytes.size() - in.pos() : 0;
+  return std::max<std::size_t>(512, 2 * left);
 }
 
 // The write size of a type: STRING counts 2 here although it reads 1 byte per element.
@@ -122,12 +129,10 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
   std::vector<uint16_t> counts;
   tags.reserve(items.size());
   counts.reserve(items.size());
-  // Grown once to the request's size, the slots are addressed directly.
-  result_slot* const slots = device.tag_table.slots(items.size());
   for (int i = 0; i < count; ++i) {
     offline_stTag_578 tag;
     const uint16_t n = driver.offline_FillTagStruct(&device.tag_table, &tag, &requests[i].ref);
-    result_slot& slot = slots[i];
+    result_slot& slot = device.tag_table.slot(static_cast<std::size_t>(i));
     slot.type_code = tag.request_byte;
     slot.bit_number = static_cast<uint8_t>(tag.bit_number);
     slot.element_count = n;
@@ -145,8 +150,10 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
   std::vector<unsigned char> bytes;
   if (device.session.read(items, bytes) == 0) return;
   wire::le_reader in(bytes);
+  // In request order: a fill that runs into the slots behind it is overwritten by theirs.
   for (std::size_t j = 0; j < tags.size(); ++j) {
-    fill_slot(slots[j], tags[j], items[j], counts[j], in);
+    const std::size_t room = fill_room(bytes, in);
+    fill_slot(device.tag_table.slot_data(j, room), room, tags[j], items[j], counts[j], in);
   }
 }
 

@@ -22,9 +22,9 @@ constexpr std::size_t result_capacity = sizeof(_input_data_::result_words);
 
 using wire::bit_source_width;
 
-uint32_t bit_source(const result_slot& slot, unsigned width) {
+uint32_t bit_source(const uint8_t* data, unsigned width) {
   std::array<unsigned char, 4> head{};
-  std::copy_n(slot.data, width, head.begin());
+  std::copy_n(data, width, head.begin());
   wire::basic_le_reader<std::array<unsigned char, 4>> in(head);
   if (width == 1) return in.u8();
   if (width == 2) return in.u16();
@@ -33,9 +33,9 @@ uint32_t bit_source(const result_slot& slot, unsigned width) {
 }
 
 // Element k is bit (bit + k) mod 256 of one source value; positions past 31 are clear.
-void deliver_bits(const result_slot& slot, _input_data_& result) {
+void deliver_bits(const result_slot& slot, const uint8_t* data, _input_data_& result) {
   const unsigned width = bit_source_width(slot.type_code);
-  const uint32_t source = bit_source(slot, width);
+  const uint32_t source = bit_source(data, width);
   host_request::unit_writer out(result_bytes(result), result_capacity);
   for (unsigned k = 0; k < slot.element_count; ++k) {
     const unsigned position = (slot.bit_number + k) % 256;
@@ -44,11 +44,12 @@ void deliver_bits(const result_slot& slot, _input_data_& result) {
   }
 }
 
-void deliver_values(const result_slot& slot, _input_data_& result) {
+// n elements from the slot's data on, through the slots behind it when they reach that far;
+// the host's result holds 4096 bytes and no more is copied.
+std::size_t value_bytes(const result_slot& slot) {
   const std::size_t wanted =
       slot.element_count * host_request::result_element_bytes(slot.type_code);
-  const std::size_t bytes = std::min({wanted, sizeof(slot.data), result_capacity});
-  std::memcpy(result_bytes(result), slot.data, bytes);
+  return std::min(wanted, result_capacity);
 }
 
 }  // namespace
@@ -58,17 +59,18 @@ namespace host_request {
 void deliver_slots(offline_CTagTable_578& table, _input_data_* results, const _system_info* infos,
                    int count) {
   if (count < 1) return;
-  const result_slot* const slots = table.slots(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) {
-    const result_slot& slot = slots[i];
+    const auto position = static_cast<std::size_t>(i);
+    const result_slot& slot = table.slot(position);
     _input_data_& result = results[i];
     result.result_status = 0;
     result.result_code = 5;
     result.request_id = infos[i].request_id;
     if (slot.bit_number == no_bit) {
-      deliver_values(slot, result);
+      const std::size_t bytes = value_bytes(slot);  // before the block may grow
+      std::memcpy(result_bytes(result), table.slot_data(position, bytes), bytes);
     } else {
-      deliver_bits(slot, result);
+      deliver_bits(slot, table.slot_data(position, 4), result);
     }
   }
 }

@@ -1,10 +1,11 @@
 #include "net/client_socket.h"
 
 #include <arpa/inet.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 
 #include <cerrno>
+
+#include "net/descriptor_wait.h"
 
 namespace orm {
 
@@ -12,17 +13,7 @@ namespace {
 
 // Waits for the pending non-blocking connect to finish; a negative time-out waits forever.
 bool wait_connected(int fd, int timeout_ms) {
-  fd_set set;
-  FD_ZERO(&set);
-  FD_SET(fd, &set);
-  timeval tv{};
-  timeval* limit = nullptr;
-  if (timeout_ms >= 0) {
-    tv.tv_sec = timeout_ms / 1000;
-    tv.tv_usec = (timeout_ms % 1000) * 1000;
-    limit = &tv;
-  }
-  if (::select(fd + 1, nullptr, &set, nullptr, limit) < 1) {
+  if (wait_one(fd, wait_for::write, timeout_ms) < 1) {
     return false;
   }
   int pending = 0;

@@ -1,32 +1,12 @@
 #include "net/orm_socket.h"
 
 #include <sys/ioctl.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "net/descriptor_wait.h"
+
 namespace orm {
-
-namespace {
-
-// One select() over this single descriptor; which set it lands in is the only difference
-// between the three public waits.
-enum class wait_for { read, write, error };
-
-int select_one(int fd, wait_for what, unsigned long ms) {
-  fd_set set;
-  FD_ZERO(&set);
-  FD_SET(fd, &set);
-  timeval tv{};
-  tv.tv_sec = static_cast<time_t>(ms / 1000);
-  tv.tv_usec = static_cast<suseconds_t>((ms % 1000) * 1000);
-  fd_set* r = what == wait_for::read ? &set : nullptr;
-  fd_set* w = what == wait_for::write ? &set : nullptr;
-  fd_set* e = what == wait_for::error ? &set : nullptr;
-  return ::select(fd + 1, r, w, e, &tv);
-}
-
-}  // namespace
 
 ormSocket::~ormSocket() {
   close();
@@ -87,15 +67,15 @@ int ormSocket::setBlocking(bool blocking) {
 }
 
 int ormSocket::selectRead(unsigned long ms) {
-  return select_one(fd_, wait_for::read, ms);
+  return wait_one(fd_, wait_for::read, static_cast<long>(ms));
 }
 
 int ormSocket::selectWrite(unsigned long ms) {
-  return select_one(fd_, wait_for::write, ms);
+  return wait_one(fd_, wait_for::write, static_cast<long>(ms));
 }
 
 int ormSocket::selectError(unsigned long ms) {
-  return select_one(fd_, wait_for::error, ms);
+  return wait_one(fd_, wait_for::error, static_cast<long>(ms));
 }
 
 int ormSocket::detach() {

@@ -1,28 +1,49 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds and runs every test: natively, under
-# AddressSanitizer + UBSan, and cross-built for 32-bit ARM under qemu-user.
-# The fuzz preset runs every fuzz target for a short while; after the dev tests the
-# end-to-end tests run once more under valgrind memcheck.
-# Usage: scripts/check.sh [preset ...]   (default: dev asan armhf fuzz)
+# AddressSanitizer + UBSan, and cross-built for 32-bit ARM under qemu-user (the suites
+# against the simulator talk to the native simulator of build/dev). After the dev tests the
+# Wireshark dissector decodes simulator and real captures, and the end-to-end tests run once
+# more under valgrind memcheck. The package step builds the release presets, packs and
+# unpacks the Debian packages and runs the C host example against each installed library.
+# The fuzz preset runs every fuzz target for a short while.
+# Usage: scripts/check.sh [preset ...]   (default: dev asan armhf package fuzz)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh
 
 presets=("$@")
-[ ${#presets[@]} -eq 0 ] && presets=(dev asan armhf fuzz)
+[ ${#presets[@]} -eq 0 ] && presets=(dev asan armhf package fuzz)
+
+# The armhf suites and the package check need the native simulator and host tool.
+native_tools() {
+  [ -x build/dev/tests/plcsim_remote ] && [ -x build/dev/tools/host/panelhost ] && return
+  cmake --preset dev >/dev/null
+  cmake --build --preset dev --target plcsim_remote plcsim panelhost
+}
 
 for preset in "${presets[@]}"; do
   echo "=== ${preset} ==="
-  cmake --preset "$preset" >/dev/null
-  cmake --build --preset "$preset"
+  start=$SECONDS
   case "$preset" in
-    fuzz) scripts/fuzz.sh 20 ;;
-    dev)
-      ctest --preset dev
-      scripts/leakcheck.sh build/dev
+    package)
+      scripts/package-check.sh
       ;;
-    *) ctest --preset "$preset" ;;
+    *)
+      [ "$preset" = armhf ] && native_tools
+      cmake --preset "$preset" >/dev/null
+      cmake --build --preset "$preset"
+      case "$preset" in
+        fuzz) scripts/fuzz.sh 20 ;;
+        dev)
+          ctest --preset dev
+          tests/wireshark/test_dissector.sh build/dev
+          scripts/leakcheck.sh build/dev
+          ;;
+        *) ctest --preset "$preset" ;;
+      esac
+      ;;
   esac
+  echo "=== ${preset}: $((SECONDS - start)) s"
 done
 echo "All checks passed: ${presets[*]}"

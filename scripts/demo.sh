@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The driver at work against the PLC simulator: browse the example plant, read every
 # tag, write a value and read it back. Needs root for port 502; otherwise it re-runs
-# itself in a private network namespace.
+# itself in a private network namespace. DEMO_PCAP=FILE records the traffic.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -17,7 +17,9 @@ fi
 
 BIN=build/dev/tools
 PLC=127.0.0.1
-"$BIN/plcsim/plcsim" --project examples/plant.json --listen "$PLC:502" >/dev/null 2>&1 &
+# DEMO_PCAP=FILE leaves the traffic behind as a capture (tools/wireshark/unity.lua decodes it).
+"$BIN/plcsim/plcsim" --project examples/plant.json --listen "$PLC:502" ${DEMO_PCAP:+--pcap "$DEMO_PCAP"} \
+  >/dev/null 2>&1 &
 SIM=$!
 trap 'kill "$SIM" 2>/dev/null; wait "$SIM" 2>/dev/null || true' EXIT
 for _ in $(seq 50); do

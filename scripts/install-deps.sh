@@ -3,12 +3,13 @@
 set -euo pipefail
 
 packages=(
-  g++ cmake ninja-build pkg-config
+  gcc g++ cmake ninja-build pkg-config
   libboost-dev googletest libgtest-dev libgmock-dev libbenchmark-dev
   nlohmann-json3-dev libcli11-dev
   g++-arm-linux-gnueabihf qemu-user
   clang libclang-rt-14-dev
   libmodbus-dev valgrind iproute2
+  tshark
 )
 
 missing=()

@@ -1,6 +1,7 @@
 #include "tag_index/tag_table.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -140,9 +141,12 @@ result_slot& offline_CTagTable_578::slot(std::size_t i) {
   return result_slots_[i];
 }
 
-result_slot* offline_CTagTable_578::slots(std::size_t n) {
-  if (n > result_slots_.size()) {
-    result_slots_.resize(n);
+uint8_t* offline_CTagTable_578::slot_data(std::size_t i, std::size_t length) {
+  constexpr std::size_t stride = sizeof(result_slot);
+  const std::size_t begin = i * stride + offsetof(result_slot, data);
+  const std::size_t slots_needed = (begin + length + stride - 1) / stride;
+  if (slots_needed > result_slots_.size()) {
+    result_slots_.resize(slots_needed);
   }
-  return result_slots_.data();
+  return reinterpret_cast<uint8_t*>(result_slots_.data()) + begin;
 }

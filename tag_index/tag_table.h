@@ -61,8 +61,10 @@ class offline_CTagTable_578 {
 
   // Slot i of the last host request; grown on demand, never shrunk.
   result_slot& slot(std::size_t i);
-  // The first n slots, consecutive (grown to n at least).
-  result_slot* slots(std::size_t n);
+  // The data area of slot i, with length bytes of room from its start. The slots are one
+  // consecutive block, so a fill or copy longer than one data area runs on through the
+  // slots behind it; the block grows to hold it. Valid until the block grows again.
+  uint8_t* slot_data(std::size_t i, std::size_t length);
 
   uint32_t wide_names;
   uint32_t tag_count = 0;

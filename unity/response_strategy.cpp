@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <iterator>
 
 #include "unity/message_strategy.h"
@@ -12,13 +13,19 @@ using wire::status_ok;
 using wire::unity_function_code;
 constexpr unsigned short first_record = 9;
 
+constexpr std::size_t header_size = 9;
+
 // Reply header fields: status word [0..1], record format [2], next address [3..6],
-// record count [7..8]. The raw-message node is added by the caller.
+// record count [7..8]. The raw-message node is added by the caller. An 8-byte message
+// (MBAP length 10) ends inside the record count: its missing bytes read as 0, as they do
+// in the zero-filled receive buffer.
 unity_frame read_reply_header(const modbus_tcp_frame& frame) {
   const auto& data = frame.pdu.data;
   unity_frame out;
   out.function_code = frame.pdu.function_code;
-  wire::le_reader in(data);
+  std::array<unsigned char, header_size> header{};
+  std::copy_n(data.begin(), std::min(header.size(), data.size()), header.begin());
+  wire::basic_le_reader<std::array<unsigned char, header_size>> in(header);
   out.status_word = in.u16();
   out.record_format = in.u8();
   out.next_address = in.u32();

@@ -1,7 +1,8 @@
 #include "unity/unity_process.h"
 
-#include <sys/select.h>
 #include <sys/socket.h>
+
+#include "net/descriptor_wait.h"
 
 namespace {
 constexpr std::size_t receive_buffer_size = 2048;
@@ -34,14 +35,8 @@ void unity_process::stop() {
 std::vector<unsigned char> unity_process::client_recv() {
   std::vector<unsigned char> buffer(receive_buffer_size, 0);
   const int fd = socket.descriptor();
-  if (fd < 0 || fd >= FD_SETSIZE) {
-    return {};
-  }
-  fd_set readable;
-  FD_ZERO(&readable);
-  FD_SET(fd, &readable);
-  timeval limit{1, 0};
-  if (::select(fd + 1, &readable, nullptr, nullptr, &limit) < 1 || !FD_ISSET(fd, &readable)) {
+  constexpr long reply_wait_ms = 1000;
+  if (orm::wait_one(fd, orm::wait_for::read, reply_wait_ms) < 1) {
     return {};
   }
   const ssize_t n = ::recv(fd, buffer.data(), buffer.size(), 0);

@@ -34,6 +34,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "unitydrv/version.h"
+
 #ifdef __cplusplus
 #define UNITYDRV_EXTERN_C extern "C"
 #define UNITYDRV_STATIC_ASSERT(cond, msg) static_assert(cond, msg)
@@ -154,7 +156,7 @@ typedef struct unitydrv_init_params {
 
 /* Two-word record returned by value by GetInitCmdEx2 and OutputFilterEx. */
 typedef struct unitydrv_result {
-  uint8_t host_0[2];  /* 0..1: the host's own; the driver returns them as 0 */
+  uint8_t host_0[2];  /* 0..1: the host's own (see OutputFilterEx) */
   uint8_t byte_2;     /* 2 */
   uint8_t byte_3;     /* 3: 8 after OutputFilterEx */
   uint32_t word_4;    /* 4: 0 */
@@ -183,6 +185,90 @@ enum {
   UNITYDRV_TYPE_STRING = 212   /* 1 per character */
 };
 
+/*
+ * Host contract: how values travel, what the results mean, the limits, the exceptions.
+ *
+ * Units. write_words and result_words are arrays of 16-bit units (little-endian, like
+ * every field). Per PLC type code, one element of a tag sits in them like this:
+ *
+ *   type code                      result_words (read)          write_words (write)
+ *   BOOL 193, BitArray 211         1 unit: 0 or 1 (*)           none: write_bit_value
+ *   SINT 194, BYTE 2, USINT 12     1 unit, byte in the low 8    1 entry, its low byte
+ *                                  bits, high bits 0 (no sign)
+ *   INT 195, WORD 3, UINT 11       1 unit                       1 entry
+ *   DINT 196, REAL 202, DWORD 4,   2 units, low 16 bits first   2 entries, low 16 bits
+ *   UDINT 6                        (REAL: IEEE-754 single bits) first
+ *   LWORD 7, LINT 8, ULINT 9,      4 units, least significant   4 entries, least
+ *   LREAL 10                       first (LREAL: IEEE-754       significant first
+ *                                  double bits)
+ *   STRING 212                     1 unit per character, the    2 characters per entry,
+ *                                  character in the low byte    first one in the low byte
+ *
+ *   (*) the controller's byte as it is; for a variable whose dictionary type id is 25
+ *       (EBOOL) the unit is 1 when the byte apart from its bit 1 is non-zero, else 0 (a
+ *       byte of exactly 2 reads as 0).
+ *
+ * A read of element_count n delivers the n elements one after the other from
+ * result_words[0]. A STRING is read as n characters (the terminating zero is one of them
+ * when n reaches it). Bit addressing (tag_ref.bit_spec non-zero) on a read gives n units
+ * of 65535 (bit set) or 0: unit k is bit (b + k) of the first element only, b being the
+ * addressed bit, taken from a byte (types 2, 12, 194, 212), a 16-bit (3, 11, 195) or a
+ * 32-bit value (4, 6, 196, 202); bits 32 and above, and other types, give 0.
+ *
+ * Writes. request_kind 1 or 2 in the first request makes the call a write of that request
+ * alone (the others are not looked at); write_count is the number of write_words entries
+ * supplied. BOOL and BitArray send the one byte write_bit_value, which shares its byte
+ * with the high byte of write_count. The count argument of OutputFilterEx gives how many
+ * consecutive array elements, from tag_ref.array_index on, receive the same data (1 for
+ * an ordinary write; a STRING is always written once). A write with bit addressing on a
+ * word type sends nothing: it only sets or clears the bit in a value the driver keeps for
+ * the device, so write whole words to change bits in the controller. The driver does not
+ * report whether a write was accepted; read the tag back to know.
+ *
+ * Results. InputFilterEx delivers what the last OutputFilterEx read, one _input_data_ per
+ * request position:
+ *   result_status 0, result_code 5: the values are in result_words;
+ *   result_status 2, result_code 10: the last exchange with the controller failed (no or
+ *     bad reply); every position of that round carries it, once: the next round tries
+ *     again on the same connection.
+ *   request_id is copied from the _system_info of the same position.
+ * _system_info[0].info_valid 0 means the host has nothing to collect: only results[0] is
+ * preset (status 0, code 5, request_id 0); a failure still pending is reported anyway.
+ * The status bytes 4..8 of the first request are cleared when OutputFilterEx has handled
+ * the call (on an offline device a read sets byte 8 to 1). The unitydrv_result returned by
+ * GetInitCmdEx2 and OutputFilterEx carries no error: OutputFilterEx returns byte_3 = 8 and
+ * word_4 = 0; GetInitCmdEx2 reports through *code.
+ *
+ * Limits.
+ *   - At most 255 requests per OutputFilterEx read. With more, nothing is read and the
+ *     results of the next InputFilterEx carry status 0 with the values of an earlier
+ *     round: split larger reads into several calls.
+ *   - One read is one reply, received in one piece of at most 2,048 bytes of which 2,038
+ *     are values: the value bytes of all requests of one call (element size times
+ *     element_count; BOOL, BitArray, STRING 1 byte an element) must stay within 2,038.
+ *   - result_words holds 2,048 units. A whole-value read delivers at most 792 bytes
+ *     (396 units) per request position; a bit-addressed read one unit per element.
+ *
+ * Exceptions. The entry points are C functions but the library is C++, and a reply too
+ * short for a field the driver reads raises std::out_of_range out of GetInitCmdEx2 or
+ * OutputFilterEx (a value read past the end of the reply, a cut or split reply, more
+ * values than one reply carries). StartDeviceEx may raise std::bad_alloc. The tag index
+ * build (GetInitCmdEx2, CheckInitCmdResponseEx2) meets boost::bad_lexical_cast and
+ * std::out_of_range on a malformed array subscript in a name; the driver catches those
+ * there and reports the device not ready, so they never leave an entry point. A C++ host
+ * calls GetInitCmdEx2 and OutputFilterEx inside try/catch (std::exception); a host in C
+ * cannot catch and is ended by std::terminate, so it calls them through a small C++
+ * wrapper that catches and returns an error code.
+ *
+ * Reconnecting. After an exception, after InputFilterEx reports status 2 round after
+ * round, or when GetInitCmdEx2 set *code to 10 (no connection), the host calls
+ * Timeout(0, handle), which closes the device's connection, then GetInitCmdEx2 (connect,
+ * identify, download the dictionary, index the tags) and CheckInitCmdResponseEx2, which
+ * returns 1 once the device is ready (0: try the same recipe again later). The handle and
+ * the tag table stay valid throughout; nothing needs reopening.
+ * Each exchange waits at most 1 s for a reply and each connect at most 100 ms.
+ */
+
 /* Description (callable at any time). */
 UNITYDRV_API void ORMAND_DRV_GetAttributeEx(unitydrv_attributes* attributes);
 UNITYDRV_API void ORMAND_DRV_GetDeviceTableEx(unitydrv_address_type* table, uint32_t* count);
@@ -201,12 +287,18 @@ UNITYDRV_API void ORMAND_DRV_InitEx(uint32_t ignored, const unitydrv_init_params
 UNITYDRV_API int ORMAND_DRV_StartDeviceEx(uint8_t offline_mode, void** handle, const char* path,
                                           uint32_t offset);
 /* Connects, identifies the controller, downloads its dictionary and resolves the tags.
- * *code = 10 when the connection failed, else 0. */
+ * *code = 10 when the connection failed, else 0. Of the returned record only word_4 (0) is
+ * written: on 32-bit ARM the record comes back in the caller's memory and its first word
+ * keeps what the host put there; on x86-64 it comes back in registers and reads 0. */
 UNITYDRV_API unitydrv_result ORMAND_DRV_GetInitCmdEx2(uint32_t* code, uint32_t w1, uint32_t w2,
                                                       uint32_t w3, void** handle);
 /* 1 when the device is ready (or offline), 0 while its dictionary is incomplete. */
 UNITYDRV_API int ORMAND_DRV_CheckInitCmdResponseEx2(uint32_t w1, uint32_t w2, void** handle);
-/* Carries out the reads or the write of an array of requests for the device of the first. */
+/* Carries out the reads or the write of an array of requests for the device of the first.
+ * Of the returned record only bytes 2..7 are written (byte_3 = 8, the rest 0): on 32-bit ARM
+ * it comes back in the caller's memory and host_0 keeps what the host put there; on x86-64
+ * it comes back in registers and host_0 reads 0. A request's values may run past its result
+ * slot into the slots behind it; each result receives at most its 4096 bytes. */
 UNITYDRV_API unitydrv_result ORMAND_DRV_OutputFilterEx(_gui_request_* requests, int count);
 /* Delivers the results of the last OutputFilterEx, one per request position. */
 UNITYDRV_API void ORMAND_DRV_InputFilterEx(_input_data_* results, _frame_data_* frame,

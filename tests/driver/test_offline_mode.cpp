@@ -65,9 +65,9 @@ TEST_F(OfflineMode, WrittenValuesReadBackElementByElement) {
       {"INT[3]", 195, 3, {0x1111, 0x2222, 0x3333}, {0x1111, 0x2222, 0x3333}},
       {"DINT[2]", 196, 2, {0x5678, 0x1234, 0xBEEF, 0xDEAD}, {0x5678, 0x1234, 0xBEEF, 0xDEAD}},
       {"LREAL", 10, 1, {1, 2, 3, 4}, {1, 2, 3, 4}},
-      {"SINT keeps low bytes", 194, 2, {0x1101, 0x2202}, {0x01, 0x02}},
+      {"SINT one byte of write_words each", 194, 2, {0x1101, 0x2202}, {0x01, 0x11}},
       {"STRING one character per unit", 212, 3, {0x6261, 0x0063}, {'a', 'b', 'c'}},
-      {"BOOL from the bit value", 193, 1, {}, {1}},
+      {"BOOL one byte of write_words each", 193, 3, {0x0001, 0x0001}, {1, 0, 1}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
@@ -100,7 +100,7 @@ TEST_F(OfflineMode, BitWriteUpdatesTheShadowValueOnly) {
 }
 
 TEST_F(OfflineMode, BitArrayElementsAreKeyedByTheRenamedElement) {
-  write({2, 211, 96, 2}, {}, 1);
+  write({2, 211, 96, 2}, {0x0001});
   // Tag 2 names element 0; bit 96 lives in element 3, which is tag 3.
   ASSERT_EQ(device_->element_names.count("Bits[3]"), 1u);
   bool found = false;

@@ -103,7 +103,7 @@ TEST_F(ControllerFaults, NoControllerReportsCodeTenUntilOneListens) {
   server_->stop();
   EXPECT_EQ(get_init(), 10u);
   EXPECT_EQ(check_init(), 0);
-  server_ = std::make_unique<plcsim::server>(plant::project());
+  server_ = plant::make_server();
   ASSERT_TRUE(server_->start(address, 502));
   lib_->Timeout(0, device_);
   initialise();

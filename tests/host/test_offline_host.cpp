@@ -42,18 +42,26 @@ TEST(TagSelection, NamesOutsideTheTagFileAreUnknown) {
   tag_selection selection(options);
   selection_options typed = options;
   typed.types = {"B=STRING[8]"};
-  const auto tags = tag_selection(typed).requests(nullptr);
+  std::vector<tag_refusal> errors;
+  const auto tags = tag_selection(typed).requests(nullptr, errors);
+  EXPECT_TRUE(errors.empty());
   ASSERT_EQ(tags.size(), 2u);
   EXPECT_EQ(tags[1].request.tag_index, 1u);
   EXPECT_EQ(tags[1].request.code, UNITYDRV_TYPE_STRING);
   EXPECT_EQ(tags[1].request.count, 8);
-  // Offline there is no dictionary to type B.
-  EXPECT_THROW(selection.requests(nullptr), std::runtime_error);
+  // Offline there is no dictionary to type B; A is still served.
+  EXPECT_EQ(selection.requests(nullptr, errors).size(), 1u);
+  ASSERT_EQ(errors.size(), 1u);
+  EXPECT_EQ(errors[0].name, "B");
 
+  // A name outside the file is reported with the nearest one, not thrown.
   selection_options wrong;
   wrong.tag_file = selection.tag_file();
-  wrong.names = {"C"};
-  EXPECT_THROW(tag_selection{wrong}, std::runtime_error);
+  wrong.names = {"C", "a"};
+  errors.clear();
+  EXPECT_TRUE(tag_selection{wrong}.requests(nullptr, errors).empty());
+  ASSERT_EQ(errors.size(), 2u);
+  EXPECT_EQ(errors[1].text(), "tag 'a': not in the tag file (did you mean 'A'?)");
 }
 
 TEST(InitParams, DottedAddress) {

@@ -63,6 +63,25 @@ TEST(project, BadProjectsAreRejectedWithAReason) {
       {R"({"types":[{"id":100,"kind":"union","name":"U"}]})", "kind"},
       {R"({"types":[{"id":4,"kind":"string","name":"STRING[8]"}]})", "elementary"},
       {R"({"variables":[{"name":"X","type":4,"block":1}]})", "offset"},
+      // Faults that were accepted silently: each names the variable or type at fault.
+      {R"({"variables":[{"name":"X","type":4,"block":1,"offset":0},
+                        {"name":"X","type":4,"block":1,"offset":8}]})",
+       "duplicate variable X"},
+      {R"({"types":[{"id":100,"kind":"struct","name":"S","members":[{"name":"m","type":4,"offset":0},
+                    {"name":"m","type":4,"offset":2}]}]})",
+       "S: duplicate member m"},
+      {R"({"variables":[{"name":"A","type":6,"block":1,"offset":0},
+                        {"name":"B","type":4,"block":1,"offset":2}]})",
+       "B (block 1, offset 2) overlaps variable A"},
+      {R"({"variables":[{"name":"C","type":4,"block":1,"offset":0,"value":70000}]})",
+       "variable C: value 70000 does not fit INT (-32768..32767)"},
+      {R"({"variables":[{"name":"C","type":5,"block":1,"offset":0,"value":-1}]})",
+       "variable C: value -1 does not fit UINT"},
+      {R"({"types":[{"id":100,"kind":"struct","name":"S","members":[{"name":"m","type":4,"offset":0}]}],
+          "variables":[{"name":"V","type":100,"block":1,"offset":0,"value":{"n":1}}]})",
+       "variable V: unknown member 'n' of structure S"},
+      {R"({"types":[{"id":100,"kind":"array","name":"M","element":4,"dimensions":[[0,1],[0,1]]}]})",
+       "array M: only one dimension is supported"},
   };
   for (const auto& k : cases) {
     try {
@@ -72,6 +91,17 @@ TEST(project, BadProjectsAreRejectedWithAReason) {
       EXPECT_NE(std::strstr(e.what(), k.message_part), nullptr) << e.what();
     }
   }
+}
+
+// A project with comments, as the README shows one, was refused as invalid JSON.
+TEST(project, CommentsAreAllowed) {
+  const plcsim::project p = plcsim::parse_project(R"({
+    "plc_type": "BMX P34 2020",  // a comment
+    /* a block comment */
+    "variables": [{"name": "C", "type": 4, "block": 1, "offset": 0, "value": -5}]
+  })");
+  ASSERT_EQ(p.variables.size(), 1u);
+  EXPECT_EQ(p.initial.at(1).at(0), (std::vector<uint8_t>{0xFB, 0xFF}));
 }
 
 TEST(project, MissingFileNamesThePath) {

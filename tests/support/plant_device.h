@@ -8,22 +8,37 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/driver_api.h"
 #include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/plcsim.h"
+#if defined(UNITYDRV_REMOTE_SIM)
+#include "support/remote_sim.h"
+#endif
 
 namespace plant {
 
 inline const std::string source_dir = UNITYDRV_SOURCE_DIR;
 
-inline plcsim::project project() {
-  return plcsim::load_project_file(source_dir + "/examples/plant.json");
+// The simulated controller of a project file (relative to the source tree): in-process,
+// or, for a test program under an emulator, the native helper UNITYDRV_REMOTE_SIM so that
+// only the driver's side runs emulated.
+#if defined(UNITYDRV_REMOTE_SIM)
+using sim_server = remote_sim::server;
+inline std::unique_ptr<sim_server> make_server(const std::string& file = "examples/plant.json") {
+  return std::make_unique<sim_server>(UNITYDRV_REMOTE_SIM, source_dir + "/" + file);
 }
+#else
+using sim_server = plcsim::server;
+inline std::unique_ptr<sim_server> make_server(const std::string& file = "examples/plant.json") {
+  return std::make_unique<sim_server>(plcsim::load_project_file(source_dir + "/" + file));
+}
+#endif
 
-inline std::vector<std::string> tag_names() {
-  std::ifstream in(source_dir + "/examples/plant_tags.txt");
+inline std::vector<std::string> tag_names(const std::string& file = "examples/plant_tags.txt") {
+  std::ifstream in(source_dir + "/" + file);
   std::vector<std::string> names;
   for (std::string line; std::getline(in, line);) {
     if (!line.empty()) names.push_back(line);
@@ -35,17 +50,22 @@ inline std::vector<std::string> tag_names() {
 // the driver with InitEx done; a test starts its device with start_device.
 class device_test : public ::testing::Test {
  protected:
-  explicit device_test(uint32_t tag_offset = 0) : tag_offset_(tag_offset) {}
+  // Another project and tag list (paths from the source directory) serve other shapes.
+  explicit device_test(uint32_t tag_offset = 0, std::string project_file = "examples/plant.json",
+                       std::string tags_file = "examples/plant_tags.txt")
+      : tag_offset_(tag_offset),
+        project_file_(std::move(project_file)),
+        tags_file_(std::move(tags_file)) {}
 
   void SetUp() override {
-    names_ = tag_names();
+    names_ = tag_names(tags_file_);
     ASSERT_FALSE(names_.empty());
     tag_path_ = ::testing::TempDir() + "plant_" +
                 ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".tags";
     std::vector<tag_file::record> records;
     for (const auto& n : names_) records.push_back({n});
     ASSERT_TRUE(tag_file::write(tag_path_, records, false, tag_offset_));
-    server_ = std::make_unique<plcsim::server>(project());
+    server_ = make_server(project_file_);
     ASSERT_TRUE(server_->start_on_free_loopback());
     lib_ = std::make_unique<driver_api::library>();
     const unitydrv_init_params params = driver_api::init_params(server_->address());
@@ -83,7 +103,7 @@ class device_test : public ::testing::Test {
   void restart_server() {
     const std::string address = server_->address();
     server_->stop();
-    server_ = std::make_unique<plcsim::server>(project());
+    server_ = make_server(project_file_);
     ASSERT_TRUE(server_->start(address, 502));
   }
 
@@ -120,9 +140,11 @@ class device_test : public ::testing::Test {
   }
 
   const uint32_t tag_offset_;
+  const std::string project_file_;
+  const std::string tags_file_;
   std::vector<std::string> names_;
   std::string tag_path_;
-  std::unique_ptr<plcsim::server> server_;
+  std::unique_ptr<sim_server> server_;
   std::unique_ptr<driver_api::library> lib_;
   void* device_ = nullptr;
 };

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 
@@ -243,10 +244,12 @@ TEST_F(Decoders, ArrayDetailShortMessages) {
   EXPECT_THROW(
       session.save_array_detail({decoded_reply(unity_message().u8(4).u16(1).get(), 4)}, entry),
       std::out_of_range);
-  // Three dimensions announced, one present: no over-read.
-  EXPECT_THROW(session.save_array_detail(
-                   {decoded_reply(unity_message().u8(4).u16(1).u8(3).zeros(7).get(), 4)}, entry),
-               std::out_of_range);
+  // Three dimensions announced, one present: no over-read, the missing bounds read 0.
+  session.save_array_detail({decoded_reply(unity_message().u8(4).u16(1).u8(3).zeros(7).get(), 4)},
+                            entry);
+  ASSERT_EQ(entry.second.bounds.size(), 24u);
+  EXPECT_EQ(entry.second.bounds[0], 3);
+  EXPECT_EQ(std::count(entry.second.bounds.begin(), entry.second.bounds.end(), 0), 23);
 }
 
 }  // namespace

@@ -113,6 +113,55 @@ TEST(ResponseStrategy, HeaderFieldsAndRawMessageNode) {
   EXPECT_EQ(static_cast<response_strategy*>(strategy.get())->last_address, 0x11223344u);
 }
 
+// Regression: an 8-byte Unity message (MBAP length 10) ends inside its record count; reading
+// the missing high byte raised std::out_of_range instead of giving one frame without records.
+struct short_message_case {
+  const char* what;
+  bytes message;
+  uint16_t record_count;
+  bool decoder_throws;  // records announced but absent: the decoder's checked reads raise
+};
+
+// A variables-table page (format 9) goes to the table decoder, a structure page to the
+// structure decoder.
+void decode(const std::vector<unity_frame>& frames) {
+  unity_process session;
+  if (frames[0].record_format == 9) {
+    session.save_table_info(frames);
+    EXPECT_TRUE(session.tables.empty());
+    return;
+  }
+  unity_process::data_type_entry entry(40, data_type{});
+  std::vector<data_type> members;
+  EXPECT_EQ(session.save_struct_detail(frames, entry, members), 1);
+  EXPECT_TRUE(session.struct_members.at(40).empty());
+}
+
+TEST(ResponseStrategy, EightByteMessageGivesOneFrameWithoutRecords) {
+  const short_message_case cases[] = {
+      {"variables page, none", {0x00, 0xFE, 0x09, 0x00, 0x00, 0x00, 0x00, 0x00}, 0, false},
+      {"structure page, no member", {0x00, 0xFE, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00}, 0, false},
+      {"variables announced", {0x00, 0xFE, 0x09, 0x00, 0x00, 0x00, 0x00, 0x05}, 5, true},
+      {"member announced", {0x00, 0xFE, 0x02, 0x00, 0x00, 0x00, 0x00, 0x01}, 1, true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    unity_process::PRIVATE p;
+    std::vector<unity_frame> out;
+    ASSERT_NO_THROW(out = commands_of(p, test::modbus_reply(c.message)));
+    ASSERT_EQ(out.size(), 1u);
+    EXPECT_EQ(out[0].record_count, c.record_count);
+    EXPECT_EQ(out[0].record_format, c.message[2]);
+    ASSERT_EQ(out[0].nodes.size(), 1u);
+    EXPECT_EQ(out[0].nodes[0].name, c.message);
+    if (c.decoder_throws) {
+      EXPECT_THROW(decode(out), std::out_of_range);
+    } else {
+      EXPECT_NO_THROW(decode(out));
+    }
+  }
+}
+
 TEST(ResponseStrategy, RawMessageNodeFollowsMbapLengthNotBufferSize) {
   // MBAP length 11 says 9 message bytes; the two trailing bytes belong to no message.
   const bytes raw = {0x00, 0x01, 0x00, 0x00, 0x00, 0x0B, 0x00, 0x5A, 0x00, 0xFE,

@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <iostream>
@@ -8,6 +9,8 @@
 #include <thread>
 
 #include "tools/host/commands.h"
+#include "tools/host/json_report.h"
+#include "tools/host/offline_project.h"
 #include "tools/host/plc_type.h"
 #include "tools/host/text_table.h"
 #include "tools/host/value_format.h"
@@ -26,16 +29,34 @@ struct session {
   std::unique_ptr<tag_selection> selection;
   std::unique_ptr<host_device> device;
   std::vector<selected_tag> tags;
+  std::vector<tag_refusal> refused;  // tags left out
 };
 
-session open_session(const connection_options& conn, const selection_options& sel) {
+std::unique_ptr<dictionary> dictionary_for(const connection_options& conn) {
+  if (!conn.offline) return std::make_unique<dictionary>(download_dictionary(conn.plc, std::cerr));
+  std::cerr << "offline: no controller; written values live in this process only and are "
+               "gone when it exits\n";
+  if (conn.offline_project.empty()) return nullptr;
+  return std::make_unique<dictionary>(project_dictionary(conn.offline_project, std::cerr));
+}
+
+// all_or_nothing: one refused tag refuses the command. allow_empty: every tag may be
+// refused (the session then has no device, and --json still reports them).
+session open_session(const connection_options& conn, const selection_options& sel,
+                     bool all_or_nothing, bool allow_empty = false) {
   session s;
   s.selection = std::make_unique<tag_selection>(sel);
-  std::unique_ptr<dictionary> dict;
-  if (!conn.offline) {
-    dict = std::make_unique<dictionary>(download_dictionary(conn.plc, std::cerr));
+  const std::unique_ptr<dictionary> dict = dictionary_for(conn);
+  s.tags = s.selection->requests(dict.get(), s.refused);
+  for (const tag_refusal& r : s.refused) std::cerr << "panelhost: " << r.text() << '\n';
+  if (!s.refused.empty() && all_or_nothing) {
+    throw std::runtime_error("nothing written: " + std::to_string(s.refused.size()) +
+                             " tag(s) refused");
   }
-  s.tags = s.selection->requests(dict.get());
+  if (s.tags.empty() && !s.refused.empty()) {
+    if (allow_empty) return s;
+    throw std::runtime_error("no tag left to access");
+  }
   s.api = std::make_unique<driver_api>(conn.library);
   s.device = std::make_unique<host_device>(*s.api, s.selection->tag_file(), conn.offline);
   s.device->connect(conn.offline ? "0.0.0.0" : conn.plc);
@@ -93,6 +114,20 @@ bool print_values(std::ostream& out, const std::vector<selected_tag>& tags,
   return ok;
 }
 
+// What a panel does when a round fails: drop the connection (Timeout) and start the
+// handshake again (GetInitCmdEx2); the next round tells whether it worked.
+void reconnect(host_device& device, const std::string& address, unsigned round) {
+  std::cerr << "panelhost: round " << round
+            << ": read failed; reconnecting (Timeout, GetInitCmdEx2)\n";
+  device.drop();
+  try {
+    device.connect(address);
+    std::cerr << "panelhost: reconnected to " << address << '\n';
+  } catch (const std::runtime_error& e) {
+    std::cerr << "panelhost: " << e.what() << "; trying again next round\n";
+  }
+}
+
 std::string clock_text() {
   const std::time_t now = std::time(nullptr);
   char buf[16];
@@ -100,11 +135,33 @@ std::string clock_text() {
   return buf;
 }
 
+void print_json(std::ostream& out, const session& s, const std::vector<host_result>& results) {
+  json_report report("read");
+  for (const tag_refusal& r : s.refused) {
+    report.add_tag(r.name, false, {{"reason", r.reason}, {"message", r.message}});
+  }
+  for (std::size_t i = 0; i < s.tags.size(); ++i) {
+    const host_request& r = s.tags[i].request;
+    report.add_tag(s.tags[i].name, results[i].ok,
+                   {{"type", type_text(r)}, {"value", value_text(r, results[i])}});
+  }
+  report.print(out);
+}
+
 }  // namespace
 
-int run_read(const connection_options& conn, const selection_options& sel) {
-  session s = open_session(conn, sel);
-  return print_values(std::cout, s.tags, read_all(*s.device, s.tags)) ? 0 : 1;
+int run_read(const connection_options& conn, const selection_options& sel, bool as_json) {
+  session s = open_session(conn, sel, false, as_json);
+  const std::vector<host_result> results =
+      s.device ? read_all(*s.device, s.tags) : std::vector<host_result>{};
+  bool ok = s.refused.empty();
+  for (const host_result& r : results) ok = ok && r.ok;
+  if (as_json) {
+    print_json(std::cout, s, results);
+  } else {
+    print_values(std::cout, s.tags, results);
+  }
+  return ok ? 0 : 1;
 }
 
 int run_write(const connection_options& conn, selection_options sel,
@@ -115,13 +172,16 @@ int run_write(const connection_options& conn, selection_options sel,
     values.push_back(parse_assignment(a));
     sel.names.push_back(values.back().first);
   }
-  session s = open_session(conn, sel);
+  session s = open_session(conn, sel, true);
   // Encode everything first: a bad value writes nothing.
   std::vector<write_data> data;
   for (std::size_t i = 0; i < s.tags.size(); ++i) {
     const host_request& r = s.tags[i].request;
-    const std::size_t length = r.code == UNITYDRV_TYPE_STRING ? r.count : 0;
-    data.push_back(encode_value(r.code, values[i].second, length));
+    try {
+      data.push_back(encode_request_value(r.code, values[i].second, r.count));
+    } catch (const bad_value& e) {
+      throw bad_value("nothing written: " + s.tags[i].name + ": " + e.what());
+    }
   }
   for (std::size_t i = 0; i < s.tags.size(); ++i) s.device->write(s.tags[i].request, data[i]);
   std::cout << "read back:\n";
@@ -130,13 +190,17 @@ int run_write(const connection_options& conn, selection_options sel,
 
 int run_watch(const connection_options& conn, const selection_options& sel, unsigned interval_ms,
               unsigned rounds, bool plain) {
-  session s = open_session(conn, sel);
+  session s = open_session(conn, sel, false);
   const bool redraw = !plain && isatty(STDOUT_FILENO) != 0;
   std::size_t last_lines = 0;
   bool ok = true;
   for (unsigned round = 1; rounds == 0 || round <= rounds; ++round) {
     if (round > 1) std::this_thread::sleep_for(std::chrono::milliseconds(interval_ms));
     const std::vector<host_result> results = read_all(*s.device, s.tags);
+    if (!conn.offline &&
+        std::none_of(results.begin(), results.end(), [](const host_result& r) { return r.ok; })) {
+      reconnect(*s.device, conn.plc, round);
+    }
     if (redraw) {
       // Move up over the previous table and clear to the end of the screen.
       if (last_lines != 0) std::cout << "\x1b[" << last_lines << "A\x1b[J";
@@ -154,7 +218,7 @@ int run_watch(const connection_options& conn, const selection_options& sel, unsi
     }
     std::cout.flush();
   }
-  return ok ? 0 : 1;
+  return ok && s.refused.empty() ? 0 : 1;
 }
 
 }  // namespace panelhost

@@ -2,6 +2,7 @@
 
 #include "tools/host/commands.h"
 #include "tools/host/dictionary_shape.h"
+#include "tools/host/json_report.h"
 #include "tools/host/text_table.h"
 #include "wire/byte_cursor.h"
 
@@ -59,10 +60,54 @@ void print_arrays(const dictionary& dict) {
   table.print(std::cout);
 }
 
+void print_json(const dictionary& dict) {
+  json_report report("browse");
+  report.set("controller", dict.plc_type);
+  for (const auto& [name, var] : dict.tables) {
+    wire::le_reader location(var.location);
+    const uint16_t block = location.u16();
+    report.add_tag(plain(name), true,
+                   {{"type", dictionary_type_name(var.type_id, dict.data_types)},
+                    {"type_id", var.type_id},
+                    {"block", block},
+                    {"offset", location.u32()}});
+  }
+  nlohmann::json structures = nlohmann::json::array();
+  for (const auto& [id, members] : dict.struct_members) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const data_type& m : members) {
+      const uint16_t member_type = wire::le_reader(m.bounds).u16();
+      list.push_back({{"name", plain(m.name)},
+                      {"type", dictionary_type_name(member_type, dict.data_types)},
+                      {"offset", wire::le_reader(m.member_offset_bytes).u32()}});
+    }
+    structures.push_back(
+        {{"id", id}, {"name", dictionary_type_name(id, dict.data_types)}, {"members", list}});
+  }
+  report.set("structures", structures);
+  nlohmann::json arrays = nlohmann::json::array();
+  for (const auto& [id, type] : dict.data_types) {
+    uint32_t elements = 0;
+    int32_t low = 0;
+    if (type.bounds.empty() || !array_elements(type, elements, low)) continue;
+    arrays.push_back({{"id", id},
+                      {"name", plain(type.name)},
+                      {"element", dictionary_type_name(type.element_type, dict.data_types)},
+                      {"elements", elements},
+                      {"first_index", low}});
+  }
+  report.set("arrays", arrays);
+  report.print(std::cout);
+}
+
 }  // namespace
 
-int run_browse(const std::string& plc) {
+int run_browse(const std::string& plc, bool as_json) {
   const dictionary dict = download_dictionary(plc, std::cerr);
+  if (as_json) {
+    print_json(dict);
+    return 0;
+  }
   std::cout << "Controller: " << dict.plc_type << '\n';
   print_variables(dict);
   print_structures(dict);

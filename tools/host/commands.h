@@ -13,15 +13,25 @@ struct connection_options {
   std::string library;  // path of libunitydrv.so
   std::string plc;      // dotted IPv4 address
   bool offline = false;
+  std::string offline_project;  // --offline PROJECT.json: types from a simulator project
 };
+
+struct export_options;
+
+// The dictionary of --plc or of the --offline project.
+dictionary load_dictionary(const connection_options& conn);
 
 int run_tags_build(const std::string& list, const std::string& out, bool wide, uint32_t offset);
 int run_tags_list(const std::string& file, uint32_t offset);
-int run_read(const connection_options& conn, const selection_options& sel);
+int run_tags_export(const connection_options& conn, const std::string& out,
+                    const export_options& options);
+int run_tags_check(const connection_options& conn, const std::string& file, uint32_t offset,
+                   bool as_json);
+int run_read(const connection_options& conn, const selection_options& sel, bool as_json);
 int run_write(const connection_options& conn, selection_options sel,
               const std::vector<std::string>& assignments);
 int run_watch(const connection_options& conn, const selection_options& sel, unsigned interval_ms,
               unsigned rounds, bool plain);
-int run_browse(const std::string& plc);
+int run_browse(const std::string& plc, bool as_json);
 
 }  // namespace panelhost

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "tools/host/host_device.h"
 #include "unity/unity_process.h"
 
 namespace panelhost {
@@ -16,11 +17,12 @@ void report(std::ostream& progress, const char* stage, unsigned pages, std::size
 
 }  // namespace
 
-dictionary download_dictionary(const std::string& address, std::ostream& progress) {
-  const std::string where = address + ":502";
+dictionary download_dictionary(const std::string& address, std::ostream& progress, uint16_t port) {
+  check_ipv4_address(address);
+  const std::string where = address + ":" + std::to_string(port);
   unity_process session;
   progress << "connecting to " << where << '\n';
-  if (session.setup_device(address.c_str(), 502, 100) == 0) {
+  if (session.setup_device(address.c_str(), port, 100) == 0) {
     throw std::runtime_error("controller unreachable at " + where);
   }
   if (!session.initial_device()) {

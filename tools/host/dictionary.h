@@ -1,6 +1,7 @@
 // The controller's data dictionary, downloaded by a session of our own.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <ostream>
 #include <string>
@@ -17,8 +18,10 @@ struct dictionary {
   std::map<std::string, table> tables;  // names end in their zero character
 };
 
-// Connects to address:502, identifies the controller and downloads its dictionary,
-// reporting each stage on progress. Throws std::runtime_error with a one-line reason.
-dictionary download_dictionary(const std::string& address, std::ostream& progress);
+// Connects to address:port (a controller listens on 502), identifies it and downloads its
+// dictionary, reporting each stage on progress. Throws std::runtime_error with a one-line
+// reason.
+dictionary download_dictionary(const std::string& address, std::ostream& progress,
+                               uint16_t port = 502);
 
 }  // namespace panelhost

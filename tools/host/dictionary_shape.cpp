@@ -50,21 +50,29 @@ uint16_t declared_string_length(const std::string& name) {
 // The array detail keeps the dimension count byte first, then 8 bytes per dimension
 // (low and high bound, i32 each); the last high bound lacks its top byte, which is zero
 // for any array a panel can show.
-bool dimensions_of(const data_type& type, uint32_t& elements, int32_t& low_bound) {
-  if (type.bounds.empty()) return false;
+std::vector<std::pair<int32_t, int32_t>> bounds_of(const data_type& type) {
+  std::vector<std::pair<int32_t, int32_t>> dims;
+  if (type.bounds.empty()) return dims;
   wire::bytes padded = type.bounds;
   padded.resize(1 + 8u * type.bounds[0] + 1, 0);
   wire::le_reader in(padded);
-  const unsigned dims = in.u8();
-  elements = 1;
-  for (unsigned d = 0; d < dims; ++d) {
+  const unsigned count = in.u8();
+  for (unsigned d = 0; d < count; ++d) {
     const auto low = static_cast<int32_t>(in.u32());
-    const auto high = static_cast<int32_t>(in.u32());
+    dims.emplace_back(low, static_cast<int32_t>(in.u32()));
+  }
+  return dims;
+}
+
+bool dimensions_of(const data_type& type, uint32_t& elements, int32_t& low_bound) {
+  const auto dims = bounds_of(type);
+  elements = 1;
+  for (const auto& [low, high] : dims) {
     if (high < low) return false;
-    if (d == 0) low_bound = low;
     elements *= static_cast<uint32_t>(high - low + 1);
   }
-  return dims != 0;
+  if (!dims.empty()) low_bound = dims.front().first;
+  return !dims.empty();
 }
 
 }  // namespace
@@ -100,6 +108,11 @@ tag_shape shape_of_type(uint16_t type_id, const std::map<unsigned short, data_ty
 
 bool array_elements(const data_type& type, uint32_t& elements, int32_t& low_bound) {
   return type.element_type != 0 && dimensions_of(type, elements, low_bound);
+}
+
+std::vector<std::pair<int32_t, int32_t>> array_dimensions(const data_type& type) {
+  if (type.element_type == 0) return {};
+  return bounds_of(type);
 }
 
 std::string dictionary_type_name(uint16_t type_id,

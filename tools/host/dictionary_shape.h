@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "unity/dictionary_records.h"
 
@@ -22,6 +24,9 @@ tag_shape shape_of_type(uint16_t type_id, const std::map<unsigned short, data_ty
 
 // Elements and first subscript of an array type; false when type is not an array.
 bool array_elements(const data_type& type, uint32_t& elements, int32_t& low_bound);
+
+// Declared [low, high] bounds per dimension; empty when type is not an array.
+std::vector<std::pair<int32_t, int32_t>> array_dimensions(const data_type& type);
 
 // Text for a dictionary type id: its name from data_types, or the elementary name.
 std::string dictionary_type_name(uint16_t type_id,

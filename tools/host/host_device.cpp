@@ -1,6 +1,7 @@
 #include "tools/host/host_device.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -43,11 +44,18 @@ std::size_t result_units(const host_request& request) {
 unitydrv_init_params init_params_of(const std::string& address) {
   unsigned octet[4];
   char tail = 0;
+  const auto colon = address.find(':');
+  if (colon != std::string::npos) {
+    throw std::invalid_argument("'" + address + "': the port is fixed at 502; give the address " +
+                                "alone (" + address.substr(0, colon) + ")");
+  }
   if (std::sscanf(address.c_str(), "%3u.%3u.%3u.%3u%c", &octet[0], &octet[1], &octet[2], &octet[3],
                   &tail) != 4 ||
-      std::any_of(octet, octet + 4, [](unsigned o) { return o > 255; })) {
-    throw std::invalid_argument("bad controller address '" + address +
-                                "' (expected a dotted IPv4 address)");
+      std::any_of(octet, octet + 4, [](unsigned o) { return o > 255; }) ||
+      address.find_first_not_of("0123456789.") != std::string::npos) {
+    throw std::invalid_argument("'" + address +
+                                "' is not an IPv4 address (four numbers 0..255 joined by dots, "
+                                "e.g. 192.168.1.10; names are not looked up)");
   }
   unitydrv_init_params params{};
   params.octet1 = static_cast<uint8_t>(octet[0]);
@@ -57,9 +65,13 @@ unitydrv_init_params init_params_of(const std::string& address) {
   return params;
 }
 
+void check_ipv4_address(const std::string& address) {
+  init_params_of(address);
+}
+
 host_device::host_device(driver_api& api, const std::string& tag_file, bool offline) : api_(api) {
   if (!std::ifstream(tag_file, std::ios::binary)) {
-    throw std::runtime_error("cannot read tag file " + tag_file);
+    throw std::runtime_error("cannot read tag file " + tag_file + ": " + std::strerror(errno));
   }
   api_.StartDeviceEx(offline ? 1 : 0, &handle_, tag_file.c_str(), 0);
 }

@@ -29,6 +29,8 @@ struct host_result {
 std::size_t result_units(const host_request& request);
 // Parses a dotted IPv4 address into InitEx's record; throws std::invalid_argument.
 unitydrv_init_params init_params_of(const std::string& address);
+// The same check alone, before anything connects.
+void check_ipv4_address(const std::string& address);
 
 class host_device {
  public:

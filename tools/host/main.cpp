@@ -3,20 +3,34 @@
 #include <iostream>
 
 #include "tools/host/commands.h"
+#include "tools/host/tag_export.h"
+#include "unitydrv/version.h"
 
 using namespace panelhost;
 
 namespace {
 
-void add_connection(CLI::App* cmd, connection_options& conn, bool needs_plc) {
+// Options that name where the dictionary comes from; --offline is recorded in `offline`.
+std::vector<CLI::Option*> offline_options;
+
+CLI::Option* add_connection(CLI::App* cmd, connection_options& conn, bool needs_plc) {
   cmd->add_option("--lib", conn.library, "path of libunitydrv.so");
-  auto* plc = cmd->add_option("--plc", conn.plc, "controller IPv4 address");
+  auto* plc = cmd->add_option("--plc", conn.plc, "controller IPv4 address (port 502)");
   if (needs_plc) plc->required();
+  return plc;
+}
+
+void add_offline(CLI::App* cmd, connection_options& conn, CLI::Option* plc,
+                 const char* description) {
+  auto* offline = cmd->add_option("--offline", conn.offline_project, description)->expected(0, 1);
+  offline->excludes(plc);
+  offline_options.push_back(offline);
 }
 
 void add_access(CLI::App* cmd, connection_options& conn, selection_options& sel) {
-  add_connection(cmd, conn, false);
-  cmd->add_flag("--offline", conn.offline, "serve from the tag file only (no controller)");
+  add_offline(cmd, conn, add_connection(cmd, conn, false),
+              "no controller: the driver keeps written values for this process only; "
+              "types from PROJECT.json (a simulator project) when given");
   auto* tags = cmd->add_option("--tags", sel.tag_file, "tag file");
   cmd->add_option("--list", sel.list_file, "tag list (Name or Name:TYPE per line)")->excludes(tags);
   cmd->add_option("--type", sel.types, "NAME=TYPE: PLC type of a tag (INT, REAL, STRING[20] ...)");
@@ -28,11 +42,13 @@ void add_access(CLI::App* cmd, connection_options& conn, selection_options& sel)
       ->excludes(count);
 }
 
-int check_plc(const connection_options& conn) {
+int check_plc(connection_options& conn) {
+  for (const CLI::Option* o : offline_options) conn.offline = conn.offline || o->count() > 0;
   if (!conn.offline && conn.plc.empty()) {
     std::cerr << "panelhost: --plc ADDR is required (or --offline)\n";
     return 2;
   }
+  if (!conn.offline) check_ipv4_address(conn.plc);
   return 0;
 }
 
@@ -40,6 +56,7 @@ int check_plc(const connection_options& conn) {
 
 int main(int argc, char** argv) {
   CLI::App app{"Drives the driver libunitydrv.so like an operator panel"};
+  app.set_version_flag("--version", "panelhost " UNITYDRV_VERSION);
   app.require_subcommand(1);
   connection_options conn;
   conn.library = PANELHOST_DEFAULT_LIBRARY;
@@ -57,10 +74,25 @@ int main(int argc, char** argv) {
   auto* show = tags->add_subcommand("list", "the tags of a tag file");
   show->add_option("FILE", file)->required();
   show->add_option("--offset", offset, "bytes before the tag file");
+  export_options exported;
+  auto* export_cmd = tags->add_subcommand("export", "every addressable tag as a tag list");
+  add_offline(export_cmd, conn, add_connection(export_cmd, conn, false),
+              "PROJECT.json: the tags of a simulator project");
+  export_cmd->add_option("OUT", out, "tag list to write (Name:TYPE per line)")->required();
+  export_cmd->add_flag("--elements", exported.elements, "also each element of an array");
+  export_cmd->add_option("--filter", exported.filter, "only tags matching this glob");
+  bool as_json = false;
+  auto* check = tags->add_subcommand("check", "resolve a tag file as the driver does");
+  add_offline(check, conn, add_connection(check, conn, false),
+              "PROJECT.json: check against a simulator project");
+  check->add_option("FILE", file)->required();
+  check->add_option("--offset", offset, "bytes before the tag file");
+  check->add_flag("--json", as_json, "JSON output");
 
   auto* read = app.add_subcommand("read", "read tags and print their values");
   add_access(read, conn, sel);
   read->add_option("NAME", sel.names, "tags to read (default: every tag)");
+  read->add_flag("--json", as_json, "JSON output");
 
   std::vector<std::string> assignments;
   auto* write = app.add_subcommand("write", "write tags and read them back");
@@ -78,14 +110,23 @@ int main(int argc, char** argv) {
 
   auto* browse = app.add_subcommand("browse", "print the controller's data dictionary");
   add_connection(browse, conn, true);
+  browse->add_flag("--json", as_json, "JSON output");
 
   CLI11_PARSE(app, argc, argv);
   try {
     if (build->parsed()) return run_tags_build(list, out, wide, offset);
     if (show->parsed()) return run_tags_list(file, offset);
-    if (browse->parsed()) return run_browse(conn.plc);
     if (int rc = check_plc(conn)) return rc;
-    if (read->parsed()) return run_read(conn, sel);
+    // "--offline Name" took a tag name for the project; a project is a .json file.
+    const std::string& project = conn.offline_project;
+    if (!project.empty() && (project.size() < 5 || project.substr(project.size() - 5) != ".json")) {
+      sel.names.insert(sel.names.begin(), project);
+      conn.offline_project.clear();
+    }
+    if (browse->parsed()) return run_browse(conn.plc, as_json);
+    if (export_cmd->parsed()) return run_tags_export(conn, out, exported);
+    if (check->parsed()) return run_tags_check(conn, file, offset, as_json);
+    if (read->parsed()) return run_read(conn, sel, as_json);
     if (write->parsed()) return run_write(conn, sel, assignments);
     return run_watch(conn, sel, interval, rounds, plain);
   } catch (const std::exception& e) {

@@ -1,10 +1,12 @@
 #include "tools/host/tag_choice.h"
 
+#include <algorithm>
 #include <charconv>
-#include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 #include "tools/host/plc_type.h"
+#include "tools/host/tag_file_reader.h"
 
 namespace panelhost {
 
@@ -52,8 +54,15 @@ tag_choice parse_tag_choice(const std::string& line) {
 }
 
 std::vector<tag_choice> read_tag_list(const std::string& path) {
-  std::ifstream in(path);
-  if (!in) throw std::runtime_error("cannot read tag list " + path);
+  const std::string bytes = read_file_bytes(path, "tag list");
+  if (std::any_of(bytes.begin(), bytes.end(), [](unsigned char c) {
+        return c < 0x20 && c != '\n' && c != '\r' && c != '\t';
+      })) {
+    throw std::runtime_error(path +
+                             " is not a text tag list: it holds binary data (a tag file? pass "
+                             "it with --tags)");
+  }
+  std::istringstream in(bytes);
   std::vector<tag_choice> wanted;
   std::string line;
   for (int number = 1; std::getline(in, line); ++number) {

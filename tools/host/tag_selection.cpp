@@ -10,39 +10,13 @@
 #include "tag_index/tag_table.h"
 #include "tools/common/tag_file_writer.h"
 #include "tools/host/dictionary_shape.h"
+#include "tools/host/nearest_name.h"
+#include "tools/host/tag_check.h"
 #include "unitydrv/unitydrv.h"
 
 namespace panelhost {
 
 namespace {
-
-std::string utf8_of_wide(const char* name) {
-  std::string out;
-  for (const auto* p = reinterpret_cast<const unsigned char*>(name); p[0] != 0 || p[1] != 0;
-       p += 2) {
-    uint32_t c = p[0] | static_cast<uint32_t>(p[1]) << 8;
-    if (c >= 0xD800 && c < 0xDC00 && (p[2] | p[3] << 8) >= 0xDC00) {
-      c = 0x10000 + ((c - 0xD800) << 10) + ((p[2] | p[3] << 8) - 0xDC00);
-      p += 2;
-    }
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-    } else if (c < 0x800) {
-      out += static_cast<char>(0xC0 | c >> 6);
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      out += static_cast<char>(0xE0 | c >> 12);
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | c >> 18);
-      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-  }
-  return out;
-}
 
 std::map<std::string, type_choice> type_overrides(const std::vector<std::string>& texts) {
   std::map<std::string, type_choice> out;
@@ -53,17 +27,6 @@ std::map<std::string, type_choice> type_overrides(const std::vector<std::string>
   return out;
 }
 
-// "Alarm[7]" -> 7 when the name ends in a one-number subscript.
-std::optional<long> trailing_subscript(const std::string& name) {
-  const auto open = name.rfind('[');
-  if (name.empty() || name.back() != ']' || open == std::string::npos) return std::nullopt;
-  const std::string digits = name.substr(open + 1, name.size() - open - 2);
-  char* end = nullptr;
-  const long value = std::strtol(digits.c_str(), &end, 10);
-  if (digits.empty() || *end != '\0') return std::nullopt;
-  return value;
-}
-
 struct resolved_types {
   std::vector<uint16_t> type_ids;  // 0: the tag did not resolve
 };
@@ -71,7 +34,7 @@ struct resolved_types {
 resolved_types resolve_against(const std::string& tag_file, const dictionary& dict) {
   offline_CTagTable_578 table;
   table.Read(tag_file.c_str(), 0);
-  table.setup_memory_index(dict.tables, dict.struct_members, dict.data_types);
+  table.setup_memory_index_in_place(dict.tables, dict.struct_members);
   resolved_types out;
   for (uint32_t i = 0; i < table.tag_count; ++i) out.type_ids.push_back(table.Get(i)->type_id);
   return out;
@@ -95,21 +58,6 @@ temp_tag_file::temp_tag_file(const std::vector<tag_choice>& tags) {
 
 temp_tag_file::~temp_tag_file() {
   std::remove(path_.c_str());
-}
-
-std::vector<std::string> read_tag_names(const std::string& path, uint32_t offset) {
-  if (!std::ifstream(path, std::ios::binary)) {
-    throw std::runtime_error("cannot read tag file " + path);
-  }
-  offline_CTagTable_578 table;
-  table.wide_names = 0;
-  table.Read(path.c_str(), offset);
-  std::vector<std::string> names;
-  for (uint32_t i = 0; i < table.tag_count; ++i) {
-    const char* name = table.Get(i)->name;
-    names.push_back(table.wide_names != 0 ? utf8_of_wide(name) : std::string(name));
-  }
-  return names;
 }
 
 tag_selection::tag_selection(const selection_options& options) : options_(options) {
@@ -137,32 +85,46 @@ tag_selection::tag_selection(const selection_options& options) : options_(option
   }
   for (const tag_choice& n : named) {
     auto it = std::find(file_names_.begin(), file_names_.end(), n.name);
-    if (it == file_names_.end()) throw std::runtime_error("unknown tag name '" + n.name + "'");
+    if (it == file_names_.end()) {
+      errors_.push_back(
+          {n.name, "unknown tag name", "not in the tag file" + suggestion(n.name, file_names_)});
+      continue;
+    }
     positions_.push_back(static_cast<uint32_t>(it - file_names_.begin()));
     chosen_.push_back(n);
   }
 }
 
-std::vector<selected_tag> tag_selection::requests(const dictionary* dict) const {
+std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
+                                                  std::vector<tag_refusal>& errors) const {
   const auto overrides = type_overrides(options_.types);
   const resolved_types resolved = dict ? resolve_against(tag_file_, *dict) : resolved_types{};
+  std::optional<tag_checker> checker;
+  if (dict) checker.emplace(*dict);
+  errors.insert(errors.end(), errors_.begin(), errors_.end());
   std::vector<selected_tag> out;
   for (std::size_t i = 0; i < chosen_.size(); ++i) {
     const tag_choice& choice = chosen_[i];
     host_request request;
     request.tag_index = positions_[i];
     tag_shape shape;
-    if (dict != nullptr) {
-      const uint16_t type_id = resolved.type_ids.at(positions_[i]);
-      if (type_id == 0) {
-        throw std::runtime_error("unknown tag name '" + choice.name + "' (not in the dictionary)");
+    uint32_t elements = 1;
+    if (checker) {
+      const tag_check check = checker->check(choice.name);
+      if (!check.ok()) {
+        errors.push_back({choice.name, fault_name(check.fault), check.message});
+        continue;
       }
-      shape = shape_of_type(type_id, dict->data_types);
-      if (shape.is_array) {
-        if (auto sub = trailing_subscript(choice.name)) {
-          request.array_index = static_cast<uint16_t>(*sub - shape.low_bound);
-          shape.count = 1;
-        }
+      if (resolved.type_ids.at(positions_[i]) == 0) {
+        errors.push_back({choice.name, "not resolved", "the driver does not resolve it"});
+        continue;
+      }
+      shape = shape_of_type(check.type_id, dict->data_types);
+      elements = shape.is_array ? shape.count : 1;
+      if (check.element) {
+        request.array_index = static_cast<uint16_t>(check.element_number);
+        shape.count = 1;
+        shape.is_array = false;
       }
     }
     type_choice type = choice.type;
@@ -177,16 +139,48 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict) const 
                                                         : 1;
     }
     if (shape.code == 0) {
-      throw std::runtime_error("no type for tag '" + choice.name +
-                               "': give Name:TYPE in the list or --type Name=TYPE");
+      errors.push_back(
+          {choice.name, "no type",
+           (dict ? "no PLC type fits " +
+                       dictionary_type_name(resolved.type_ids.at(positions_[i]), dict->data_types) +
+                       ": give Name:TYPE in the list or --type Name=TYPE"
+                 : "no type (a tag file carries no types): give Name:TYPE "
+                   "in the list, --type Name=TYPE, or --offline PROJECT.json")});
+      continue;
     }
     request.code = shape.code;
-    request.count = options_.count.value_or(shape.count);
-    if (options_.index) request.array_index = *options_.index;
+    request.count = shape.count;
+    if (std::string error = apply_range(shape, elements, request); !error.empty()) {
+      errors.push_back({choice.name, "outside the bounds", error});
+      continue;
+    }
     if (options_.bit) request.bit = *options_.bit;
     out.push_back({choice.name, request});
   }
   return out;
+}
+
+// --index counts from the array's declared low bound, as a subscript does; --count may not
+// run past the last element.
+std::string tag_selection::apply_range(const tag_shape& shape, uint32_t elements,
+                                       host_request& request) const {
+  if (options_.index) {
+    if (!shape.is_array) return "--index needs a whole array";
+    const int64_t first = int64_t{*options_.index} - shape.low_bound;
+    if (first < 0 || first >= int64_t{elements}) {
+      return "--index " + std::to_string(*options_.index) + " outside the bounds " +
+             std::to_string(shape.low_bound) + ".." +
+             std::to_string(shape.low_bound + int64_t{elements} - 1);
+    }
+    request.array_index = static_cast<uint16_t>(first);
+    request.count = static_cast<uint16_t>(elements - first);
+  }
+  if (options_.count) request.count = *options_.count;
+  if (shape.is_array && request.array_index + request.count > elements) {
+    return "--count " + std::to_string(request.count) + " runs past the last of its " +
+           std::to_string(elements) + " elements";
+  }
+  return "";
 }
 
 }  // namespace panelhost

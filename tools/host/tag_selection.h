@@ -8,8 +8,10 @@
 #include <vector>
 
 #include "tools/host/dictionary.h"
+#include "tools/host/dictionary_shape.h"
 #include "tools/host/host_device.h"
 #include "tools/host/tag_choice.h"
+#include "tools/host/tag_file_reader.h"
 
 namespace panelhost {
 
@@ -21,6 +23,14 @@ struct selection_options {
   std::optional<uint16_t> index;   // --index
   std::optional<uint16_t> count;   // --count
   std::optional<int> bit;          // --bit
+};
+
+// A tag left out of a command, and why.
+struct tag_refusal {
+  std::string name;
+  std::string reason;   // short and stable, as --json reports it
+  std::string message;  // one line
+  std::string text() const { return "tag '" + name + "': " + message; }
 };
 
 struct selected_tag {
@@ -41,18 +51,16 @@ class temp_tag_file {
   std::string path_;
 };
 
-// The names of a tag file in file order (16-bit names converted to UTF-8); throws
-// std::runtime_error when the file cannot be read.
-std::vector<std::string> read_tag_names(const std::string& path, uint32_t offset = 0);
-
 class tag_selection {
  public:
-  // Reads the list or tag file; names not in the tag file are rejected.
+  // Reads the list or tag file; names not in the tag file are reported by requests().
   explicit tag_selection(const selection_options& options);
   const std::string& tag_file() const { return tag_file_; }
-  // Types from --type, then from the list, then from the dictionary (when given).
-  // Throws std::runtime_error for a tag the dictionary does not know or with no type.
-  std::vector<selected_tag> requests(const dictionary* dict) const;
+  // Types from --type, then from the list, then from the dictionary (when given), whose
+  // names and subscripts are checked. A tag that fails is added to errors and left out;
+  // the others are returned in order.
+  std::vector<selected_tag> requests(const dictionary* dict,
+                                     std::vector<tag_refusal>& errors) const;
 
  private:
   selection_options options_;
@@ -61,6 +69,9 @@ class tag_selection {
   std::vector<std::string> file_names_;
   std::vector<tag_choice> chosen_;
   std::vector<uint32_t> positions_;
+  std::vector<tag_refusal> errors_;
+
+  std::string apply_range(const tag_shape& shape, uint32_t elements, host_request& request) const;
 };
 
 }  // namespace panelhost

@@ -17,8 +17,45 @@ namespace panelhost {
 
 namespace {
 
+// The accepted values of each type, named when a value is refused.
+std::string accepted_values(uint8_t code) {
+  switch (code) {
+    case UNITYDRV_TYPE_BOOL:
+    case UNITYDRV_TYPE_BITARRAY:
+      return "1, 0, TRUE, FALSE, ON, OFF, in any case";
+    case UNITYDRV_TYPE_SINT:
+      return "-128..127";
+    case UNITYDRV_TYPE_USINT:
+    case UNITYDRV_TYPE_BYTE:
+      return "0..255";
+    case UNITYDRV_TYPE_INT:
+      return "-32768..32767";
+    case UNITYDRV_TYPE_UINT:
+    case UNITYDRV_TYPE_WORD:
+      return "0..65535";
+    case UNITYDRV_TYPE_DINT:
+      return "-2147483648..2147483647";
+    case UNITYDRV_TYPE_UDINT:
+    case UNITYDRV_TYPE_DWORD:
+      return "0..4294967295";
+    case UNITYDRV_TYPE_LINT:
+      return "-9223372036854775808..9223372036854775807";
+    case UNITYDRV_TYPE_ULINT:
+    case UNITYDRV_TYPE_LWORD:
+      return "0..18446744073709551615";
+    case UNITYDRV_TYPE_REAL:
+      return "a decimal number within +-3.4e38";
+    case UNITYDRV_TYPE_LREAL:
+      return "a decimal number within +-1.8e308";
+    default:
+      return "";
+  }
+}
+
 [[noreturn]] void reject(uint8_t code, const std::string& text) {
-  throw bad_value("bad value '" + text + "' for " + plc_type_name(code));
+  const std::string accepted = accepted_values(code);
+  throw bad_value("bad value '" + text + "' for " + plc_type_name(code) +
+                  (accepted.empty() ? "" : " (accepted: " + accepted + ")"));
 }
 
 std::string upper(std::string text) {
@@ -170,6 +207,55 @@ write_data encode_value(uint8_t code, const std::string& text, std::size_t strin
     data.words.assign(bytes.begin(), bytes.end());
   } else {
     data.words = units_of(bytes);
+  }
+  return data;
+}
+
+}  // namespace panelhost
+
+namespace panelhost {
+
+namespace {
+
+std::vector<std::string> list_items(const std::string& text) {
+  std::vector<std::string> items;
+  const std::string inner = text.substr(1, text.size() - 2);
+  std::size_t at = 0;
+  while (at <= inner.size()) {
+    const std::size_t comma = std::min(inner.find(',', at), inner.size());
+    std::string item = inner.substr(at, comma - at);
+    item.erase(0, item.find_first_not_of(" \t"));
+    item.erase(item.find_last_not_of(" \t") + 1);
+    items.push_back(item);
+    at = comma + 1;
+  }
+  if (items.size() == 1 && items[0].empty()) items.clear();
+  return items;
+}
+
+}  // namespace
+
+write_data encode_request_value(uint8_t code, const std::string& text, std::size_t count) {
+  const bool list = !text.empty() && text.front() == '[' && text.back() == ']';
+  if (code == UNITYDRV_TYPE_STRING) return encode_value(code, text, count);
+  if (count <= 1) {
+    if (list) throw bad_value("a list '" + text + "' for a single " + plc_type_name(code));
+    return encode_value(code, text);
+  }
+  if (is_bit_type(code)) {
+    throw bad_value("the driver writes one bit at a time: write NAME[i]=value per element");
+  }
+  const std::vector<std::string> items = list ? list_items(text) : std::vector<std::string>{};
+  if (items.size() != count) {
+    throw bad_value("the array holds " + std::to_string(count) +
+                    " elements: give all of them as [v1, v2, ...] (got " +
+                    (list ? std::to_string(items.size()) : "one value") +
+                    ") or write one element as NAME[i]=value");
+  }
+  write_data data;
+  for (const std::string& item : items) {
+    const write_data one = encode_value(code, item);
+    data.words.insert(data.words.end(), one.words.begin(), one.words.end());
   }
   return data;
 }

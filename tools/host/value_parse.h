@@ -22,4 +22,9 @@ struct write_data {
 // Throws bad_value when the text is not a value of the type.
 write_data encode_value(uint8_t code, const std::string& text, std::size_t string_length = 0);
 
+// The value of a whole request of count elements: one value for one element, the list
+// form "[a, b, c]" (as read prints it) with exactly count values for an array. A partial
+// array write is refused: the driver writes from the first element.
+write_data encode_request_value(uint8_t code, const std::string& text, std::size_t count);
+
 }  // namespace panelhost

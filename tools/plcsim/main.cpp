@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "tools/plcsim/plcsim.h"
+#include "unitydrv/version.h"
 
 namespace {
 
@@ -24,7 +25,7 @@ int write_generated(std::size_t vars, std::size_t types, bool m580, const std::s
   return 0;
 }
 
-int serve(const std::string& project_file, std::string listen) {
+int serve(const std::string& project_file, std::string listen, const std::string& pcap) {
   uint16_t port = 502;
   auto colon = listen.find(':');
   if (colon != std::string::npos) {
@@ -32,6 +33,10 @@ int serve(const std::string& project_file, std::string listen) {
     listen.resize(colon);
   }
   plcsim::server srv(plcsim::load_project_file(project_file));
+  if (!pcap.empty() && !srv.record_to(pcap)) {
+    std::cerr << "plcsim: cannot write " << pcap << '\n';
+    return 1;
+  }
   if (!srv.start(listen, port)) {
     std::cerr << "plcsim: cannot listen on " << listen << ':' << port << '\n';
     return 1;
@@ -49,7 +54,8 @@ int serve(const std::string& project_file, std::string listen) {
 
 int main(int argc, char** argv) {
   CLI::App app{"Simulated controller answering Unity messages over Modbus TCP"};
-  std::string project_file, listen = "127.0.0.1:502", out;
+  std::string project_file, listen = "127.0.0.1:502", out, pcap;
+  app.set_version_flag("--version", "plcsim " UNITYDRV_VERSION);
   std::vector<std::size_t> generate;
   bool m580 = false;
   app.add_option("--project", project_file, "Project JSON file to serve");
@@ -57,6 +63,7 @@ int main(int argc, char** argv) {
   app.add_option("--generate", generate, "N_VARS N_TYPES: write a generated project")->expected(2);
   app.add_flag("--m580", m580, "Generated project is an M580");
   app.add_option("--out", out, "Output file for --generate");
+  app.add_option("--pcap", pcap, "Record every request and reply into this pcap file");
   CLI11_PARSE(app, argc, argv);
   try {
     if (!generate.empty()) {
@@ -64,7 +71,7 @@ int main(int argc, char** argv) {
       return write_generated(generate[0], generate[1], m580, out);
     }
     if (project_file.empty()) throw std::runtime_error("--project FILE is required");
-    return serve(project_file, listen);
+    return serve(project_file, listen, pcap);
   } catch (const std::exception& e) {
     std::cerr << "plcsim: " << e.what() << '\n';
     return 1;

@@ -83,6 +83,8 @@ class server {
   server& operator=(const server&) = delete;
 
   bool start(const std::string& address, uint16_t port);  // bind + serve on a background thread
+  // Before start(): record every request and reply into a pcap file; false if it cannot be created.
+  bool record_to(const std::string& pcap_path);
   bool start_on_free_loopback(
       uint16_t port = 502);  // first free 127.0.0.x, x from a random start in 2..250
   void stop();               // joins; closes every connection

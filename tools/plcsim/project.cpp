@@ -1,10 +1,17 @@
 // Project files: the controller's type text, its derived types, its variables
 // and the initial contents of its memory.
+#include <algorithm>
 #include <boost/algorithm/hex.hpp>
+#include <cerrno>
+#include <climits>
+#include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 
@@ -46,13 +53,60 @@ void put_le(std::vector<uint8_t>& out, std::size_t at, uint64_t v, std::size_t w
 void encode_value(const project& p, uint16_t type, const json& v, std::vector<uint8_t>& out,
                   std::size_t at);
 
+struct integer_range {
+  uint16_t type;
+  const char* name;
+  int64_t low;
+  uint64_t high;
+};
+
+// The integer range of each elementary type; TIME, DATE and TOD hold 32 unsigned bits.
+const integer_range k_ranges[] = {
+    {1, "BOOL", 0, 1},
+    {25, "EBOOL", 0, 1},
+    {21, "BYTE", 0, 255},
+    {4, "INT", -32768, 32767},
+    {5, "UINT", 0, 65535},
+    {22, "WORD", 0, 65535},
+    {6, "DINT", INT32_MIN, INT32_MAX},
+    {7, "UDINT", 0, UINT32_MAX},
+    {10, "TIME", 0, UINT32_MAX},
+    {14, "DATE", 0, UINT32_MAX},
+    {15, "TOD", 0, UINT32_MAX},
+    {23, "DWORD", 0, UINT32_MAX},
+    {16, "type 16", INT64_MIN, INT64_MAX},
+};
+
+void check_integer(uint16_t type, const json& v) {
+  for (const integer_range& r : k_ranges) {
+    if (r.type != type) continue;
+    const bool fits =
+        v.is_number_unsigned()
+            ? v.get<uint64_t>() <= r.high
+            : v.get<int64_t>() >= r.low &&
+                  (v.get<int64_t>() < 0 || static_cast<uint64_t>(v.get<int64_t>()) <= r.high);
+    if (!fits) {
+      fail("value " + v.dump() + " does not fit " + r.name + " (" + std::to_string(r.low) + ".." +
+           std::to_string(r.high) + ")");
+    }
+  }
+}
+
 void encode_elementary(uint16_t type, const json& v, std::vector<uint8_t>& out, std::size_t at) {
   std::size_t width = elementary_width(type);
   if (v.is_string()) {
     std::string s = v.get<std::string>();
-    std::memcpy(out.data() + at, s.data(), std::min(s.size(), width));
+    if (s.size() > width) {
+      fail("text " + v.dump() + " is longer than " + std::to_string(width) + " characters");
+    }
+    std::memcpy(out.data() + at, s.data(), s.size());
   } else if (type == 8) {
-    float f = v.get<float>();
+    if (!v.is_number()) fail("value " + v.dump() + " is not a number for REAL");
+    const double d = v.get<double>();
+    if (std::fabs(d) > std::numeric_limits<float>::max()) {
+      fail("value " + v.dump() + " does not fit REAL");
+    }
+    float f = static_cast<float>(d);
     uint32_t bits;
     std::memcpy(&bits, &f, 4);
     put_le(out, at, bits, 4);
@@ -64,6 +118,7 @@ void encode_elementary(uint16_t type, const json& v, std::vector<uint8_t>& out, 
   } else if (v.is_boolean()) {
     put_le(out, at, v.get<bool>() ? 1 : 0, width);
   } else if (v.is_number_integer()) {
+    check_integer(type, v);
     put_le(out, at, static_cast<uint64_t>(v.get<int64_t>()), width);
   } else {
     fail("value " + v.dump() + " does not fit type " + std::to_string(type));
@@ -75,7 +130,8 @@ void encode_derived(const project& p, const derived_type& t, const json& v,
   if (t.kind == "string") {
     if (!v.is_string()) fail("string type " + t.name + " needs a text value");
     std::string s = v.get<std::string>();
-    std::memcpy(out.data() + at, s.data(), std::min(s.size(), type_size(p, t.id)));
+    if (s.size() > type_size(p, t.id)) fail("text " + v.dump() + " is longer than " + t.name);
+    std::memcpy(out.data() + at, s.data(), s.size());
   } else if (t.kind == "array") {
     if (!v.is_array()) fail("array type " + t.name + " needs a list value");
     std::size_t esize = type_size(p, t.element_type);
@@ -85,6 +141,11 @@ void encode_derived(const project& p, const derived_type& t, const json& v,
       encode_value(p, t.element_type, v[i], out, at + i * esize);
   } else {
     if (!v.is_object()) fail("structure type " + t.name + " needs an object value");
+    for (const auto& item : v.items()) {
+      const bool known = std::any_of(t.members.begin(), t.members.end(),
+                                     [&](const member& m) { return m.name == item.key(); });
+      if (!known) fail("unknown member '" + item.key() + "' of structure " + t.name);
+    }
     for (const auto& m : t.members)
       if (v.contains(m.name)) encode_value(p, m.type, v.at(m.name), out, at + m.offset);
   }
@@ -106,11 +167,18 @@ derived_type parse_type(const json& j) {
       t.members.push_back({m.at("name").get<std::string>(), m.at("type").get<uint16_t>(),
                            m.at("offset").get<uint32_t>()});
     if (t.members.empty()) fail("structure " + t.name + " has no members");
+    std::set<std::string> names;
+    for (const auto& m : t.members)
+      if (!names.insert(m.name).second)
+        fail("structure " + t.name + ": duplicate member " + m.name);
   } else if (t.kind == "array") {
     t.element_type = j.at("element").get<uint16_t>();
     for (const auto& d : j.at("dimensions"))
       t.dimensions.emplace_back(d.at(0).get<int32_t>(), d.at(1).get<int32_t>());
     if (t.dimensions.empty()) fail("array " + t.name + " has no dimensions");
+    if (t.dimensions.size() > 1)
+      fail("array " + t.name + ": only one dimension is supported, it has " +
+           std::to_string(t.dimensions.size()));
     for (const auto& d : t.dimensions)
       if (d.second < d.first) fail("array " + t.name + " has a dimension with high < low");
   } else if (t.kind != "string") {
@@ -149,8 +217,32 @@ void parse_variable(project& p, const json& j) {
 
 void apply_value(project& p, const variable& v, const json& value) {
   std::vector<uint8_t> bytes(type_size(p, v.type), 0);
-  encode_value(p, v.type, value, bytes, 0);
+  try {
+    encode_value(p, v.type, value, bytes, 0);
+  } catch (const std::runtime_error& e) {
+    // Name the variable: the same structure type may serve many of them.
+    fail("variable " + v.name + ": " +
+         std::string(e.what()).substr(std::strlen("plcsim project: ")));
+  }
   p.initial[v.block][v.offset] = bytes;
+}
+
+void check_variables(const project& p) {
+  std::set<std::string> names;
+  std::vector<std::pair<std::pair<uint16_t, uint64_t>, const variable*>> placed;
+  for (const auto& v : p.variables) {
+    if (!names.insert(v.name).second) fail("duplicate variable " + v.name);
+    placed.push_back({{v.block, v.offset}, &v});
+  }
+  std::sort(placed.begin(), placed.end());
+  for (std::size_t i = 1; i < placed.size(); ++i) {
+    const variable& a = *placed[i - 1].second;
+    const variable& b = *placed[i].second;
+    if (a.block == b.block && uint64_t{a.offset} + type_size(p, a.type) > b.offset)
+      fail("variable " + b.name + " (block " + std::to_string(b.block) + ", offset " +
+           std::to_string(b.offset) + ") overlaps variable " + a.name + " (offset " +
+           std::to_string(a.offset) + ", " + std::to_string(type_size(p, a.type)) + " bytes)");
+  }
 }
 
 }  // namespace
@@ -158,7 +250,7 @@ void apply_value(project& p, const variable& v, const json& value) {
 project parse_project(const std::string& json_text) {
   json j;
   try {
-    j = json::parse(json_text);
+    j = json::parse(json_text, nullptr, true, true);  // comments allowed
   } catch (const json::exception& e) {
     fail(std::string("not valid JSON: ") + e.what());
   }
@@ -177,6 +269,7 @@ project parse_project(const std::string& json_text) {
     }
     for (const auto& v : j.value("variables", json::array())) parse_variable(p, v);
     check_type_ids(p);
+    check_variables(p);
     const auto vars = j.value("variables", json::array());
     for (std::size_t i = 0; i < vars.size(); ++i)
       if (vars[i].contains("value")) apply_value(p, p.variables[i], vars[i].at("value"));
@@ -192,7 +285,8 @@ project parse_project(const std::string& json_text) {
 
 project load_project_file(const std::string& path) {
   std::ifstream in(path);
-  if (!in) throw std::runtime_error("plcsim project: cannot open " + path);
+  if (!in)
+    throw std::runtime_error("plcsim project: cannot open " + path + ": " + std::strerror(errno));
   std::stringstream ss;
   ss << in.rdbuf();
   try {

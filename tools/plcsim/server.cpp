@@ -14,6 +14,7 @@
 #include <random>
 #include <thread>
 
+#include "tools/plcsim/pcap_writer.h"
 #include "tools/plcsim/plcsim.h"
 #include "tools/plcsim/project_layout.h"
 #include "tools/plcsim/unity_replies.h"
@@ -25,6 +26,14 @@ namespace {
 constexpr int poll_ms = 20;
 constexpr uint8_t unity_function = 0x5A;
 constexpr std::size_t mbap_size = 7;
+
+// Address and port of one end of a connected socket (getpeername or getsockname).
+tcp_end end_of(int fd, int (*name)(int, sockaddr*, socklen_t*)) {
+  sockaddr_in sa{};
+  socklen_t len = sizeof sa;
+  if (name(fd, reinterpret_cast<sockaddr*>(&sa), &len) != 0) return {};
+  return {ntohl(sa.sin_addr.s_addr), ntohs(sa.sin_port)};
+}
 
 struct connection {
   std::thread thread;
@@ -47,6 +56,7 @@ struct server::impl {
   std::thread acceptor;
   std::mutex conn_mu;
   std::list<connection> conns;
+  std::unique_ptr<pcap_writer> capture;  // null unless traffic is recorded
 
   explicit impl(project p) : proj(std::move(p)) {}
 
@@ -79,7 +89,8 @@ struct server::impl {
     return w.bytes();
   }
 
-  void send_all(int fd, const uint8_t* data, std::size_t n) const {
+  void send_all(int fd, int stream, const uint8_t* data, std::size_t n) const {
+    if (capture) capture->server_sent(stream, data, n);
     while (n > 0) {
       ssize_t sent = ::send(fd, data, n, MSG_NOSIGNAL);
       if (sent <= 0) return;
@@ -89,7 +100,8 @@ struct server::impl {
   }
 
   // Answers one complete request frame; false when the connection must close.
-  bool serve_frame(int fd, const byte_vector& frame) {
+  bool serve_frame(int fd, int stream, const byte_vector& frame) {
+    if (capture) capture->client_sent(stream, frame.data(), frame.size());
     uint64_t n = ++requests;
     faults f = current_faults();
     auto is = [n](int k) { return k > 0 && static_cast<uint64_t>(k) == n; };
@@ -100,30 +112,32 @@ struct server::impl {
       if (is(f.truncate_reply_to) && f.truncate_to < adu.size()) adu.resize(f.truncate_to);
       if (is(f.split_reply_to) && adu.size() > 1) {
         std::size_t half = adu.size() / 2;
-        send_all(fd, adu.data(), half);
+        send_all(fd, stream, adu.data(), half);
         pause(f.split_pause_ms);
-        send_all(fd, adu.data() + half, adu.size() - half);
+        send_all(fd, stream, adu.data() + half, adu.size() - half);
       } else {
-        send_all(fd, adu.data(), adu.size());
+        send_all(fd, stream, adu.data(), adu.size());
       }
     }
     return !(f.close_after > 0 && n >= static_cast<uint64_t>(f.close_after));
   }
 
   // Takes every complete Modbus TCP frame off the front of the buffer.
-  bool serve_buffer(int fd, byte_vector& buf) {
+  bool serve_buffer(int fd, int stream, byte_vector& buf) {
     while (buf.size() >= mbap_size) {
       std::size_t len = static_cast<std::size_t>(buf[4]) << 8 | buf[5];
       if (len < 2) return false;
       if (buf.size() < 6 + len) return true;
       byte_vector frame(buf.begin(), buf.begin() + static_cast<std::ptrdiff_t>(6 + len));
       buf.erase(buf.begin(), buf.begin() + static_cast<std::ptrdiff_t>(6 + len));
-      if (!serve_frame(fd, frame)) return false;
+      if (!serve_frame(fd, stream, frame)) return false;
     }
     return true;
   }
 
   void serve_connection(int fd, connection* self) {
+    int stream =
+        capture ? capture->open_stream(end_of(fd, ::getpeername), end_of(fd, ::getsockname)) : 0;
     byte_vector buf;
     uint8_t chunk[4096];
     while (running) {
@@ -134,10 +148,11 @@ struct server::impl {
       ssize_t got = ::recv(fd, chunk, sizeof chunk, 0);
       if (got <= 0) break;
       buf.insert(buf.end(), chunk, chunk + got);
-      if (!serve_buffer(fd, buf)) break;
+      if (!serve_buffer(fd, stream, buf)) break;
     }
     ::shutdown(fd, SHUT_RDWR);
     ::close(fd);
+    if (capture) capture->close_stream(stream);
     self->done = true;
   }
 
@@ -203,6 +218,14 @@ bool server::start(const std::string& address, uint16_t port) {
   impl_->port = ntohs(sa.sin_port);
   impl_->running = true;
   impl_->acceptor = std::thread([this] { impl_->accept_loop(); });
+  return true;
+}
+
+bool server::record_to(const std::string& pcap_path) {
+  if (impl_->running) return false;
+  auto writer = std::make_unique<pcap_writer>();
+  if (!writer->open(pcap_path)) return false;
+  impl_->capture = std::move(writer);
   return true;
 }
 

@@ -53,6 +53,7 @@ class msg_writer {
   msg_writer& le32(uint32_t v) { return le16(v & 0xFFFF).le16(static_cast<uint16_t>(v >> 16)); }
   msg_writer& le64(uint64_t v) { return le32(v & 0xFFFFFFFF).le32(static_cast<uint32_t>(v >> 32)); }
   msg_writer& be16(uint16_t v) { return u8(static_cast<uint8_t>(v >> 8)).u8(v & 0xFF); }
+  msg_writer& be32(uint32_t v) { return be16(static_cast<uint16_t>(v >> 16)).be16(v & 0xFFFF); }
   msg_writer& zeros(std::size_t n) {
     b_.insert(b_.end(), n, 0);
     return *this;

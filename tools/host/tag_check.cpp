@@ -1,0 +1,245 @@
+#include "tools/host/tag_check.h"
+
+#include <algorithm>
+#include <charconv>
+#include <optional>
+
+#include "tools/host/dictionary_shape.h"
+#include "tools/host/nearest_name.h"
+#include "wire/byte_cursor.h"
+
+namespace panelhost {
+
+namespace {
+
+struct name_part {
+  std::string ident;
+  bool subscripted = false;
+  std::vector<int32_t> subscripts;
+};
+
+std::string plain(const std::string& name) {
+  return !name.empty() && name.back() == '\0' ? name.substr(0, name.size() - 1) : name;
+}
+
+// "Tank[3]" or "M[1, 2]"; nullopt when the brackets or numbers cannot be read.
+std::optional<name_part> parse_part(const std::string& text) {
+  name_part part;
+  const auto open = text.find('[');
+  part.ident = text.substr(0, open);
+  if (part.ident.empty() || part.ident.find(']') != std::string::npos) return std::nullopt;
+  if (open == std::string::npos) return part;
+  if (text.back() != ']' || text.find_first_of("[]", open + 1) != text.size() - 1) {
+    return std::nullopt;
+  }
+  part.subscripted = true;
+  std::string numbers = text.substr(open + 1, text.size() - open - 2);
+  std::size_t at = 0;
+  while (at <= numbers.size()) {
+    const auto comma = std::min(numbers.find(',', at), numbers.size());
+    std::string token = numbers.substr(at, comma - at);
+    token.erase(0, token.find_first_not_of(' '));
+    token.erase(token.find_last_not_of(' ') + 1);
+    int32_t value = 0;
+    const char* first = token.data() + (token.size() > 1 && token[0] == '+' ? 1 : 0);
+    const auto res = std::from_chars(first, token.data() + token.size(), value);
+    if (token.empty() || res.ec != std::errc() || res.ptr != token.data() + token.size()) {
+      return std::nullopt;
+    }
+    part.subscripts.push_back(value);
+    at = comma + 1;
+  }
+  return part;
+}
+
+std::vector<std::string> split_at_dots(const std::string& name) {
+  std::vector<std::string> parts;
+  std::size_t at = 0;
+  for (auto dot = name.find('.'); dot != std::string::npos; dot = name.find('.', at)) {
+    parts.push_back(name.substr(at, dot - at));
+    at = dot + 1;
+  }
+  parts.push_back(name.substr(at));
+  return parts;
+}
+
+std::string bounds_text(const std::vector<std::pair<int32_t, int32_t>>& dims) {
+  std::string text;
+  for (const auto& [low, high] : dims) {
+    text += (text.empty() ? "" : ", ") + std::to_string(low) + ".." + std::to_string(high);
+  }
+  return text;
+}
+
+tag_check fault(tag_fault kind, std::string message) {
+  tag_check c;
+  c.fault = kind;
+  c.message = std::move(message);
+  return c;
+}
+
+}  // namespace
+
+const char* fault_name(tag_fault fault) {
+  switch (fault) {
+    case tag_fault::none:
+      return "resolved";
+    case tag_fault::unknown_variable:
+      return "unknown variable";
+    case tag_fault::unknown_member:
+      return "unknown member";
+    case tag_fault::subscript_out_of_bounds:
+      return "subscript outside the bounds";
+    case tag_fault::subscript_on_elementary:
+      return "subscript on an elementary value";
+    case tag_fault::member_of_elementary:
+      return "member of an elementary value";
+    case tag_fault::malformed:
+      return "malformed subscript";
+    case tag_fault::needs_member:
+      return "structure: name a member";
+    case tag_fault::needs_subscript:
+      return "array of structures: give a subscript";
+  }
+  return "?";
+}
+
+bool tag_checker::is_array(uint16_t type) const {
+  const auto it = dict_.data_types.find(type);
+  return it != dict_.data_types.end() && !array_dimensions(it->second).empty();
+}
+
+bool tag_checker::is_structure(uint16_t type) const {
+  return !is_array(type) && dict_.struct_members.count(type) != 0;
+}
+
+std::vector<std::string> tag_checker::variable_names() const {
+  if (names_.empty()) {
+    for (const auto& entry : dict_.tables) names_.push_back(plain(entry.first));
+  }
+  return names_;
+}
+
+tag_check tag_checker::check(const std::string& name) const {
+  const std::vector<std::string> texts = split_at_dots(name);
+  tag_check result;
+  std::string path;
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    const std::optional<name_part> part = parse_part(texts[i]);
+    if (!part) {
+      return fault(tag_fault::malformed,
+                   texts[i].find_first_of("[]") == std::string::npos
+                       ? "empty name part in '" + name + "'"
+                       : "malformed subscript in '" + texts[i] +
+                             "' (expected integers in one bracket group, e.g. A[3] or M[1, 2])");
+    }
+    tag_check step =
+        i == 0 ? variable_step(part->ident, result) : member_step(part->ident, path, result);
+    if (!step.ok()) return step;
+    path += (i == 0 ? "" : ".") + part->ident;
+    result.element = false;
+    if (!part->subscripted) continue;
+    step = subscript_step(part->subscripts, texts[i], path, result);
+    if (!step.ok()) return step;
+    path += texts[i].substr(texts[i].find('['));
+    if (i + 1 < texts.size()) {
+      result.element = false;
+      result.type_id = dict_.data_types.at(result.type_id).element_type;
+    }
+  }
+  return end_check(path, result);
+}
+
+tag_check tag_checker::variable_step(const std::string& ident, tag_check& result) const {
+  const auto var = dict_.tables.find(ident + '\0');
+  if (var == dict_.tables.end()) {
+    return fault(tag_fault::unknown_variable,
+                 "unknown variable '" + ident + "'" + suggestion(ident, variable_names()));
+  }
+  result.type_id = var->second.type_id;
+  return {};
+}
+
+tag_check tag_checker::member_step(const std::string& ident, const std::string& path,
+                                   tag_check& result) const {
+  const std::string type_name = dictionary_type_name(result.type_id, dict_.data_types);
+  if (is_array(result.type_id)) {
+    return fault(tag_fault::needs_subscript,
+                 path + " is an array (" + type_name + "): give a subscript before ." + ident);
+  }
+  if (!is_structure(result.type_id)) {
+    return fault(tag_fault::member_of_elementary,
+                 path + " is " + type_name + ", which has no member '" + ident + "'");
+  }
+  const auto& list = dict_.struct_members.at(result.type_id);
+  const std::string key = ident + '\0';
+  const auto found =
+      std::find_if(list.begin(), list.end(), [&](const data_type& m) { return m.name == key; });
+  if (found == list.end() || found->bounds.size() < 2) {
+    std::vector<std::string> members;
+    for (const data_type& m : list) members.push_back(plain(m.name));
+    return fault(tag_fault::unknown_member, "unknown member '" + ident + "' of " + path + " (" +
+                                                type_name + ")" + suggestion(ident, members));
+  }
+  result.type_id = wire::le_reader(found->bounds).u16();
+  return {};
+}
+
+// Marks result as one element of the array result.type_id.
+tag_check tag_checker::subscript_step(const std::vector<int32_t>& subscripts,
+                                      const std::string& text, const std::string& path,
+                                      tag_check& result) const {
+  const auto type = dict_.data_types.find(result.type_id);
+  const auto dims = type == dict_.data_types.end() ? std::vector<std::pair<int32_t, int32_t>>{}
+                                                   : array_dimensions(type->second);
+  const std::string declared = dictionary_type_name(result.type_id, dict_.data_types);
+  if (dims.empty()) {
+    return fault(tag_fault::subscript_on_elementary,
+                 "subscript on " + path + ", which is " + declared + ", not an array");
+  }
+  if (subscripts.size() != dims.size()) {
+    return fault(tag_fault::malformed, path + " has " + std::to_string(dims.size()) +
+                                           " dimension(s), '" + text + "' gives " +
+                                           std::to_string(subscripts.size()));
+  }
+  uint32_t number = 0;
+  for (std::size_t d = 0; d < dims.size(); ++d) {
+    const int32_t s = subscripts[d];
+    if (s < dims[d].first || s > dims[d].second) {
+      return fault(tag_fault::subscript_out_of_bounds,
+                   "subscript " + std::to_string(s) + " outside the bounds of " + path + " (" +
+                       declared + ": " + bounds_text(dims) + ")");
+    }
+    number = number * static_cast<uint32_t>(dims[d].second - dims[d].first + 1) +
+             static_cast<uint32_t>(s - dims[d].first);
+  }
+  result.element = true;
+  result.element_number = number;
+  return {};
+}
+
+// A name must end on a value a request can carry: not on a structure.
+tag_check tag_checker::end_check(const std::string& path, const tag_check& result) const {
+  const uint16_t last =
+      result.element ? dict_.data_types.at(result.type_id).element_type : result.type_id;
+  const auto last_name = [&] { return dictionary_type_name(last, dict_.data_types); };
+  if (is_structure(last)) {
+    const auto& first = dict_.struct_members.at(last).front();
+    return fault(tag_fault::needs_member, path + " is a structure (" + last_name() +
+                                              "): name a member, e.g. " + path + "." +
+                                              plain(first.name));
+  }
+  if (!result.element && is_array(last)) {
+    const data_type& array = dict_.data_types.at(last);
+    if (is_structure(array.element_type)) {
+      return fault(tag_fault::needs_subscript,
+                   path + " is an array of structures (" + last_name() +
+                       "): name one element's member, e.g. " + path + "[" +
+                       std::to_string(array_dimensions(array).front().first) + "]." +
+                       plain(dict_.struct_members.at(array.element_type).front().name));
+    }
+  }
+  return result;
+}
+
+}  // namespace panelhost

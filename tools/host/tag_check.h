@@ -1,0 +1,58 @@
+// Checks a tag name against the controller's dictionary before anything is sent: the
+// variable and every member must exist, and every subscript must name an element of an
+// array inside its declared bounds. The driver leaves element addressing to the host,
+// so a subscript the host gets wrong would read or overwrite a neighbouring variable.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/host/dictionary.h"
+
+namespace panelhost {
+
+enum class tag_fault {
+  none,
+  unknown_variable,
+  unknown_member,
+  subscript_out_of_bounds,
+  subscript_on_elementary,  // a subscript on a value that is not an array
+  member_of_elementary,     // a member of a value that is not a structure
+  malformed,                // a subscript or name part that cannot be read
+  needs_member,             // the name ends on a structure: name a member
+  needs_subscript,          // an array of structures without a subscript
+};
+
+// Short stable text of a fault kind ("unknown variable", ...), as --json reports it.
+const char* fault_name(tag_fault fault);
+
+struct tag_check {
+  tag_fault fault = tag_fault::none;
+  std::string message;          // one line, when fault != none
+  uint16_t type_id = 0;         // the addressed item's type (the array's when an element)
+  bool element = false;         // the name ends in a subscript: one element of type_id
+  uint32_t element_number = 0;  // that element, counted from the array's first
+  bool ok() const { return fault == tag_fault::none; }
+};
+
+class tag_checker {
+ public:
+  explicit tag_checker(const dictionary& dict) : dict_(dict) {}
+  tag_check check(const std::string& name) const;
+
+ private:
+  // Steps of check(); each returns a fault, or an ok result after updating result.
+  tag_check variable_step(const std::string& ident, tag_check& result) const;
+  tag_check member_step(const std::string& ident, const std::string& path, tag_check& result) const;
+  tag_check subscript_step(const std::vector<int32_t>& subscripts, const std::string& text,
+                           const std::string& path, tag_check& result) const;
+  tag_check end_check(const std::string& path, const tag_check& result) const;
+  bool is_array(uint16_t type) const;
+  bool is_structure(uint16_t type) const;
+  std::vector<std::string> variable_names() const;
+  const dictionary& dict_;
+  mutable std::vector<std::string> names_;  // for suggestions, built on first need
+};
+
+}  // namespace panelhost
