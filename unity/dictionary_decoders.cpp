@@ -49,16 +49,8 @@ bytes copy_checked(const bytes& message, std::size_t from, std::size_t count) {
   return out;
 }
 
-// count bytes from `from`; bytes past the end of the message read as 0, as they do in the
-// zero-filled receive buffer.
-bytes copy_padded(const bytes& message, std::size_t from, std::size_t count) {
-  bytes out(count, 0);
-  for (std::size_t i = 0; i < count && from + i < message.size(); ++i) out[i] = message[from + i];
-  return out;
-}
-
 uint16_t u16_padded(const bytes& message, std::size_t from) {
-  return wire::le_reader(copy_padded(message, from, 2)).u16();
+  return wire::le_reader(wire::zero_padded(message, from, 2)).u16();
 }
 
 }  // namespace
@@ -188,7 +180,7 @@ void unity_process::save_array_detail(std::vector<unity_frame> frames, data_type
     const std::size_t dimensions = message->at(5);
     if (frames[i].record_format == array_detail) {
       // From the dimension count itself on: readers of bounds expect that leading byte.
-      entry.second.bounds = copy_padded(*message, 5, dimensions * bytes_per_dimension);
+      entry.second.bounds = wire::zero_padded(*message, 5, dimensions * bytes_per_dimension);
     }
     entry.second.element_type = wire::le_reader(*message, 3).u16();
   }

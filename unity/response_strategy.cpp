@@ -1,9 +1,9 @@
 #include <algorithm>
-#include <array>
 #include <iterator>
 
 #include "unity/message_strategy.h"
 #include "wire/byte_cursor.h"
+#include "wire/byte_window.h"
 #include "wire/unity_constants.h"
 
 namespace {
@@ -23,9 +23,8 @@ unity_frame read_reply_header(const modbus_tcp_frame& frame) {
   const auto& data = frame.pdu.data;
   unity_frame out;
   out.function_code = frame.pdu.function_code;
-  std::array<unsigned char, header_size> header{};
-  std::copy_n(data.begin(), std::min(header.size(), data.size()), header.begin());
-  wire::basic_le_reader<std::array<unsigned char, header_size>> in(header);
+  const wire::bytes header = wire::zero_padded(data, 0, header_size);
+  wire::le_reader in(header);
   out.status_word = in.u16();
   out.record_format = in.u8();
   out.next_address = in.u32();
