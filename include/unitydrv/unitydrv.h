@@ -204,6 +204,9 @@ enum {
  *   STRING 212                     1 unit per character, the    2 characters per entry,
  *                                  character in the low byte    first one in the low byte
  *
+ *   On an offline device a whole-value write takes every type from write_words, BOOL
+ *   and BitArray included (one byte an element), whatever write_count says.
+ *
  *   (*) the controller's byte as it is; for a variable whose dictionary type id is 25
  *       (EBOOL) the unit is 1 when the byte apart from its bit 1 is non-zero, else 0 (a
  *       byte of exactly 2 reads as 0).
@@ -246,8 +249,12 @@ enum {
  *   - One read is one reply, received in one piece of at most 2,048 bytes of which 2,038
  *     are values: the value bytes of all requests of one call (element size times
  *     element_count; BOOL, BitArray, STRING 1 byte an element) must stay within 2,038.
- *   - result_words holds 2,048 units. A whole-value read delivers at most 792 bytes
- *     (396 units) per request position; a bit-addressed read one unit per element.
+ *   - result_words holds 2,048 units. A whole-value read delivers all n elements: the
+ *     values of a request fill the driver's result slot of its position and run on into
+ *     the slots of the positions behind it (804 bytes apart), whose own values then
+ *     overwrite them in request order. Give a long read a call of its own, or put it
+ *     last. Each result receives at most its 4,096 bytes; a bit-addressed read one unit
+ *     per element.
  *
  * Exceptions. The entry points are C functions but the library is C++, and a reply too
  * short for a field the driver reads raises std::out_of_range out of GetInitCmdEx2 or

@@ -1,6 +1,8 @@
 // plcsim: serve a project as a controller, or write a generated project file.
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <thread>
@@ -38,7 +40,8 @@ int serve(const std::string& project_file, std::string listen, const std::string
     return 1;
   }
   if (!srv.start(listen, port)) {
-    std::cerr << "plcsim: cannot listen on " << listen << ':' << port << '\n';
+    std::cerr << "plcsim: cannot listen on " << listen << ':' << port << ": "
+              << std::strerror(errno) << '\n';
     return 1;
   }
   std::signal(SIGINT, on_signal);

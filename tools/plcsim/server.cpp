@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <list>
 #include <mutex>
@@ -172,7 +173,7 @@ struct server::impl {
     while (running) {
       pollfd pfd{listen_fd, POLLIN, 0};
       if (::poll(&pfd, 1, poll_ms) <= 0) continue;
-      int fd = ::accept(listen_fd, nullptr, nullptr);
+      int fd = ::accept4(listen_fd, nullptr, nullptr, SOCK_CLOEXEC);
       if (fd < 0) continue;
       int one = 1;
       ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
@@ -199,7 +200,8 @@ server::~server() {
 
 bool server::start(const std::string& address, uint16_t port) {
   if (impl_->running) return false;
-  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  // Close-on-exec: a program started by the simulator's process must not keep its port.
+  int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return false;
   int one = 1;
   ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
@@ -210,7 +212,9 @@ bool server::start(const std::string& address, uint16_t port) {
   if (::inet_pton(AF_INET, address.c_str(), &sa.sin_addr) != 1 ||
       ::bind(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) != 0 || ::listen(fd, 16) != 0 ||
       ::getsockname(fd, reinterpret_cast<sockaddr*>(&sa), &len) != 0) {
+    const int reason = errno;  // for the caller's message
     ::close(fd);
+    errno = reason;
     return false;
   }
   impl_->listen_fd = fd;
