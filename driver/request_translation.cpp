@@ -131,19 +131,12 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
   counts.reserve(items.size());
   for (int i = 0; i < count; ++i) {
     offline_stTag_578 tag;
-    const uint16_t n = driver.offline_FillTagStruct(&device.tag_table, &tag, &requests[i].ref);
     result_slot& slot = device.tag_table.slot(static_cast<std::size_t>(i));
-    slot.type_code = tag.request_byte;
-    slot.bit_number = static_cast<uint8_t>(tag.bit_number);
-    slot.element_count = n;
-    // The whole unit is read; the input filter picks the bit out.
-    tag.bit_number = static_cast<int8_t>(host_request::no_bit);
-    const bool bit_array = tag.request_byte == host_request::type_bit_array;
-    if (bit_array && n > 1) host_request::rename_bit_array_element(device, tag);
+    const uint16_t n = host_request::prepare_read(driver, device, requests[i], slot, tag);
     read_comm& item = items[static_cast<std::size_t>(i)];
     fill_item(item, tag, element_size(tag.request_byte) * tag.request_word, n);
     // A BitArray's length comes from its data type.
-    if (bit_array) item.read_format = 0x21;
+    if (tag.request_byte == host_request::type_bit_array) item.read_format = 0x21;
     tags.push_back(tag);
     counts.push_back(n);
   }
