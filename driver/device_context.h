@@ -22,4 +22,6 @@ struct device_context {
   std::set<std::string> element_names;
   // The items of the last read, kept so that each cycle reuses them (request translation).
   std::vector<read_comm> read_items;
+  // The value bytes of the last read, kept for the same reason.
+  std::vector<unsigned char> read_values;
 };
