@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <array>
+#include <boost/algorithm/string/split.hpp>
 #include <cstring>
 #include <set>
-
-#include <boost/algorithm/string/classification.hpp>
-#include <boost/algorithm/string/split.hpp>
+#include <string_view>
+#include <unordered_map>
 
 #include "tag_index/tag_names.h"
 #include "tag_index/tag_table.h"
@@ -125,7 +125,11 @@ void add_block_size(const member_map& struct_members, unsigned short type_id, un
 // "a..b." gives "a", "", "b", "": every dot ends a part, empty parts are kept.
 std::vector<std::string> split_at_dots(const std::string& name) {
   std::vector<std::string> parts;
-  boost::algorithm::split(parts, name, boost::is_any_of("."), boost::token_compress_off);
+  // A plain predicate rather than is_any_of("."): the split copies its finder several
+  // times, and is_any_of's character set does not fit boost::function's small buffer, so
+  // each copy allocated. Same parts.
+  boost::algorithm::split(
+      parts, name, [](char c) { return c == '.'; }, boost::token_compress_off);
   return parts;
 }
 
@@ -178,7 +182,18 @@ bool resolve_member_path(tag_entry& entry, const std::vector<std::string>& parts
   return stored;
 }
 
-bool resolve_tag(tag_entry& entry, const std::map<std::string, table>& tables,
+// The variables by name, hashed: the map's own look-up compares long common prefixes
+// ("Var_000123") at every level of its tree, and a handshake looks up every tag.
+using variable_index = std::unordered_map<std::string_view, const table*>;
+
+variable_index index_variables(const std::map<std::string, table>& tables) {
+  variable_index index;
+  index.reserve(tables.size());
+  for (const auto& [name, variable] : tables) index.emplace(name, &variable);
+  return index;
+}
+
+bool resolve_tag(tag_entry& entry, const variable_index& variables,
                  const member_map& struct_members) {
   // Wide names are read up to their first zero byte, as the 8-bit text they start with.
   std::string name = entry.name != nullptr ? entry.name : "";
@@ -189,17 +204,18 @@ bool resolve_tag(tag_entry& entry, const std::map<std::string, table>& tables,
   std::string base = zero_terminated(parts.at(0));
   const std::vector<int> base_indices = pares_array_indices_from_subscript(base);
   remove_array_index(base);
-  const auto variable = tables.find(base);
-  if (variable == tables.end()) {
+  const auto found = variables.find(base);
+  if (found == variables.end()) {
     return false;
   }
+  const table& variable = *found->second;
   if (parts.size() == 1) {
-    entry.read_format = static_cast<uint32_t>(variable->second.read_format);
-    entry.type_id = variable->second.type_id;
-    copy_location(variable->second.location, entry.location);
+    entry.read_format = static_cast<uint32_t>(variable.read_format);
+    entry.type_id = variable.type_id;
+    copy_location(variable.location, entry.location);
     return true;
   }
-  return resolve_member_path(entry, parts, variable->second, base_indices, struct_members);
+  return resolve_member_path(entry, parts, variable, base_indices, struct_members);
 }
 
 }  // namespace
@@ -216,9 +232,10 @@ int offline_CTagTable_578::setup_memory_index_in_place(const std::map<std::strin
   if (tag_count == 0) {
     return 0;
   }
+  const variable_index variables = index_variables(tables);
   int resolved = 0;
   for (uint32_t i = 0; i < tag_count; ++i) {
-    if (resolve_tag(entries[i], tables, struct_members)) {
+    if (resolve_tag(entries[i], variables, struct_members)) {
       resolved = 1;
     }
   }
