@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Installs what the build, the tests and the tools need on Debian 12 (only what is missing).
+# --bench adds what scripts/bench.sh needs besides (the plot's matplotlib).
 set -euo pipefail
 
 packages=(
@@ -10,6 +11,7 @@ packages=(
   clang libclang-rt-14-dev
   libmodbus-dev valgrind iproute2
 )
+[ "${1:-}" = "--bench" ] && packages+=(python3-matplotlib)
 
 missing=()
 for p in "${packages[@]}"; do
