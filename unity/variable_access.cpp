@@ -30,10 +30,11 @@ constexpr std::size_t max_write_item_size = 10;
 constexpr std::size_t first_code_pos = 7;
 
 // Byte address of an item inside its block; only the low 24 bits of the base offset count.
-// Inline and unchecked: the six location bytes are a fixed array.
+// Inline: the reads are at fixed positions of a fixed array, so their checks fold away.
 inline uint32_t item_address(const read_comm& item) {
-  const std::array<unsigned char, 6>& l = item.location;
-  const uint32_t base = l[2] | static_cast<uint32_t>(l[3]) << 8 | static_cast<uint32_t>(l[4]) << 16;
+  wire::basic_le_reader<std::array<unsigned char, 6>> r(item.location, 2);
+  uint32_t base = r.u16();
+  base |= static_cast<uint32_t>(r.u8()) << 16;
   return base + item.element_offset + static_cast<uint32_t>(item.member_offset);
 }
 
