@@ -1,9 +1,11 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <functional>
 #include <set>
 #include <string_view>
-#include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "tag_index/tag_names.h"
 #include "tag_index/tag_table.h"
@@ -188,15 +190,37 @@ bool resolve_member_path(tag_entry& entry, const std::vector<std::string>& parts
 }
 
 // The variables by name, hashed: the map's own look-up compares long common prefixes
-// ("Var_000123") at every level of its tree, and a handshake looks up every tag.
-using variable_index = std::unordered_map<std::string_view, const table*>;
+// ("Var_000123") at every level of its tree, and a handshake looks up every tag. Open
+// addressing in one array: building it allocates once, not once per variable.
+class variable_index {
+ public:
+  explicit variable_index(const std::map<std::string, table>& tables) {
+    std::size_t size = 16;
+    while (size < 2 * tables.size()) size *= 2;
+    slots_.resize(size);
+    for (const auto& [name, variable] : tables) {
+      std::size_t i = first_slot(name);
+      while (slots_[i].second != nullptr) i = (i + 1) & (size - 1);
+      slots_[i] = {name, &variable};
+    }
+  }
 
-variable_index index_variables(const std::map<std::string, table>& tables) {
-  variable_index index;
-  index.reserve(tables.size());
-  for (const auto& [name, variable] : tables) index.emplace(name, &variable);
-  return index;
-}
+  // The variable named name exactly, or null.
+  const table* find(std::string_view name) const {
+    for (std::size_t i = first_slot(name);; i = (i + 1) & (slots_.size() - 1)) {
+      const auto& [key, variable] = slots_[i];
+      if (variable == nullptr || key == name) return variable;
+    }
+  }
+
+ private:
+  std::size_t first_slot(std::string_view name) const {
+    return std::hash<std::string_view>{}(name) & (slots_.size() - 1);
+  }
+
+  // Never full: at most half the slots are used, so every probe ends at an empty one.
+  std::vector<std::pair<std::string_view, const table*>> slots_;
+};
 
 bool resolve_tag(tag_entry& entry, const variable_index& variables,
                  const member_map& struct_members) {
@@ -209,11 +233,11 @@ bool resolve_tag(tag_entry& entry, const variable_index& variables,
   std::string base = zero_terminated(parts.at(0));
   const std::vector<int> base_indices = pares_array_indices_from_subscript(base);
   remove_array_index(base);
-  const auto found = variables.find(base);
-  if (found == variables.end()) {
+  const table* found = variables.find(base);
+  if (found == nullptr) {
     return false;
   }
-  const table& variable = *found->second;
+  const table& variable = *found;
   if (parts.size() == 1) {
     entry.read_format = static_cast<uint32_t>(variable.read_format);
     entry.type_id = variable.type_id;
@@ -237,7 +261,7 @@ int offline_CTagTable_578::setup_memory_index_in_place(const std::map<std::strin
   if (tag_count == 0) {
     return 0;
   }
-  const variable_index variables = index_variables(tables);
+  const variable_index variables(tables);
   int resolved = 0;
   for (uint32_t i = 0; i < tag_count; ++i) {
     if (resolve_tag(entries[i], variables, struct_members)) {
