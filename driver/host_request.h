@@ -3,6 +3,7 @@
 // data image and the 16-bit unit layout of result slots and host results.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -21,8 +22,7 @@ constexpr uint8_t type_bit_array = UNITYDRV_TYPE_BITARRAY;
 constexpr uint8_t type_string = UNITYDRV_TYPE_STRING;
 
 // Bytes per element of a PLC type code; 0 for codes the driver does not know.
-// Inline: it runs for every element of every request.
-inline unsigned element_size(uint8_t type_code) {
+constexpr unsigned element_size_of(uint8_t type_code) {
   switch (type_code) {
     case UNITYDRV_TYPE_BOOL:
     case UNITYDRV_TYPE_SINT:
@@ -48,6 +48,20 @@ inline unsigned element_size(uint8_t type_code) {
     default:
       return 0;
   }
+}
+
+constexpr std::array<uint8_t, 256> element_size_table() {
+  std::array<uint8_t, 256> sizes{};
+  for (unsigned code = 0; code < sizes.size(); ++code)
+    sizes[code] = static_cast<uint8_t>(element_size_of(static_cast<uint8_t>(code)));
+  return sizes;
+}
+
+// The same sizes as one table look-up: it runs for every request, and the switch compiles
+// to a chain of jumps.
+inline unsigned element_size(uint8_t type_code) {
+  static constexpr std::array<uint8_t, 256> sizes = element_size_table();
+  return sizes[type_code];
 }
 
 // Bytes one element takes in a slot and in a host result: 1- and 2-byte types take one unit.

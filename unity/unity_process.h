@@ -3,19 +3,19 @@
 #pragma once
 
 #include <array>
+#include <boost/shared_ptr.hpp>
 #include <cstdint>
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include <boost/shared_ptr.hpp>
-
 #include "net/client_socket.h"
 #include "unity/data_type.h"
 #include "unity/message_strategy.h"
 #include "unity/modbus_tcp_frame.h"
 #include "unity/read_comm.h"
+#include "unity/receive_buffer.h"
 #include "unity/table.h"
 #include "unity/unity_frame.h"
 
@@ -65,8 +65,7 @@ class unity_process {
   void get_data_type_list();
   void get_data_type_detail();
   bool browse();
-  modbus_tcp_frame create_get_data_type_request(unsigned short step, unsigned char code,
-                                                bool& more,
+  modbus_tcp_frame create_get_data_type_request(unsigned short step, unsigned char code, bool& more,
                                                 const std::vector<unsigned char>& continuation);
   modbus_tcp_frame create_get_data_type_detail_request(unsigned short step, unsigned char code,
                                                        bool& more,
@@ -109,4 +108,12 @@ class unity_process {
  private:
   // Sends an encoded frame on the session's descriptor; -1 on failure.
   long send_frame(const modbus_tcp_frame& frame);
+  long send_bytes(const unsigned char* bytes, std::size_t size);
+  // client_recv into reply_buffer_, which is left holding exactly the bytes received.
+  void receive_reply();
+
+  // Kept from one exchange to the next so that a warm read cycle allocates nothing: the
+  // encoded read request (its used length is returned by the builder) and the reply.
+  std::vector<unsigned char> request_buffer_;
+  receive_buffer reply_buffer_;
 };

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "unity/byte_cursor.h"
+
 modbus_tcp_frame unity_request(uint16_t transaction, std::vector<unsigned char> message) {
   modbus_tcp_frame frame;
   frame.transaction_id = transaction;
@@ -9,4 +11,14 @@ modbus_tcp_frame unity_request(uint16_t transaction, std::vector<unsigned char> 
   frame.pdu.data = std::move(message);
   frame.length = static_cast<uint16_t>(frame.pdu.data.size() + 2);
   return frame;
+}
+
+void put_unity_header(std::vector<unsigned char>& raw, uint16_t transaction,
+                      std::size_t message_size) {
+  wire::be_writer out(raw);
+  out.u16(transaction);
+  out.u16(0);  // protocol id
+  out.u16(static_cast<uint16_t>(message_size + 2));
+  out.u8(0);  // unit id
+  out.u8(unity_function_code);
 }
