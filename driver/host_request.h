@@ -22,6 +22,7 @@ constexpr uint8_t type_bit_array = UNITYDRV_TYPE_BITARRAY;
 constexpr uint8_t type_string = UNITYDRV_TYPE_STRING;
 
 // Bytes per element of a PLC type code; 0 for codes the driver does not know.
+// Indexed by code in the type table: it runs for every request.
 using wire::element_size;
 
 // Bytes one element takes in a slot and in a host result: 1- and 2-byte types take one unit.

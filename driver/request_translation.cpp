@@ -31,7 +31,8 @@ void fill_item(read_comm& item, const offline_stTag_578& tag, uint32_t element_o
   item.read_format = static_cast<uint8_t>(tag.read_format);
   item.type_id = tag.type_id;
   item.single_element = 0;
-  item.data.clear();
+  // Clearing an empty deque still walks its map: a read item's data is always empty.
+  if (!item.data.empty()) item.data.clear();
 }
 
 read_comm item_from(const offline_stTag_578& tag, uint32_t element_offset, uint16_t count) {
@@ -45,35 +46,31 @@ uint16_t bit_unit(uint8_t byte) {
   return (byte & ~0x02u) != 0 ? 1 : 0;
 }
 
-// Unpacks the reply bytes of one request into the area from its slot's data on; advances
-// the reader past them. A long request runs on past its own slot.
-void fill_slot(uint8_t* area, std::size_t room, const offline_stTag_578& tag, const read_comm& item,
-               uint16_t count, wire::le_reader& in) {
+// Unpacks the reply bytes of one request (its type code, and its element count in the
+// item) into the area from its slot's data on; advances the reader past them. A long
+// request runs on past its own slot, over the slots behind it, headers included: their
+// type and count are therefore taken from the request, never from a slot.
+void fill_slot(uint8_t* area, std::size_t room, uint8_t type, const read_comm& item,
+               wire::le_reader& in) {
   std::memset(area, 0, 512);
   host_request::unit_writer out(area, room);
-  const bool one_bit = item.single_element != 0 || item.type_id == 25;
-  for (unsigned k = 0; k < count; ++k) {
-    switch (tag.request_byte) {
-      case UNITYDRV_TYPE_STRING:
-        out.low_byte(in.u8());
-        break;
-      case UNITYDRV_TYPE_BOOL:
-      case UNITYDRV_TYPE_SINT:
-      case UNITYDRV_TYPE_BYTE:
-      case UNITYDRV_TYPE_BITARRAY:
-      case UNITYDRV_TYPE_USINT: {
-        const uint8_t byte = in.u8();
-        out.unit(one_bit ? bit_unit(byte) : byte);
-        break;
-      }
-      default: {
-        const unsigned size = element_size(tag.request_byte);
-        if (size == 2) out.unit(in.u16());
-        if (size == 4) out.units(in.u32(), 2);
-        if (size == 8) out.units(in.u64(), 4);
-        break;
-      }
+  const unsigned count = item.count;
+  // One type per request: its size is looked up once, not per element.
+  const unsigned size = element_size(type);
+  if (type == UNITYDRV_TYPE_STRING) {
+    for (unsigned k = 0; k < count; ++k) out.low_byte(in.u8());
+  } else if (size == 1) {
+    const bool one_bit = item.single_element != 0 || item.type_id == 25;
+    for (unsigned k = 0; k < count; ++k) {
+      const uint8_t byte = in.u8();
+      out.unit(one_bit ? bit_unit(byte) : byte);
     }
+  } else if (size == 2) {
+    for (unsigned k = 0; k < count; ++k) out.unit(in.u16());
+  } else if (size == 4) {
+    for (unsigned k = 0; k < count; ++k) out.units(in.u32(), 2);
+  } else if (size == 8) {
+    for (unsigned k = 0; k < count; ++k) out.units(in.u64(), 4);
   }
 }
 
@@ -125,10 +122,8 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
   std::vector<read_comm>& items = device.read_items;
   items.resize(static_cast<std::size_t>(std::max(count, 0)));
   if (items.empty()) return;
-  std::vector<offline_stTag_578> tags;
-  std::vector<uint16_t> counts;
-  tags.reserve(items.size());
-  counts.reserve(items.size());
+  std::vector<uint8_t>& types = device.read_types;
+  types.resize(items.size());
   for (int i = 0; i < count; ++i) {
     offline_stTag_578 tag;
     result_slot& slot = device.tag_table.slot(static_cast<std::size_t>(i));
@@ -137,16 +132,16 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
     fill_item(item, tag, element_size(tag.request_byte) * tag.request_word, n);
     // A BitArray's length comes from its data type.
     if (tag.request_byte == host_request::type_bit_array) item.read_format = 0x21;
-    tags.push_back(tag);
-    counts.push_back(n);
+    types[static_cast<std::size_t>(i)] = tag.request_byte;
   }
-  std::vector<unsigned char> bytes;
+  // Kept by the device, like the items, so that a warm cycle allocates nothing.
+  std::vector<unsigned char>& bytes = device.read_values;
   if (device.session.read(items, bytes) == 0) return;
   wire::le_reader in(bytes);
   // In request order: a fill that runs into the slots behind it is overwritten by theirs.
-  for (std::size_t j = 0; j < tags.size(); ++j) {
+  for (std::size_t j = 0; j < items.size(); ++j) {
     const std::size_t room = fill_room(bytes, in);
-    fill_slot(device.tag_table.slot_data(j, room), room, tags[j], items[j], counts[j], in);
+    fill_slot(device.tag_table.slot_data(j, room), room, types[j], items[j], in);
   }
 }
 

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Installs what the build, the tests and the tools need on Debian 12 (only what is missing).
+# --bench adds what scripts/bench.sh needs besides (the plot's matplotlib).
 set -euo pipefail
 
 packages=(
@@ -11,6 +12,7 @@ packages=(
   libmodbus-dev valgrind iproute2
   tshark
 )
+[ "${1:-}" = "--bench" ] && packages+=(python3-matplotlib)
 
 missing=()
 for p in "${packages[@]}"; do

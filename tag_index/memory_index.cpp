@@ -1,9 +1,11 @@
 #include <algorithm>
 #include <array>
-#include <boost/algorithm/string/classification.hpp>
-#include <boost/algorithm/string/split.hpp>
 #include <cstring>
+#include <functional>
 #include <set>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "tag_index/tag_names.h"
 #include "tag_index/tag_table.h"
@@ -114,11 +116,21 @@ void add_block_size(const member_map& struct_members, unsigned short type_id, un
   }
 }
 
-// "a..b." gives "a", "", "b", "": every dot ends a part, empty parts are kept.
+// "a..b." gives "a", "", "b", "": every dot ends a part, empty parts are kept. Split by
+// hand: boost's split builds its result through a chain of iterator adaptors that cost
+// more than the rest of a tag's resolution.
 std::vector<std::string> split_at_dots(const std::string& name) {
   std::vector<std::string> parts;
-  boost::algorithm::split(parts, name, boost::is_any_of("."), boost::token_compress_off);
-  return parts;
+  std::size_t start = 0;
+  for (;;) {
+    const std::size_t dot = name.find('.', start);
+    if (dot == std::string::npos) {
+      parts.emplace_back(name, start);
+      return parts;
+    }
+    parts.emplace_back(name, start, dot - start);
+    start = dot + 1;
+  }
 }
 
 // Walks the member parts of one tag below its variable; true when a part was stored.
@@ -170,7 +182,40 @@ bool resolve_member_path(tag_entry& entry, const std::vector<std::string>& parts
   return stored;
 }
 
-bool resolve_tag(tag_entry& entry, const std::map<std::string, table>& tables,
+// The variables by name, hashed: the map's own look-up compares long common prefixes
+// ("Var_000123") at every level of its tree, and a handshake looks up every tag. Open
+// addressing in one array: building it allocates once, not once per variable.
+class variable_index {
+ public:
+  explicit variable_index(const std::map<std::string, table>& tables) {
+    std::size_t size = 16;
+    while (size < 2 * tables.size()) size *= 2;
+    slots_.resize(size);
+    for (const auto& [name, variable] : tables) {
+      std::size_t i = first_slot(name);
+      while (slots_[i].second != nullptr) i = (i + 1) & (size - 1);
+      slots_[i] = {name, &variable};
+    }
+  }
+
+  // The variable named name exactly, or null.
+  const table* find(std::string_view name) const {
+    for (std::size_t i = first_slot(name);; i = (i + 1) & (slots_.size() - 1)) {
+      const auto& [key, variable] = slots_[i];
+      if (variable == nullptr || key == name) return variable;
+    }
+  }
+
+ private:
+  std::size_t first_slot(std::string_view name) const {
+    return std::hash<std::string_view>{}(name) & (slots_.size() - 1);
+  }
+
+  // Never full: at most half the slots are used, so every probe ends at an empty one.
+  std::vector<std::pair<std::string_view, const table*>> slots_;
+};
+
+bool resolve_tag(tag_entry& entry, const variable_index& variables,
                  const member_map& struct_members) {
   // Wide names are read up to their first zero byte, as the 8-bit text they start with.
   std::string name = entry.name != nullptr ? entry.name : "";
@@ -181,17 +226,18 @@ bool resolve_tag(tag_entry& entry, const std::map<std::string, table>& tables,
   std::string base = zero_terminated(parts.at(0));
   const std::vector<int> base_indices = pares_array_indices_from_subscript(base);
   remove_array_index(base);
-  const auto variable = tables.find(base);
-  if (variable == tables.end()) {
+  const table* found = variables.find(base);
+  if (found == nullptr) {
     return false;
   }
+  const table& variable = *found;
   if (parts.size() == 1) {
-    entry.read_format = static_cast<uint32_t>(variable->second.read_format);
-    entry.type_id = variable->second.type_id;
-    copy_location(variable->second.location, entry.location);
+    entry.read_format = static_cast<uint32_t>(variable.read_format);
+    entry.type_id = variable.type_id;
+    copy_location(variable.location, entry.location);
     return true;
   }
-  return resolve_member_path(entry, parts, variable->second, base_indices, struct_members);
+  return resolve_member_path(entry, parts, variable, base_indices, struct_members);
 }
 
 }  // namespace
@@ -208,9 +254,10 @@ int offline_CTagTable_578::setup_memory_index_in_place(const std::map<std::strin
   if (tag_count == 0) {
     return 0;
   }
+  const variable_index variables(tables);
   int resolved = 0;
   for (uint32_t i = 0; i < tag_count; ++i) {
-    if (resolve_tag(entries[i], tables, struct_members)) {
+    if (resolve_tag(entries[i], variables, struct_members)) {
       resolved = 1;
     }
   }

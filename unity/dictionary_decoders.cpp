@@ -103,13 +103,15 @@ void unity_process::save_table_info(std::vector<unity_frame> frames) {
       entry.type_id = in.u16();
       entry.location = copy_checked(*message, pos + 2, variable_address.size());
       pos += 10;
-      const std::string name = read_name(*message, pos);
+      std::string name = read_name(*message, pos);
       if (std::all_of(variable_address.begin(), variable_address.end(),
                       [](unsigned char b) { return b == 0; })) {
         std::copy(entry.location.begin(), entry.location.end(), variable_address.begin());
       }
       entry.read_format = read_comm::get_read_format_from_type(entry.type_id);
-      tables[name] = std::move(entry);
+      // Variables come in name order: the end is the right place for each, found without
+      // walking the tree. The same map either way when they do not.
+      tables.insert_or_assign(tables.end(), std::move(name), std::move(entry));
     }
   }
 }

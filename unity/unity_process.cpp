@@ -31,26 +31,32 @@ void unity_process::stop() {
   socket.close();
 }
 
-// One wait and one recv: the bytes of that single read are taken as the whole reply.
 std::vector<unsigned char> unity_process::client_recv() {
-  std::vector<unsigned char> buffer(receive_buffer_size, 0);
+  receive_reply();
+  return std::vector<unsigned char>(reply_buffer_.begin(), reply_buffer_.end());
+}
+
+// One wait and one recv: the bytes of that single read are taken as the whole reply.
+void unity_process::receive_reply() {
+  // Sized up without clearing: only the bytes recv writes are kept.
+  reply_buffer_.resize(receive_buffer_size);
   const int fd = socket.descriptor();
   constexpr long reply_wait_ms = 1000;
-  if (orm::wait_one(fd, orm::wait_for::read, reply_wait_ms) < 1) {
-    return {};
+  ssize_t n = 0;
+  if (orm::wait_one(fd, orm::wait_for::read, reply_wait_ms) > 0) {
+    n = ::recv(fd, reply_buffer_.data(), reply_buffer_.size(), 0);
   }
-  const ssize_t n = ::recv(fd, buffer.data(), buffer.size(), 0);
-  if (n <= 0) {
-    return {};
-  }
-  buffer.resize(static_cast<std::size_t>(n));
-  return buffer;
+  reply_buffer_.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
 }
 
 long unity_process::send_frame(const modbus_tcp_frame& frame) {
   const std::vector<unsigned char> raw = frame.to_raw_data();
+  return send_bytes(raw.data(), raw.size());
+}
+
+long unity_process::send_bytes(const unsigned char* bytes, std::size_t size) {
   // MSG_NOSIGNAL: a connection dropped by the controller must not raise SIGPIPE in the host.
-  return ::send(socket.descriptor(), raw.data(), raw.size(), MSG_NOSIGNAL);
+  return ::send(socket.descriptor(), bytes, size, MSG_NOSIGNAL);
 }
 
 bool unity_process::is_bme_p58() const {

@@ -14,6 +14,7 @@
 #include "unity/dictionary_records.h"
 #include "unity/message_strategy.h"
 #include "unity/modbus_tcp_frame.h"
+#include "unity/receive_buffer.h"
 
 class unity_process {
  public:
@@ -104,4 +105,12 @@ class unity_process {
  private:
   // Sends an encoded frame on the session's descriptor; -1 on failure.
   long send_frame(const modbus_tcp_frame& frame);
+  long send_bytes(const unsigned char* bytes, std::size_t size);
+  // client_recv into reply_buffer_, which is left holding exactly the bytes received.
+  void receive_reply();
+
+  // Kept from one exchange to the next so that a warm read cycle allocates nothing: the
+  // encoded read request (its used length is returned by the builder) and the reply.
+  std::vector<unsigned char> request_buffer_;
+  receive_buffer reply_buffer_;
 };

@@ -31,13 +31,12 @@ constexpr std::size_t max_write_item_size = 10;
 constexpr std::size_t first_code_pos = 7;
 
 // Byte address of an item inside its block; only the low 24 bits of the base offset count.
-uint32_t item_address(const read_comm& item) {
+// Inline: the reads are at fixed positions of a fixed array, so their checks fold away.
+inline uint32_t item_address(const read_comm& item) {
   wire::basic_le_reader<std::array<unsigned char, 6>> r(item.location, 2);
   uint32_t base = r.u16();
   base |= static_cast<uint32_t>(r.u8()) << 16;
-  uint32_t address = base + item.element_offset;
-  if (item.member_offset != 0) address += static_cast<uint32_t>(item.member_offset);
-  return address;
+  return base + item.element_offset + static_cast<uint32_t>(item.member_offset);
 }
 
 bool is_run_of_typed_elements(const read_comm& item) {
@@ -73,14 +72,17 @@ unsigned char write_item_code(const read_comm& item,
   return static_cast<unsigned char>(read_comm::use_reading_defines_length_from_type(element));
 }
 
-}  // namespace
+std::size_t read_message_capacity(std::size_t item_count) {
+  return message_header_size + max_read_item_size * item_count;
+}
 
-modbus_tcp_frame unity_process::create_read_request(unsigned short transaction, unsigned char,
-                                                    bool&, std::vector<read_comm>& items, bool&) {
-  wire::bytes message;
-  message.reserve(message_header_size + max_read_item_size * items.size());
-  wire::le_writer w(message);
-  put_message_header(w, read_variables, table_address, items.size());
+// Writes the read-variables message at out, which has room for read_message_capacity bytes;
+// returns its size. Marks single_element on one-element items of an EBOOL array type.
+std::size_t put_read_message(unsigned char* out, uint32_t table_address,
+                             const std::map<unsigned short, data_type>& data_types,
+                             std::vector<read_comm>& items) {
+  wire::le_span_writer w(out);
+  w.u8(0x00).u8(read_variables).u32(table_address).u8(static_cast<uint8_t>(items.size()));
   for (read_comm& item : items) {
     const uint32_t address = item_address(item);
     w.u8(read_item_code(item, data_types)).u8(item.location[0]).u8(item.location[1]).u8(0x01);
@@ -94,6 +96,15 @@ modbus_tcp_frame unity_process::create_read_request(unsigned short transaction, 
     w.u8(static_cast<uint8_t>(address));
     if (item.read_format == no_direct_format || is_run_of_typed_elements(item)) w.u16(item.count);
   }
+  return static_cast<std::size_t>(w.pos() - out);
+}
+
+}  // namespace
+
+modbus_tcp_frame unity_process::create_read_request(unsigned short transaction, unsigned char,
+                                                    bool&, std::vector<read_comm>& items, bool&) {
+  wire::bytes message(read_message_capacity(items.size()));
+  message.resize(put_read_message(message.data(), table_address, data_types, items));
   return unity_request(transaction, std::move(message));
 }
 
@@ -123,23 +134,24 @@ int unity_process::read(std::vector<read_comm>& items, std::vector<unsigned char
     state = state_failed;
     return 0;
   }
-  bool expect_reply = true;
-  bool normalise = false;
-  const modbus_tcp_frame request =
-      create_read_request(transaction_counter, 2, expect_reply, items, normalise);
-  if (send_frame(request) == -1) {
+  // The same bytes as create_read_request(...).to_raw_data(), built in the session's kept
+  // buffer (never shrunk, so only a larger request than any before allocates).
+  const std::size_t capacity = unity_header_size + read_message_capacity(items.size());
+  if (request_buffer_.size() < capacity) request_buffer_.resize(capacity);
+  const std::size_t size = put_read_message(request_buffer_.data() + unity_header_size,
+                                            table_address, data_types, items);
+  put_unity_header(request_buffer_, transaction_counter, size);
+  if (send_bytes(request_buffer_.data(), unity_header_size + size) == -1) {
     state = state_failed;
     return 0;
   }
-  if (!expect_reply) return 1;
-  const std::vector<unsigned char> reply = client_recv();
+  receive_reply();
+  const receive_buffer& reply = reply_buffer_;
   if (reply.empty() || reply.at(reply_status_pos) != status_ok) {
     state = state_failed;
     return 0;
   }
   values.assign(reply.begin() + reply_values_pos, reply.end());
-  if (normalise)
-    for (unsigned char& v : values) v = (v == 0 || v == 2) ? 0 : 1;
   state = state_read_ok;
   ++transaction_counter;
   return 1;

@@ -97,4 +97,25 @@ class le_writer {
   bytes& buf_;
 };
 
+// Writes little-endian values where the caller has already made room: no capacity check
+// per byte, for builders that size their buffer once for the longest message.
+class le_span_writer {
+ public:
+  explicit le_span_writer(unsigned char* at) : at_(at) {}
+  le_span_writer& u8(uint8_t v) {
+    *at_++ = v;
+    return *this;
+  }
+  le_span_writer& u16(uint16_t v) {
+    return u8(static_cast<uint8_t>(v)).u8(static_cast<uint8_t>(v >> 8));
+  }
+  le_span_writer& u32(uint32_t v) {
+    return u16(static_cast<uint16_t>(v)).u16(static_cast<uint16_t>(v >> 16));
+  }
+  unsigned char* pos() const { return at_; }
+
+ private:
+  unsigned char* at_;
+};
+
 }  // namespace wire

@@ -345,6 +345,39 @@ TEST_F(Access, ReadReturnsValueBytesAndAdvances) {
   EXPECT_EQ(transaction_of(peer.requests().at(0)), 7);
 }
 
+// A request built in place in the session's kept buffer carried over bytes of a longer one.
+TEST_F(Access, ReadSendsTheBuiltRequestAlsoAfterALongerOne) {
+  scripted_peer peer([](const bytes& r, std::size_t, bool&) { return ok(r, {0x2A, 0x00}); });
+  connect(peer);
+  std::vector<read_comm> three(3, one_int()[0]);
+  three[1].location = {0x02, 0x00, 0x10, 0x20, 0x30, 0x00};
+  three[2].read_format = 255;
+  std::vector<read_comm> one = one_int();
+  std::vector<unsigned char> values;
+  ASSERT_EQ(session.read(three, values), 1);
+  ASSERT_EQ(session.read(one, values), 1);
+  bool expect_reply = true;
+  bool normalise = false;
+  ASSERT_EQ(peer.requests().size(), 2u);
+  EXPECT_EQ(peer.requests()[0],
+            session.create_read_request(7, 2, expect_reply, three, normalise).to_raw_data());
+  EXPECT_EQ(peer.requests()[1],
+            session.create_read_request(8, 2, expect_reply, one, normalise).to_raw_data());
+}
+
+// The kept receive buffer let a reply too short for its status byte read stale bytes.
+TEST_F(Access, ReadReplyWithoutStatusByteThrows) {
+  int replies = 0;
+  scripted_peer peer([&replies](const bytes& r, std::size_t, bool&) {
+    return replies++ == 0 ? ok(r, {0x2A, 0x00}) : bytes(r.begin(), r.begin() + 9);
+  });
+  connect(peer);
+  std::vector<read_comm> items = one_int();
+  std::vector<unsigned char> values;
+  ASSERT_EQ(session.read(items, values), 1);
+  EXPECT_THROW(session.read(items, values), std::out_of_range);
+}
+
 TEST_F(Access, ReadFailures) {
   scripted_peer peer([](const bytes& r, std::size_t, bool&) { return refused(r); });
   connect(peer);
