@@ -9,6 +9,7 @@
 #include "driver/tag_driver_offline_578.h"
 #include "unity/dictionary_records.h"
 #include "wire/byte_cursor.h"
+#include "wire/unity_constants.h"
 
 namespace {
 
@@ -60,7 +61,7 @@ void fill_slot(uint8_t* area, std::size_t room, uint8_t type, const read_comm& i
   if (type == UNITYDRV_TYPE_STRING) {
     for (unsigned k = 0; k < count; ++k) out.low_byte(in.u8());
   } else if (size == 1) {
-    const bool one_bit = item.single_element != 0 || item.type_id == 25;
+    const bool one_bit = item.single_element != 0 || item.type_id == wire::ebool_type;
     for (unsigned k = 0; k < count; ++k) {
       const uint8_t byte = in.u8();
       out.unit(one_bit ? bit_unit(byte) : byte);
