@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstring>
 #include <string>
 #include <utility>
 
@@ -29,22 +30,26 @@ const bytes* usable_message(const std::vector<unity_frame>& frames, std::size_t 
 // A zero-terminated name starting at pos, kept with its zero; pos ends just past it.
 // A name that runs off the message raises std::out_of_range.
 std::string read_name(const bytes& message, std::size_t& pos) {
-  std::string name;
-  unsigned char c = 0;
-  do {
-    c = message.at(pos++);
-    name.push_back(static_cast<char>(c));
-  } while (c != 0);
-  return name;
+  const std::size_t start = pos;
+  if (start < message.size()) {
+    const void* zero = std::memchr(message.data() + start, 0, message.size() - start);
+    if (zero != nullptr) {
+      pos = static_cast<std::size_t>(static_cast<const unsigned char*>(zero) - message.data()) + 1;
+      return std::string(message.begin() + static_cast<std::ptrdiff_t>(start),
+                         message.begin() + static_cast<std::ptrdiff_t>(pos));
+    }
+  }
+  static_cast<void>(message.at(std::max(start, message.size())));  // no zero before the end
+  return {};
 }
 
 bytes copy_checked(const bytes& message, std::size_t from, std::size_t count) {
-  bytes out;
-  out.reserve(count);
-  for (std::size_t i = 0; i < count; ++i) {
-    out.push_back(message.at(from + i));
+  if (count == 0) return {};
+  if (from >= message.size() || message.size() - from < count) {
+    static_cast<void>(message.at(std::max(from, message.size())));  // the first byte missing
   }
-  return out;
+  const auto first = message.begin() + static_cast<std::ptrdiff_t>(from);
+  return bytes(first, first + static_cast<std::ptrdiff_t>(count));
 }
 
 // count bytes from `from`; bytes past the end of the message read as 0, as they do in the
@@ -169,7 +174,7 @@ int unity_process::save_struct_detail(std::vector<unity_frame> frames, data_type
       ++pos;  // padding in front of the name
     }
     member.name = read_name(*message, pos);
-    members.push_back(member);
+    members.push_back(std::move(member));
   }
   // The low half of next_address: non-zero means the structure continues on another page.
   if (wire::le_reader(*message, 3).u16() != 0) {

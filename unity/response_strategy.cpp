@@ -54,6 +54,8 @@ void response_strategy::get_commands(std::vector<unity_frame>& out) {
     }
     unity_frame reply = read_reply_header(frame);
     last_address = reply.next_address;
+    // Room for the records at once: a record takes at least two bytes of the data.
+    reply.nodes.reserve(frames_.size() + std::min<std::size_t>(reply.record_count, data.size()));
     reply.nodes.resize(frames_.size());
     // The whole Unity message, as the MBAP length counts it, but never beyond what arrived.
     const std::size_t message_size = std::min<std::size_t>(frame.length - 2u, data.size());
