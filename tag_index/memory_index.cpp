@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <functional>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -84,7 +83,10 @@ class type_path {
 const data_type* find_member(const std::vector<data_type>& members, std::string_view text) {
   for (const data_type& member : members) {
     const std::string& name = member.name;
+    // Members of one structure often differ only in their last characters
+    // ("Member_000001"): those are compared before the whole name.
     if (name.size() == text.size() + 1 && name.back() == '\0' &&
+        (text.empty() || name[text.size() - 1] == text.back()) &&
         name.compare(0, text.size(), text) == 0) {
       return &member;
     }
@@ -144,22 +146,27 @@ class dotted_parts {
   bool done_ = false;
 };
 
-// What pares_array_indices_from_subscript and remove_array_index make of part + '\0': the
-// numbers of its trailing subscript into indices, and the part without that subscript
-// (returned without the zero). A part that does not end in ']' has no subscript to read or
-// strip and is returned as it is; any other, the empty one included, takes the long way
-// through those two, with their exceptions.
-std::string_view without_subscript(std::string_view part, std::vector<int>& indices,
-                                   std::string& scratch) {
-  indices.clear();
-  if (!part.empty() && part.back() != ']') {
-    return part;
-  }
+// What pares_array_indices_from_subscript and remove_array_index make of part + '\0'.
+std::string_view read_and_strip_subscript(std::string_view part, std::vector<int>& indices,
+                                          std::string& scratch) {
   scratch.assign(part.data(), part.size());
   scratch.push_back('\0');
   indices = pares_array_indices_from_subscript(scratch);
   remove_array_index(scratch);
   return std::string_view(scratch).substr(0, scratch.size() - 1);
+}
+
+// The numbers of the trailing subscript of a name part into indices, and the part without
+// that subscript (returned without the zero). A part that does not end in ']' has no
+// subscript to read or strip and is returned as it is; any other, the empty one included,
+// takes the long way above, with its exceptions.
+std::string_view without_subscript(std::string_view part, std::vector<int>& indices,
+                                   std::string& scratch) {
+  if (!part.empty() && part.back() != ']') {
+    indices.clear();
+    return part;
+  }
+  return read_and_strip_subscript(part, indices, scratch);
 }
 
 // The structure types by id in one array, each one's block size worked out once: a
@@ -291,8 +298,27 @@ class variable_index {
   }
 
  private:
+  // Eight bytes per step, the tail as one more word, each step folding its high half down:
+  // variable names are short, and the library's general-purpose hash costs more than the
+  // rest of a look-up.
   std::size_t first_slot(std::string_view name) const {
-    return std::hash<std::string_view>{}(name) & (slots_.size() - 1);
+    constexpr uint64_t odd = 0x9E3779B97F4A7C15u;
+    uint64_t hash = name.size();
+    const auto mix = [&hash](uint64_t word) {
+      hash = (hash ^ word) * odd;
+      hash ^= hash >> 32;
+    };
+    std::size_t i = 0;
+    for (; i + 8 <= name.size(); i += 8) {
+      uint64_t word = 0;
+      std::memcpy(&word, name.data() + i, sizeof word);
+      mix(word);
+    }
+    uint64_t tail = 0;
+    for (; i < name.size(); ++i) tail = tail << 8 | static_cast<unsigned char>(name[i]);
+    mix(tail);
+    mix(0);
+    return static_cast<std::size_t>(hash) & (slots_.size() - 1);
   }
 
   // Never full: at most half the slots are used, so every probe ends at an empty one.

@@ -144,7 +144,7 @@ void unity_process::save_data_type_info(std::vector<unity_frame> frames) {
       pos += 2;
       data_type entry;
       entry.name = read_name(*message, pos);
-      data_types[type_id] = entry;
+      data_types[type_id] = std::move(entry);
       pos += 5;  // bytes after the name that carry nothing we use
     }
   }
@@ -164,6 +164,8 @@ int unity_process::save_struct_detail(std::vector<unity_frame> frames, data_type
   }
   // An 8-byte message ends inside the member count; its high byte then reads 0.
   const uint16_t count = u16_padded(*message, 7);
+  // Room for the page's members at once; a member takes at least seven bytes.
+  members.reserve(members.size() + std::min<std::size_t>(count, message->size() / 7));
   std::size_t pos = 9;
   for (unsigned m = 0; m < count; ++m) {
     data_type member;
