@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include "unity/byte_cursor.h"
@@ -102,6 +103,11 @@ void unity_process::save_array_type_pos(std::vector<unity_frame> frames) {
 }
 
 void unity_process::save_table_info(std::vector<unity_frame> frames) {
+  const auto all_zero = [](const auto& b) {
+    return std::all_of(b.begin(), b.end(), [](unsigned char c) { return c == 0; });
+  };
+  // Only this decoder writes the address, so once it holds a non-zero byte it keeps it.
+  bool address_unset = all_zero(variable_address);
   for (std::size_t i = 0; i < frames.size(); ++i) {
     const bytes* message = usable_message(frames, i);
     if (message == nullptr || frames[i].record_count == 0) {
@@ -115,14 +121,18 @@ void unity_process::save_table_info(std::vector<unity_frame> frames) {
       entry.location = copy_checked(*message, pos + 2, variable_address.size());
       pos += 10;
       std::string name = read_name(*message, pos);
-      if (std::all_of(variable_address.begin(), variable_address.end(),
-                      [](unsigned char b) { return b == 0; })) {
+      if (address_unset) {
         std::copy(entry.location.begin(), entry.location.end(), variable_address.begin());
+        address_unset = all_zero(variable_address);
       }
       entry.read_format = read_comm::get_read_format_from_type(entry.type_id);
-      // Variables come in name order: the end is the right place for each, found without
-      // walking the tree. The same map either way when they do not.
-      tables.insert_or_assign(tables.end(), std::move(name), std::move(entry));
+      // Variables come in name order: the end is the right place for each, found with one
+      // comparison instead of a walk down the tree (the same map either way when they do
+      // not). A name met before keeps its node and takes the new entry.
+      tables
+          .emplace_hint(tables.end(), std::piecewise_construct,
+                        std::forward_as_tuple(std::move(name)), std::forward_as_tuple())
+          ->second = std::move(entry);
     }
   }
 }
