@@ -5,9 +5,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "unity/dictionary_records.h"
 #include "unity/modbus_tcp_frame.h"
-#include "unity/node.h"
-#include "unity/unity_frame.h"
 
 class IUnity_message_strategy {
  public:

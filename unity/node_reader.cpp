@@ -1,7 +1,7 @@
 #include <array>
 
-#include "unity/byte_cursor.h"
 #include "unity/message_strategy.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 
