@@ -222,6 +222,7 @@ TEST(ResponseStrategy, WithoutRecordsKeepsHeadersAndRawMessage) {
       EXPECT_EQ(bare[i].record_format, full[i].record_format);
       EXPECT_EQ(bare[i].next_address, full[i].next_address);
       EXPECT_EQ(bare[i].record_count, full[i].record_count);
+      EXPECT_EQ(full[i].nodes.size(), 1u + full[i].record_count);
       ASSERT_EQ(bare[i].nodes.size(), 1u);
       EXPECT_EQ(bare[i].nodes[0].name, full[i].nodes[0].name);
     }
