@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstring>
+#include <stdexcept>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -42,15 +43,12 @@ std::string read_name(const bytes& message, std::size_t& pos) {
                          message.begin() + static_cast<std::ptrdiff_t>(pos));
     }
   }
-  static_cast<void>(message.at(std::max(start, message.size())));  // no zero before the end
-  return {};
+  throw std::out_of_range("dictionary name without its terminating zero");
 }
 
 bytes copy_checked(const bytes& message, std::size_t from, std::size_t count) {
   if (count == 0) return {};
-  if (from >= message.size() || message.size() - from < count) {
-    static_cast<void>(message.at(std::max(from, message.size())));  // the first byte missing
-  }
+  wire::require(message, from, count);
   const auto first = message.begin() + static_cast<std::ptrdiff_t>(from);
   return bytes(first, first + static_cast<std::ptrdiff_t>(count));
 }
