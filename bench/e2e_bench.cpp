@@ -27,7 +27,7 @@
 #include <vector>
 
 #include "support/driver_api.h"
-#include "tag_index/tag_file_writer.h"
+#include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/plcsim.h"
 #include "unity/unity_process.h"
 

@@ -18,8 +18,8 @@
 
 #include "driver/device_context.h"
 #include "driver/tag_driver_offline_578.h"
-#include "tag_index/tag_file_writer.h"
-#include "unity/byte_cursor.h"
+#include "tools/common/tag_file_writer.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

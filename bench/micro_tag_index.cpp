@@ -7,11 +7,11 @@
 #include <cstring>
 #include <string>
 
-#include "tag_index/tag_file_writer.h"
 #include "tag_index/tag_table.h"
 #include "tests/support/dictionary_records.h"
-#include "unity/byte_cursor.h"
-#include "unity/read_comm.h"
+#include "tools/common/tag_file_writer.h"
+#include "unity/dictionary_records.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

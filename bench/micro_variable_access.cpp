@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "tag_index/tag_names.h"
-#include "unity/byte_cursor.h"
+#include "wire/byte_cursor.h"
 
 namespace host_request {
 

@@ -3,7 +3,6 @@
 // data image and the 16-bit unit layout of result slots and host results.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -14,6 +13,7 @@
 #include "tag_index/tag_record.h"
 #include "tag_index/tag_table.h"
 #include "unitydrv/unitydrv.h"
+#include "wire/plc_types.h"
 
 namespace host_request {
 
@@ -22,52 +22,11 @@ constexpr uint8_t type_bit_array = UNITYDRV_TYPE_BITARRAY;
 constexpr uint8_t type_string = UNITYDRV_TYPE_STRING;
 
 // Bytes per element of a PLC type code; 0 for codes the driver does not know.
-constexpr unsigned element_size_of(uint8_t type_code) {
-  switch (type_code) {
-    case UNITYDRV_TYPE_BOOL:
-    case UNITYDRV_TYPE_SINT:
-    case UNITYDRV_TYPE_BITARRAY:
-    case UNITYDRV_TYPE_STRING:
-    case UNITYDRV_TYPE_BYTE:
-    case UNITYDRV_TYPE_USINT:
-      return 1;
-    case UNITYDRV_TYPE_INT:
-    case UNITYDRV_TYPE_WORD:
-    case UNITYDRV_TYPE_UINT:
-      return 2;
-    case UNITYDRV_TYPE_DINT:
-    case UNITYDRV_TYPE_REAL:
-    case UNITYDRV_TYPE_DWORD:
-    case UNITYDRV_TYPE_UDINT:
-      return 4;
-    case UNITYDRV_TYPE_LWORD:
-    case UNITYDRV_TYPE_LINT:
-    case UNITYDRV_TYPE_ULINT:
-    case UNITYDRV_TYPE_LREAL:
-      return 8;
-    default:
-      return 0;
-  }
-}
-
-constexpr std::array<uint8_t, 256> element_size_table() {
-  std::array<uint8_t, 256> sizes{};
-  for (unsigned code = 0; code < sizes.size(); ++code)
-    sizes[code] = static_cast<uint8_t>(element_size_of(static_cast<uint8_t>(code)));
-  return sizes;
-}
-
-// The same sizes as one table look-up: it runs for every request, and the switch compiles
-// to a chain of jumps.
-inline unsigned element_size(uint8_t type_code) {
-  static constexpr std::array<uint8_t, 256> sizes = element_size_table();
-  return sizes[type_code];
-}
+using wire::element_size;
 
 // Bytes one element takes in a slot and in a host result: 1- and 2-byte types take one unit.
 inline std::size_t result_element_bytes(uint8_t type_code) {
-  const unsigned size = element_size(type_code);
-  return size == 1 ? 2 : size;
+  return 2 * std::size_t{wire::result_units(type_code)};
 }
 
 // The device behind a host handle (null stays null).

@@ -9,7 +9,8 @@
 #include "driver/device_context.h"
 #include "driver/host_request.h"
 #include "driver/tag_driver_offline_578.h"
-#include "unity/byte_cursor.h"
+#include "wire/byte_cursor.h"
+#include "wire/plc_types.h"
 
 namespace {
 
@@ -61,10 +62,9 @@ void read_offline(tag_driver_offline_578& driver, device_context& device, _gui_r
     if (tag.request_byte == host_request::type_bit_array && n > 1) {
       host_request::rename_bit_array_element(device, tag);
     }
-    // 1- and 2-byte types give one unit, 4-byte types two, 8-byte types four; a long
-    // request runs on past its own slot.
-    const unsigned units = std::max(element_size(tag.request_byte), 2u) / 2;
-    const bool known = element_size(tag.request_byte) != 0;
+    // A long request runs on past its own slot.
+    const unsigned units = wire::result_units(tag.request_byte);
+    const bool known = units != 0;
     const std::size_t room = known ? std::size_t{n} * units * 2 : 0;
     host_request::unit_writer out(device.tag_table.slot_data(static_cast<std::size_t>(i), room),
                                   room);

@@ -7,8 +7,8 @@
 #include "driver/device_context.h"
 #include "driver/host_request.h"
 #include "driver/tag_driver_offline_578.h"
-#include "unity/byte_cursor.h"
-#include "unity/read_comm.h"
+#include "unity/dictionary_records.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

@@ -9,7 +9,8 @@
 #include "driver/device_context.h"
 #include "driver/host_request.h"
 #include "driver/tag_driver_offline_578.h"
-#include "unity/byte_cursor.h"
+#include "wire/byte_cursor.h"
+#include "wire/plc_types.h"
 
 namespace {
 
@@ -19,27 +20,7 @@ uint8_t* result_bytes(_input_data_& result) {
 
 constexpr std::size_t result_capacity = sizeof(_input_data_::result_words);
 
-// The value that bit-addressed elements are picked from; 0 width for types with none.
-unsigned bit_source_width(uint8_t type_code) {
-  switch (type_code) {
-    case UNITYDRV_TYPE_BYTE:
-    case UNITYDRV_TYPE_USINT:
-    case UNITYDRV_TYPE_SINT:
-    case UNITYDRV_TYPE_STRING:
-      return 1;
-    case UNITYDRV_TYPE_WORD:
-    case UNITYDRV_TYPE_UINT:
-    case UNITYDRV_TYPE_INT:
-      return 2;
-    case UNITYDRV_TYPE_DWORD:
-    case UNITYDRV_TYPE_UDINT:
-    case UNITYDRV_TYPE_DINT:
-    case UNITYDRV_TYPE_REAL:
-      return 4;
-    default:
-      return 0;
-  }
-}
+using wire::bit_source_width;
 
 uint32_t bit_source(const uint8_t* data, unsigned width) {
   std::array<unsigned char, 4> head{};

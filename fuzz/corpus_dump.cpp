@@ -18,10 +18,10 @@
 #include <thread>
 #include <vector>
 
-#include "tag_index/tag_file_writer.h"
+#include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/plcsim.h"
-#include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

@@ -17,7 +17,7 @@
 
 #include "driver/device_context.h"
 #include "driver/tag_driver_offline_578.h"
-#include "tag_index/tag_file_writer.h"
+#include "tools/common/tag_file_writer.h"
 
 namespace {
 

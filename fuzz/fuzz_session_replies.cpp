@@ -14,8 +14,8 @@
 #include <thread>
 #include <vector>
 
-#include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

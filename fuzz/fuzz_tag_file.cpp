@@ -17,8 +17,8 @@
 #include "tag_index/tag_names.h"
 #include "tag_index/tag_table.h"
 #include "tests/support/dictionary_records.h"
-#include "unity/byte_cursor.h"
-#include "unity/read_comm.h"
+#include "unity/dictionary_records.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

@@ -9,8 +9,10 @@
 
 #include "tag_index/tag_names.h"
 #include "tag_index/tag_table.h"
-#include "unity/byte_cursor.h"
-#include "unity/read_comm.h"
+#include "unity/dictionary_records.h"
+#include "wire/byte_cursor.h"
+#include "wire/subscript.h"
+#include "wire/unity_constants.h"
 
 namespace {
 
@@ -24,20 +26,11 @@ uint32_t member_byte_offset(const data_type& member) {
   return wire::le_reader(member.member_offset_bytes).u32();
 }
 
+// Bytes per element of an access format (0..4); a string, which has none, takes 16.
 uint32_t element_size_of_format(int format, uint16_t type_id) {
-  switch (format) {
-    case 0:
-    case 1:
-      return 1;
-    case 2:
-      return 2;
-    case 3:
-      return 4;
-    case 4:
-      return 8;
-    default:
-      return type_id == 9 ? 16 : 0;
-  }
+  constexpr uint32_t sizes[] = {1, 1, 2, 4, 8};
+  if (format >= 0 && format < 5) return sizes[format];
+  return type_id == wire::string_type ? 16 : 0;
 }
 
 void copy_location(const std::vector<unsigned char>& from, std::array<unsigned char, 6>& to) {

@@ -1,30 +1,10 @@
 #include "tag_index/tag_names.h"
 
-#include <boost/lexical_cast.hpp>
-#include <boost/tokenizer.hpp>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-std::vector<int> parse_array_indices(const std::string& text) {
-  using separator = boost::char_separator<char>;
-  boost::tokenizer<separator> tokens(text, separator(", "));
-  std::vector<int> indices;
-  for (const std::string& token : tokens) {
-    indices.push_back(boost::lexical_cast<int>(token));
-  }
-  return indices;
-}
-
-std::vector<int> pares_array_indices_from_subscript(const std::string& name) {
-  // name ends in its terminating zero, so the closing bracket sits at size - 2.
-  if (name.at(name.size() - 2) != ']') {
-    return {};
-  }
-  // Without '[' npos + 1 wraps to 0: the whole text before ']' is taken as numbers.
-  const std::size_t open = name.rfind('[');
-  return parse_array_indices(name.substr(open + 1, name.size() - 3 - open));
-}
+#include "unitydrv/unitydrv.h"
 
 void remove_array_index(std::string& name) {
   const std::size_t open = name.find('[');
@@ -78,8 +58,9 @@ unsigned int tag_plc_tools_function_578::OverrideTagNameForNewArrayIndex(const c
       cut = pos;
     }
   }
-  // Kind 211 counts bits; one controller element holds 32 of them.
-  const unsigned short new_number = kind == 211 ? static_cast<unsigned short>(index >> 5) : index;
+  // A BitArray counts bits; one controller element holds 32 of them.
+  const unsigned short new_number =
+      kind == UNITYDRV_TYPE_BITARRAY ? static_cast<unsigned short>(index >> 5) : index;
   if (new_number == old_number) {
     return 0;
   }

@@ -4,12 +4,10 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
-// The numbers of a subscript text ("1, 2"); throws boost::bad_lexical_cast on a bad token.
-std::vector<int> parse_array_indices(const std::string& text);
-// The numbers of the last subscript of a zero-terminated name, or none.
-std::vector<int> pares_array_indices_from_subscript(const std::string& name);
+// The subscript numbers themselves are read by wire/subscript.h.
+#include "wire/subscript.h"
+
 // Strips a trailing subscript from a zero-terminated name.
 void remove_array_index(std::string& name);
 // Cuts the last bracket group of plain text (by the position of the last ']').

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "unity/byte_cursor.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

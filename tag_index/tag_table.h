@@ -1,16 +1,37 @@
 // The device's tag table, loaded from the tag file and resolved against the dictionary.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
-#include "tag_index/result_slot.h"
-#include "tag_index/tag_entry.h"
-#include "unity/data_type.h"
-#include "unity/table.h"
+#include "unity/dictionary_records.h"
+
+// One tag of the table: its name from the tag file and, once resolved, where it lives in
+// controller memory. Entries live in one malloc block.
+struct tag_entry {
+  char* name;  // zero-terminated; 16-bit characters when the table has wide names
+  uint8_t file_kind;
+  uint32_t file_value1;
+  uint32_t file_value2;
+  uint32_t read_format;  // 255: no direct format
+  uint16_t type_id;
+  std::array<unsigned char, 6> location;  // block (u16 LE), offset (u32 LE)
+  uint64_t member_offset;
+};
+
+// Where a read leaves the values of one request position until the input filter runs.
+struct result_slot {
+  uint8_t type_code;
+  uint8_t bit_number;  // 255: none
+  uint16_t element_count;
+  uint8_t unused[8];
+  uint8_t data[792];  // values as 16-bit units; the first 512 bytes are cleared per fill
+};
+static_assert(sizeof(result_slot) == 804, "result slots are 804 bytes apart");
 
 class offline_CTagTable_578 {
  public:

@@ -2,17 +2,19 @@
 #include <string>
 #include <utility>
 
-#include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
+#include "wire/byte_cursor.h"
+#include "wire/byte_window.h"
+#include "wire/unity_constants.h"
 
 namespace {
 
 using bytes = std::vector<unsigned char>;
 
-constexpr unsigned char unity_function_code = 0x5A;
-constexpr unsigned char status_ok = 0xFE;
-constexpr unsigned char structure_format = 2;
-constexpr unsigned char array_format = 4;
+using wire::array_detail;
+using wire::status_ok;
+using wire::structure_detail;
+using wire::unity_function_code;
 constexpr std::size_t dictionary_handle_size = 8;
 constexpr std::size_t bytes_per_dimension = 8;
 
@@ -47,16 +49,8 @@ bytes copy_checked(const bytes& message, std::size_t from, std::size_t count) {
   return out;
 }
 
-// count bytes from `from`; bytes past the end of the message read as 0, as they do in the
-// zero-filled receive buffer.
-bytes copy_padded(const bytes& message, std::size_t from, std::size_t count) {
-  bytes out(count, 0);
-  for (std::size_t i = 0; i < count && from + i < message.size(); ++i) out[i] = message[from + i];
-  return out;
-}
-
 uint16_t u16_padded(const bytes& message, std::size_t from) {
-  return wire::le_reader(copy_padded(message, from, 2)).u16();
+  return wire::le_reader(wire::zero_padded(message, from, 2)).u16();
 }
 
 }  // namespace
@@ -128,7 +122,7 @@ void unity_process::save_data_type_info(std::vector<unity_frame> frames) {
     if (message == nullptr) {
       continue;
     }
-    static_cast<void>(message->at(6));
+    wire::require(*message, 6);
     if (message->size() <= 12) {
       continue;
     }
@@ -150,7 +144,7 @@ int unity_process::save_struct_detail(std::vector<unity_frame> frames, data_type
   const bytes* message = nullptr;
   for (std::size_t i = 0; i < frames.size() && message == nullptr; ++i) {
     const bytes* candidate = usable_message(frames, i);
-    if (candidate != nullptr && candidate->size() >= 8 && (*candidate)[2] == structure_format) {
+    if (candidate != nullptr && candidate->size() >= 8 && (*candidate)[2] == structure_detail) {
       message = candidate;
     }
   }
@@ -173,7 +167,7 @@ int unity_process::save_struct_detail(std::vector<unity_frame> frames, data_type
   }
   // The low half of next_address: non-zero means the structure continues on another page.
   if (wire::le_reader(*message, 3).u16() != 0) {
-    return structure_format;
+    return structure_detail;
   }
   struct_members[entry.first] = members;
   return 1;
@@ -186,9 +180,9 @@ void unity_process::save_array_detail(std::vector<unity_frame> frames, data_type
       continue;
     }
     const std::size_t dimensions = message->at(5);
-    if (frames[i].record_format == array_format) {
+    if (frames[i].record_format == array_detail) {
       // From the dimension count itself on: readers of bounds expect that leading byte.
-      entry.second.bounds = copy_padded(*message, 5, dimensions * bytes_per_dimension);
+      entry.second.bounds = wire::zero_padded(*message, 5, dimensions * bytes_per_dimension);
     }
     entry.second.element_type = wire::le_reader(*message, 3).u16();
   }

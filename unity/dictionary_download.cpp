@@ -1,44 +1,49 @@
 // Data dictionary download (Unity function 0x26): the data type list, the detail of
 // every structure and array type, and the paged variables table.
 #include <algorithm>
-#include <stdexcept>
 #include <utility>
 
-#include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
 #include "unity/unity_request.h"
+#include "wire/byte_cursor.h"
+#include "wire/byte_window.h"
+#include "wire/unity_constants.h"
 
 namespace {
 
-constexpr unsigned char array_detail = 4;
-constexpr unsigned char structure_detail = 2;
-constexpr int structure_continues = 2;
+using wire::array_detail;
+using wire::string_type;
+using wire::structure_detail;
+// What save_struct_detail returns while the structure goes on in another reply.
+constexpr int structure_continues = structure_detail;
 constexpr std::size_t error_reply_size = 11;
-constexpr uint16_t string_element_type = 9;
 // Request message bytes that carry the structure continuation.
 constexpr std::size_t detail_continuation_pos = 11;
 
 void append_checked(wire::le_writer& w, const std::vector<unsigned char>& source, std::size_t n) {
-  if (source.size() < n) throw std::out_of_range("dictionary request: source shorter than field");
+  wire::require(source, 0, n);
   w.append(source.begin(), source.begin() + static_cast<std::ptrdiff_t>(n));
 }
 
-// Header shared by the three dictionary requests: list selector, then the handle.
-void put_dictionary_header(wire::le_writer& w, unsigned char list,
-                           const std::vector<unsigned char>& handle) {
+// The three dictionary requests share their start: list selector, then the handle; fill
+// writes what follows.
+template <typename Fill>
+modbus_tcp_frame dictionary_request(unsigned short step, unsigned char list,
+                                    const std::vector<unsigned char>& handle, Fill fill) {
+  wire::bytes message;
+  wire::le_writer w(message);
   w.u8(0x00).u8(0x26).u8(list).u8(0xFB).u8(0x03);
   append_checked(w, handle, 4);
+  fill(w);
+  return unity_request(step, std::move(message));
 }
 
 // n bytes of the raw Unity message from pos; the message must reach at least pos, and
 // bytes past its end read as zero as they do in the zero-filled receive buffer.
 std::vector<unsigned char> message_bytes(const unity_frame& frame, std::size_t pos, std::size_t n) {
   const std::vector<unsigned char>& message = frame.nodes.at(0).name;
-  (void)message.at(pos);
-  std::vector<unsigned char> out(n, 0);
-  std::copy_n(message.begin() + static_cast<std::ptrdiff_t>(pos), std::min(n, message.size() - pos),
-              out.begin());
-  return out;
+  wire::require(message, pos);
+  return wire::zero_padded(message, pos, n);
 }
 
 std::vector<unsigned char> le_u16_bytes(uint16_t v) {
@@ -57,30 +62,23 @@ std::vector<unsigned char> le_u32_bytes(uint32_t v) {
 
 modbus_tcp_frame unity_process::create_get_data_type_request(
     unsigned short step, unsigned char, bool&, const std::vector<unsigned char>& continuation) {
-  wire::bytes message;
-  wire::le_writer w(message);
-  put_dictionary_header(w, 0x03, dictionary_handle);
-  append_checked(w, continuation, 4);
-  return unity_request(step, std::move(message));
+  return dictionary_request(step, 0x03, dictionary_handle,
+                            [&](wire::le_writer& w) { append_checked(w, continuation, 4); });
 }
 
 modbus_tcp_frame unity_process::create_get_data_type_detail_request(
     unsigned short step, unsigned char, bool&, const std::vector<unsigned char>& type_id) {
-  wire::bytes message;
-  wire::le_writer w(message);
-  put_dictionary_header(w, 0x02, dictionary_handle);
-  append_checked(w, type_id, 2);
-  w.u32(0);
-  return unity_request(step, std::move(message));
+  return dictionary_request(step, 0x02, dictionary_handle, [&](wire::le_writer& w) {
+    append_checked(w, type_id, 2);
+    w.u32(0);
+  });
 }
 
 modbus_tcp_frame unity_process::create_browse_request(unsigned short step, unsigned char, bool&) {
-  wire::bytes message;
-  wire::le_writer w(message);
-  put_dictionary_header(w, 0x02, dictionary_handle);
-  w.u8(0xFF).u8(0xFF);
-  append_checked(w, browse_address, 4);
-  return unity_request(step, std::move(message));
+  return dictionary_request(step, 0x02, dictionary_handle, [&](wire::le_writer& w) {
+    w.u8(0xFF).u8(0xFF);
+    append_checked(w, browse_address, 4);
+  });
 }
 
 namespace {
@@ -136,7 +134,7 @@ void unity_process::get_data_type_detail() {
     const std::vector<unity_frame> frames = decode_reply(*this, reply);
     if (frames.empty()) {
       // Types the controller refuses to detail are its strings.
-      if (reply.size() == error_reply_size) entry.second.element_type = string_element_type;
+      if (reply.size() == error_reply_size) entry.second.element_type = string_type;
     } else if (frames.front().record_format == array_detail) {
       save_array_detail(frames, entry);
       // An array of structures shares its element type's member list.

@@ -1,10 +1,9 @@
 // Identification: the eleven fixed exchanges that identify the controller, and the
 // file-handle exchange that fetches the table address used by variable access.
-#include <algorithm>
-
-#include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
 #include "unity/unity_request.h"
+#include "wire/byte_cursor.h"
+#include "wire/byte_window.h"
 
 namespace {
 
@@ -20,11 +19,8 @@ constexpr uint16_t after_plc_information_step = 10;
 // The u32 at pos of a reply that must reach at least pos. The receive buffer behind a
 // reply is zero-filled, so bytes past its end read as zero.
 uint32_t reply_u32(const std::vector<unsigned char>& reply, std::size_t pos) {
-  (void)reply.at(pos);
-  wire::bytes word(4, 0);
-  std::copy_n(reply.begin() + static_cast<std::ptrdiff_t>(pos),
-              std::min<std::size_t>(4, reply.size() - pos), word.begin());
-  return wire::le_reader(word).u32();
+  wire::require(reply, pos);
+  return wire::le_reader(wire::zero_padded(reply, pos, 4)).u32();
 }
 
 std::vector<unsigned char> init_message(unsigned short step, unsigned char code) {

@@ -1,14 +1,12 @@
 // Classification of received replies and their splitting into unity_frame records.
 #pragma once
 
+#include <boost/shared_ptr.hpp>
 #include <cstdint>
 #include <vector>
 
-#include <boost/shared_ptr.hpp>
-
+#include "unity/dictionary_records.h"
 #include "unity/modbus_tcp_frame.h"
-#include "unity/node.h"
-#include "unity/unity_frame.h"
 
 class IUnity_message_strategy {
  public:

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "unity/byte_cursor.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 constexpr std::size_t mbap_and_function_size = 8;

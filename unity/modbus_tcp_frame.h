@@ -4,7 +4,11 @@
 #include <cstdint>
 #include <vector>
 
-#include "unity/modbus_frame.h"
+// A Modbus PDU: function code and the Unity message that follows it.
+struct modbus_frame {
+  uint8_t function_code = 0;  // always 0x5A here
+  std::vector<unsigned char> data;
+};
 
 struct modbus_tcp_frame {
   uint16_t transaction_id = 0;

@@ -1,5 +1,5 @@
-#include "unity/byte_cursor.h"
 #include "unity/message_strategy.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

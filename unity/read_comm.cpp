@@ -1,4 +1,4 @@
-#include "unity/read_comm.h"
+#include "unity/dictionary_records.h"
 
 namespace {
 

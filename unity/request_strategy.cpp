@@ -1,11 +1,12 @@
 #include <stdexcept>
 
 #include "unity/message_strategy.h"
+#include "wire/unity_constants.h"
 
 namespace {
-constexpr unsigned char unity_function_code = 0x5A;
-constexpr unsigned char status_ok = 0xFE;
-constexpr unsigned char status_error = 0xFD;
+using wire::status_error;
+using wire::status_ok;
+using wire::unity_function_code;
 }  // namespace
 
 request_strategy::request_strategy(const std::vector<modbus_tcp_frame>& frames,
@@ -25,3 +26,8 @@ void request_strategy::get_commands(std::vector<unity_frame>& /*out*/) {
 }
 
 void request_strategy::on_set_comm_successed(modbus_tcp_frame& /*frame*/) {}
+
+boost::shared_ptr<IUnity_message_strategy> CommStrategyFactory::get_request_strategy(
+    const std::vector<modbus_tcp_frame>& frames, std::vector<unsigned char>& raw) {
+  return boost::shared_ptr<IUnity_message_strategy>(new request_strategy(frames, raw));
+}

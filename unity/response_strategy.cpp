@@ -1,16 +1,17 @@
 #include <algorithm>
-#include <array>
 #include <iterator>
 
-#include "unity/byte_cursor.h"
 #include "unity/message_strategy.h"
+#include "wire/byte_cursor.h"
+#include "wire/byte_window.h"
+#include "wire/unity_constants.h"
 
 namespace {
 
-constexpr unsigned char unity_function_code = 0x5A;
-constexpr unsigned char status_ok = 0xFE;
+using wire::named_records;
+using wire::status_ok;
+using wire::unity_function_code;
 constexpr unsigned short first_record = 9;
-constexpr unsigned char named_records = 9;
 
 constexpr std::size_t header_size = 9;
 
@@ -22,9 +23,8 @@ unity_frame read_reply_header(const modbus_tcp_frame& frame) {
   const auto& data = frame.pdu.data;
   unity_frame out;
   out.function_code = frame.pdu.function_code;
-  std::array<unsigned char, header_size> header{};
-  std::copy_n(data.begin(), std::min(header.size(), data.size()), header.begin());
-  wire::basic_le_reader<std::array<unsigned char, header_size>> in(header);
+  const wire::bytes header = wire::zero_padded(data, 0, header_size);
+  wire::le_reader in(header);
   out.status_word = in.u16();
   out.record_format = in.u8();
   out.next_address = in.u32();
@@ -80,4 +80,9 @@ void response_strategy::on_set_comm_successed(modbus_tcp_frame& frame) {
   data.back() = static_cast<unsigned char>(last_address);
   data.push_back(0x26);
   frame.length = static_cast<uint16_t>(data.size() + 2);
+}
+
+boost::shared_ptr<IUnity_message_strategy> CommStrategyFactory::get_response_strategy(
+    const std::vector<modbus_tcp_frame>& frames, const std::vector<unsigned char>& raw) {
+  return boost::shared_ptr<IUnity_message_strategy>(new response_strategy(frames, raw));
 }

@@ -1,12 +1,14 @@
 #include <stdexcept>
 
-#include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
+#include "wire/byte_cursor.h"
+#include "wire/byte_window.h"
+#include "wire/unity_constants.h"
 
 namespace {
-constexpr unsigned char unity_function_code = 0x5A;
-constexpr unsigned char status_ok = 0xFE;
-constexpr unsigned char status_error = 0xFD;
+using wire::status_error;
+using wire::status_ok;
+using wire::unity_function_code;
 constexpr std::size_t unity_data_start = 8;
 }  // namespace
 
@@ -21,7 +23,7 @@ void unity_process::PRIVATE::create_modbus_tcp_frame_to_source(std::vector<unsig
   frame.pdu.function_code = in.u8();
   // A frame must carry at least one Unity byte. The MBAP length is kept but not used to
   // bound the data: everything received after the header belongs to this one frame.
-  static_cast<void>(raw.at(unity_data_start));
+  wire::require(raw, unity_data_start);
   frame.pdu.data.assign(raw.begin() + unity_data_start, raw.end());
   frames.push_back(std::move(frame));
 }

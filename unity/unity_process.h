@@ -11,13 +11,10 @@
 #include <vector>
 
 #include "net/client_socket.h"
-#include "unity/data_type.h"
+#include "unity/dictionary_records.h"
 #include "unity/message_strategy.h"
 #include "unity/modbus_tcp_frame.h"
-#include "unity/read_comm.h"
 #include "unity/receive_buffer.h"
-#include "unity/table.h"
-#include "unity/unity_frame.h"
 
 class unity_process {
  public:

@@ -2,12 +2,13 @@
 
 #include <utility>
 
-#include "unity/byte_cursor.h"
+#include "wire/byte_cursor.h"
+#include "wire/unity_constants.h"
 
 modbus_tcp_frame unity_request(uint16_t transaction, std::vector<unsigned char> message) {
   modbus_tcp_frame frame;
   frame.transaction_id = transaction;
-  frame.pdu.function_code = unity_function_code;
+  frame.pdu.function_code = wire::unity_function_code;
   frame.pdu.data = std::move(message);
   frame.length = static_cast<uint16_t>(frame.pdu.data.size() + 2);
   return frame;
@@ -20,5 +21,5 @@ void put_unity_header(std::vector<unsigned char>& raw, uint16_t transaction,
   out.u16(0);  // protocol id
   out.u16(static_cast<uint16_t>(message_size + 2));
   out.u8(0);  // unit id
-  out.u8(unity_function_code);
+  out.u8(wire::unity_function_code);
 }

@@ -7,7 +7,6 @@
 
 #include "unity/modbus_tcp_frame.h"
 
-constexpr unsigned char unity_function_code = 0x5A;
 // MBAP header and function code, in front of the Unity message.
 constexpr std::size_t unity_header_size = 8;
 

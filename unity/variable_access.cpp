@@ -2,10 +2,11 @@
 #include <array>
 #include <stdexcept>
 
-#include "tag_index/tag_names.h"
-#include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
 #include "unity/unity_request.h"
+#include "wire/byte_cursor.h"
+#include "wire/subscript.h"
+#include "wire/unity_constants.h"
 
 namespace {
 
@@ -13,10 +14,10 @@ constexpr unsigned char read_variables = 0x22;
 constexpr unsigned char write_variables = 0x23;
 constexpr unsigned char format_from_type = 0x21;  // length taken from the item's data type
 constexpr unsigned char no_direct_format = 255;
-constexpr uint16_t string_type = 9;
+using wire::ebool_type;
+using wire::status_ok;
+using wire::string_type;
 constexpr unsigned char string_length_code = 17;
-constexpr uint16_t ebool_type = 25;
-constexpr unsigned char status_ok = 0xFE;
 constexpr std::size_t max_items = 255;
 // Reply bytes: 7-byte MBAP header, function code, pairing byte, then the status.
 constexpr std::size_t reply_status_pos = 9;

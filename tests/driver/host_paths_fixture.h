@@ -13,7 +13,7 @@
 #include "driver/device_context.h"
 #include "driver/tag_driver_offline_578.h"
 #include "support/driver_api.h"
-#include "tag_index/tag_file_writer.h"
+#include "tools/common/tag_file_writer.h"
 
 namespace host_paths {
 

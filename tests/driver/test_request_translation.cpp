@@ -6,8 +6,8 @@
 
 #include "driver/host_request.h"
 #include "tests/driver/host_paths_fixture.h"
-#include "unity/byte_cursor.h"
 #include "unity/scripted_peer.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <fstream>
 
-#include "tag_index/tag_file_writer.h"
+#include "tools/common/tag_file_writer.h"
 #include "tools/host/plc_type.h"
 #include "tools/host/tag_choice.h"
 #include "tools/host/tag_file_reader.h"

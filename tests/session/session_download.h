@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "tools/plcsim/plcsim.h"
-#include "unity/byte_cursor.h"
 #include "unity/unity_process.h"
+#include "wire/byte_cursor.h"
 
 namespace session_test {
 

@@ -5,10 +5,8 @@
 #include <cstdint>
 #include <string>
 
-#include "unity/byte_cursor.h"
-#include "unity/data_type.h"
-#include "unity/read_comm.h"
-#include "unity/table.h"
+#include "unity/dictionary_records.h"
+#include "wire/byte_cursor.h"
 
 namespace dictionary_records {
 

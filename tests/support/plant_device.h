@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "support/driver_api.h"
-#include "tag_index/tag_file_writer.h"
+#include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/plcsim.h"
 #if defined(UNITYDRV_REMOTE_SIM)
 #include "support/remote_sim.h"

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "tag_index/temp_tag_file.h"
-#include "unity/byte_cursor.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 

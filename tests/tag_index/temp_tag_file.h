@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tag_index/tag_file_writer.h"
+#include "tools/common/tag_file_writer.h"
 
 class temp_tag_file {
  public:

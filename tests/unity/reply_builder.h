@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "unity/unity_frame.h"
+#include "unity/dictionary_records.h"
 
 namespace test {
 

@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "unity/byte_cursor.h"
+#include "wire/byte_cursor.h"
 
 namespace test_peer {
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "unity/read_comm.h"
+#include "unity/dictionary_records.h"
 
 namespace {
 

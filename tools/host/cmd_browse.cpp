@@ -4,7 +4,7 @@
 #include "tools/host/dictionary_shape.h"
 #include "tools/host/json_report.h"
 #include "tools/host/text_table.h"
-#include "unity/byte_cursor.h"
+#include "wire/byte_cursor.h"
 
 namespace panelhost {
 

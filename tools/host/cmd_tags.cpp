@@ -3,8 +3,8 @@
 #include <iomanip>
 #include <iostream>
 
-#include "tag_index/tag_file_writer.h"
 #include "tag_index/tag_table.h"
+#include "tools/common/tag_file_writer.h"
 #include "tools/host/commands.h"
 #include "tools/host/dictionary_shape.h"
 #include "tools/host/json_report.h"
@@ -13,8 +13,8 @@
 #include "tools/host/tag_check.h"
 #include "tools/host/tag_export.h"
 #include "tools/host/text_table.h"
-#include "unity/byte_cursor.h"
 #include "unitydrv/unitydrv.h"
+#include "wire/byte_cursor.h"
 
 namespace panelhost {
 

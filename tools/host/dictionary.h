@@ -7,8 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "unity/data_type.h"
-#include "unity/table.h"
+#include "unity/dictionary_records.h"
 
 namespace panelhost {
 

@@ -3,8 +3,9 @@
 #include <cstdlib>
 #include <vector>
 
-#include "unity/byte_cursor.h"
 #include "unitydrv/unitydrv.h"
+#include "wire/byte_cursor.h"
+#include "wire/unity_constants.h"
 
 namespace panelhost {
 
@@ -87,7 +88,8 @@ tag_shape shape_of_type(uint16_t type_id, const std::map<unsigned short, data_ty
   if (it == data_types.end()) return shape;
   const data_type& type = it->second;
   const std::string name = without_zero(type.name);
-  if (name.rfind("STRING", 0) == 0 || (type.element_type == 9 && type.bounds.empty())) {
+  if (name.rfind("STRING", 0) == 0 ||
+      (type.element_type == wire::string_type && type.bounds.empty())) {
     shape.code = UNITYDRV_TYPE_STRING;
     shape.count = declared_string_length(name);
     return shape;

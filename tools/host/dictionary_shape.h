@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "unity/data_type.h"
+#include "unity/dictionary_records.h"
 
 namespace panelhost {
 

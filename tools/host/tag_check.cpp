@@ -6,7 +6,7 @@
 
 #include "tools/host/dictionary_shape.h"
 #include "tools/host/nearest_name.h"
-#include "unity/byte_cursor.h"
+#include "wire/byte_cursor.h"
 
 namespace panelhost {
 

@@ -4,8 +4,8 @@
 
 #include "tools/host/dictionary_shape.h"
 #include "tools/host/plc_type.h"
-#include "unity/byte_cursor.h"
 #include "unitydrv/unitydrv.h"
+#include "wire/byte_cursor.h"
 
 namespace panelhost {
 

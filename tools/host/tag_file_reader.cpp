@@ -1,13 +1,14 @@
 #include "tools/host/tag_file_reader.h"
 
 #include <algorithm>
+#include <boost/locale/encoding_utf.hpp>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 
-#include "unity/byte_cursor.h"
+#include "wire/byte_cursor.h"
 
 namespace panelhost {
 
@@ -18,34 +19,9 @@ constexpr std::size_t k_skipped = 7;
 // The smallest record: length, a one-character name, kind and two values.
 constexpr std::size_t k_min_record = 2 + 1 + 1 + 4 + 4;
 
-void append_utf8(std::string& out, uint32_t c) {
-  if (c < 0x80) {
-    out += static_cast<char>(c);
-  } else if (c < 0x800) {
-    out += static_cast<char>(0xC0 | c >> 6);
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    out += static_cast<char>(0xE0 | c >> 12);
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | c >> 18);
-    out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  }
-}
-
+// An unpaired surrogate is left out.
 std::string utf8_of_wide(const std::vector<uint16_t>& units) {
-  std::string out;
-  for (std::size_t i = 0; i < units.size(); ++i) {
-    uint32_t c = units[i];
-    if (c >= 0xD800 && c < 0xDC00 && i + 1 < units.size() && units[i + 1] >= 0xDC00) {
-      c = 0x10000 + ((c - 0xD800) << 10) + (units[++i] - 0xDC00);
-    }
-    append_utf8(out, c);
-  }
-  return out;
+  return boost::locale::conv::utf_to_utf<char>(std::u16string(units.begin(), units.end()));
 }
 
 bool printable(uint32_t c) {

@@ -7,8 +7,8 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "tag_index/tag_file_writer.h"
 #include "tag_index/tag_table.h"
+#include "tools/common/tag_file_writer.h"
 #include "tools/host/dictionary_shape.h"
 #include "tools/host/nearest_name.h"
 #include "tools/host/tag_check.h"

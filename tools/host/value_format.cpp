@@ -6,8 +6,8 @@
 #include <stdexcept>
 
 #include "tools/host/plc_type.h"
-#include "unity/byte_cursor.h"
 #include "unitydrv/unitydrv.h"
+#include "wire/byte_cursor.h"
 
 namespace panelhost {
 

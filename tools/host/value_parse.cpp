@@ -10,8 +10,8 @@
 #include <limits>
 
 #include "tools/host/plc_type.h"
-#include "unity/byte_cursor.h"
 #include "unitydrv/unitydrv.h"
+#include "wire/byte_cursor.h"
 
 namespace panelhost {
 

@@ -1,5 +1,7 @@
 // Replies to the identification exchanges. Payload shapes follow a real
 // controller's replies; only the fields a client decodes carry project values.
+#include <boost/algorithm/hex.hpp>
+#include <iterator>
 #include <stdexcept>
 
 #include "tools/plcsim/unity_replies.h"
@@ -10,8 +12,7 @@ namespace {
 
 byte_vector hex(const char* s) {
   byte_vector out;
-  auto nib = [](char c) { return static_cast<uint8_t>(c <= '9' ? c - '0' : c - 'a' + 10); };
-  for (; s[0] && s[1]; s += 2) out.push_back(static_cast<uint8_t>(nib(s[0]) << 4 | nib(s[1])));
+  boost::algorithm::unhex(s, std::back_inserter(out));
   return out;
 }
 

@@ -1,12 +1,14 @@
 // Project files: the controller's type text, its derived types, its variables
 // and the initial contents of its memory.
 #include <algorithm>
+#include <boost/algorithm/hex.hpp>
 #include <cerrno>
 #include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -15,6 +17,7 @@
 
 #include "tools/plcsim/plcsim.h"
 #include "tools/plcsim/project_layout.h"
+#include "tools/plcsim/sim_bytes.h"
 
 namespace plcsim {
 
@@ -26,28 +29,20 @@ namespace {
   throw std::runtime_error("plcsim project: " + what);
 }
 
-uint8_t hex_digit(char c) {
-  if (c >= '0' && c <= '9') return static_cast<uint8_t>(c - '0');
-  if (c >= 'a' && c <= 'f') return static_cast<uint8_t>(c - 'a' + 10);
-  if (c >= 'A' && c <= 'F') return static_cast<uint8_t>(c - 'A' + 10);
-  fail(std::string("bad hex digit '") + c + "'");
-}
-
 std::vector<uint8_t> from_hex(const std::string& s) {
   if (s.size() % 2) fail("hex text of odd length: " + s);
   std::vector<uint8_t> out;
-  for (std::size_t i = 0; i < s.size(); i += 2)
-    out.push_back(static_cast<uint8_t>(hex_digit(s[i]) << 4 | hex_digit(s[i + 1])));
+  try {
+    boost::algorithm::unhex(s, std::back_inserter(out));
+  } catch (const boost::algorithm::hex_decode_error&) {
+    fail("bad hex digit in '" + s + "'");
+  }
   return out;
 }
 
 std::string to_hex(const std::vector<uint8_t>& b) {
-  static const char* digits = "0123456789abcdef";
   std::string s;
-  for (uint8_t v : b) {
-    s += digits[v >> 4];
-    s += digits[v & 15];
-  }
+  boost::algorithm::hex_lower(b.begin(), b.end(), std::back_inserter(s));
   return s;
 }
 
@@ -266,9 +261,7 @@ project parse_project(const std::string& json_text) {
     if (j.contains("dictionary_handle")) {
       auto h = from_hex(j.at("dictionary_handle").get<std::string>());
       if (h.size() != 8) fail("dictionary_handle must be 8 bytes of hex");
-      p.dictionary_handle = 0;
-      for (std::size_t i = 0; i < 8; ++i)
-        p.dictionary_handle |= static_cast<uint64_t>(h[i]) << (8 * i);
+      p.dictionary_handle = msg_reader(h).le64();
     }
     for (const auto& t : j.value("types", json::array())) {
       derived_type d = parse_type(t);
@@ -321,9 +314,7 @@ std::string project_to_json(const project& p) {
   json j;
   j["plc_type"] = p.plc_type;
   j["table_address"] = p.table_address;
-  std::vector<uint8_t> h(8);
-  for (std::size_t i = 0; i < 8; ++i) h[i] = static_cast<uint8_t>(p.dictionary_handle >> (8 * i));
-  j["dictionary_handle"] = to_hex(h);
+  j["dictionary_handle"] = to_hex(msg_writer().le64(p.dictionary_handle).bytes());
   j["types"] = json::array();
   for (const auto& [id, t] : p.types) j["types"].push_back(type_to_json(t));
   j["variables"] = json::array();

@@ -189,10 +189,7 @@ struct server::impl {
 
 server::server(project p) : impl_(std::make_unique<impl>(std::move(p))) {
   // Identification reads the dictionary handle from block 0x0030, bytes 5..12.
-  byte_vector handle(8);
-  for (std::size_t i = 0; i < 8; ++i)
-    handle[i] = static_cast<uint8_t>(impl_->proj.dictionary_handle >> (8 * i));
-  impl_->memory.write(0x0030, 5, handle);
+  impl_->memory.write(0x0030, 5, msg_writer().le64(impl_->proj.dictionary_handle).bytes());
   for (const auto& [block, runs] : impl_->proj.initial)
     for (const auto& [offset, bytes] : runs) impl_->memory.write(block, offset, bytes);
 }

@@ -27,6 +27,10 @@ class msg_reader {
     uint32_t lo = le16();
     return lo | static_cast<uint32_t>(le16()) << 16;
   }
+  uint64_t le64() {
+    uint64_t lo = le32();
+    return lo | static_cast<uint64_t>(le32()) << 32;
+  }
   uint16_t be16() {
     uint16_t hi = u8();
     return static_cast<uint16_t>(hi << 8 | u8());
@@ -47,6 +51,7 @@ class msg_writer {
   }
   msg_writer& le16(uint16_t v) { return u8(v & 0xFF).u8(static_cast<uint8_t>(v >> 8)); }
   msg_writer& le32(uint32_t v) { return le16(v & 0xFFFF).le16(static_cast<uint16_t>(v >> 16)); }
+  msg_writer& le64(uint64_t v) { return le32(v & 0xFFFFFFFF).le32(static_cast<uint32_t>(v >> 32)); }
   msg_writer& be16(uint16_t v) { return u8(static_cast<uint8_t>(v >> 8)).u8(v & 0xFF); }
   msg_writer& be32(uint32_t v) { return be16(static_cast<uint16_t>(v >> 16)).be16(v & 0xFFFF); }
   msg_writer& zeros(std::size_t n) {
