@@ -6,13 +6,13 @@
 
 #include "driver/host_request.h"
 #include "tests/driver/host_paths_fixture.h"
-#include "unity/scripted_peer.h"
+#include "tools/common/loopback_peer.h"
 #include "wire/byte_cursor.h"
 
 namespace {
 
+using harness::bytes;
 using host_paths::request_desc;
-using test_peer::bytes;
 
 struct fill_case {
   const char* what;
@@ -82,28 +82,20 @@ TEST_F(FillTagStruct, TagBeyondTheTableIsAnEmptyUnresolvedTag) {
   EXPECT_EQ(tag.member_offset, 0u);
 }
 
-// The Unity message of a request received by the peer.
-bytes message(const bytes& request) {
-  return test_peer::message_of(request);
-}
-
-bytes read_reply(const bytes& request, const bytes& values) {
-  bytes m = {0x00, 0xFE};
-  m.insert(m.end(), values.begin(), values.end());
-  return test_peer::reply_frame(test_peer::transaction_of(request), m);
-}
+using harness::message_of;
+using harness::ok_reply;
 
 // A session connected to a scripted controller and ready for variable exchanges.
 class OnlineRequests : public host_paths::device_test {
  protected:
-  void connect(test_peer::scripted_peer& peer) {
+  void connect(harness::scripted_peer& peer) {
     ASSERT_EQ(device_->session.setup_device("127.0.0.1", peer.port(), 100), 1);
     device_->session.state = unity_process::state_ready;
     device_->session.table_address = 0x11223344;
   }
 
   // Waits (bounded) until the peer has seen n requests.
-  static std::vector<bytes> requests_seen(test_peer::scripted_peer& peer, std::size_t n) {
+  static std::vector<bytes> requests_seen(harness::scripted_peer& peer, std::size_t n) {
     for (int i = 0; i < 200 && peer.requests().size() < n; ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
@@ -113,7 +105,7 @@ class OnlineRequests : public host_paths::device_test {
 
 TEST_F(OnlineRequests, ReadWithNoRequestsSendsNothing) {
   load({"A"}, 0);
-  test_peer::scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
+  harness::scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
   connect(peer);
   for (uint8_t kind : {0, 3}) {
     auto req = requests({}, kind);
@@ -144,8 +136,8 @@ TEST_F(OnlineRequests, ReadUnpacksEveryTypeIntoItsSlot) {
       0x02, 0x03, 0x00, 0x05,              // BYTE[4] of type id 25
       0x02,                                // BYTE, plain
   };
-  test_peer::scripted_peer peer(
-      [&](const bytes& req, std::size_t, bool&) { return read_reply(req, values); });
+  harness::scripted_peer peer(
+      [&](const bytes& req, std::size_t, bool&) { return ok_reply(req, values); });
   connect(peer);
   auto req = requests({{0, 3, 0, 2},
                        {1, 196, 0, 1},
@@ -177,15 +169,15 @@ TEST_F(OnlineRequests, ReadUnpacksEveryTypeIntoItsSlot) {
 TEST_F(OnlineRequests, ReadItemCarriesTheElementOffsetAndTheBitIsDroppedFromTheRead) {
   load({"Words"}, 0);
   resolve(0, 3, 5, 0x0102, 0x000100);
-  test_peer::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
-    return read_reply(req, {0x18, 0x00});
+  harness::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
+    return ok_reply(req, {0x18, 0x00});
   });
   connect(peer);
   auto req = requests({{0, 3, 3, 1, 5}});  // WORD element 3, bit 4
   driver_.outputfilter(req.data(), 1);
   const auto seen = requests_seen(peer, 1);
   ASSERT_EQ(seen.size(), 1u);
-  const bytes m = message(seen[0]);
+  const bytes m = message_of(seen[0]);
   ASSERT_GE(m.size(), 14u);
   EXPECT_EQ(m[1], 0x22);
   EXPECT_EQ(m[6], 1);     // one item
@@ -204,15 +196,15 @@ TEST_F(OnlineRequests, ReadItemCarriesTheElementOffsetAndTheBitIsDroppedFromTheR
 TEST_F(OnlineRequests, BitArrayReadsWithTheTypeLengthAndNamesTheElement) {
   load({"Bits[0]", "Bits[3]"}, 0);
   resolve(0, 1, 1, 1, 0x10);
-  test_peer::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
-    return read_reply(req, {1, 0});
+  harness::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
+    return ok_reply(req, {1, 0});
   });
   connect(peer);
   auto req = requests({{0, 211, 96, 2}});
   driver_.outputfilter(req.data(), 1);
   const auto seen = requests_seen(peer, 1);
   ASSERT_EQ(seen.size(), 1u);
-  EXPECT_EQ(message(seen[0])[7], 0x21);
+  EXPECT_EQ(message_of(seen[0])[7], 0x21);
   EXPECT_EQ(device_->element_names.count("Bits[3]"), 1u);
   EXPECT_EQ(slot_units(device_->tag_table.slot(0), 2), (std::vector<uint16_t>{1, 0}));
 }
@@ -228,8 +220,8 @@ TEST_F(OnlineRequests, SingleElementOfABooleanTypeMasksBitOne) {
   resolve(0, 0x21, 40, 1, 0x10);
   resolve(1, 0x21, 40, 1, 0x11);
   resolve(2, 0x21, 41, 1, 0x12);
-  test_peer::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
-    return read_reply(req, {0x02, 0x06, 0x02});
+  harness::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
+    return ok_reply(req, {0x02, 0x06, 0x02});
   });
   connect(peer);
   auto req = requests({{0, 2, 0, 1}, {1, 2, 0, 1}, {2, 2, 0, 1}});
@@ -243,8 +235,8 @@ TEST_F(OnlineRequests, SingleElementOfABooleanTypeMasksBitOne) {
 TEST_F(OnlineRequests, ShortReplyRaisesOutOfRange) {
   load({"D"}, 0);
   resolve(0, 6, 7, 1, 0x20);
-  test_peer::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
-    return read_reply(req, {1, 2, 3});
+  harness::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
+    return ok_reply(req, {1, 2, 3});
   });
   connect(peer);
   auto req = requests({{0, 196, 0, 1}});
@@ -279,7 +271,7 @@ struct bit_write_case {
 
 TEST_F(OnlineRequests, BitWriteChangesOnlyTheShadowValue) {
   load({"W"}, 0);
-  test_peer::scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
+  harness::scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
   connect(peer);
   const bit_write_case cases[] = {
       {"set bit 0", 1, 1, 1, 0, 1},
@@ -351,9 +343,8 @@ TEST_F(OnlineRequests, WholeValueWritesBuildOneItemPerElement) {
     SCOPED_TRACE(c.what);
     load({"T"}, 0);
     resolve(0, 7, 8, 3, 0x100);
-    test_peer::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
-      return test_peer::reply_frame(test_peer::transaction_of(req), {0x00, 0xFE, 0x01});
-    });
+    harness::scripted_peer peer(
+        [](const bytes& req, std::size_t, bool&) { return ok_reply(req, {0x01}); });
     connect(peer);
     auto req = requests({{0, c.type, 2, 1}}, 1);
     req[0].write.write_count = static_cast<uint16_t>(c.words.size());
@@ -361,7 +352,7 @@ TEST_F(OnlineRequests, WholeValueWritesBuildOneItemPerElement) {
     driver_.outputfilter(req.data(), c.count);
     const auto seen = requests_seen(peer, 1);
     ASSERT_EQ(seen.size(), 1u);
-    const auto items = write_items(message(seen[0]), c.data.size());
+    const auto items = write_items(message_of(seen[0]), c.data.size());
     ASSERT_EQ(items.size(), c.addresses.size());
     for (std::size_t i = 0; i < items.size(); ++i) {
       EXPECT_EQ(items[i].code, 7);
@@ -377,14 +368,14 @@ TEST_F(OnlineRequests, WholeValueWritesBuildOneItemPerElement) {
 TEST_F(OnlineRequests, BoolWriteSendsTheBitValueByte) {
   load({"Flag"}, 0);
   resolve(0, 1, 1, 2, 0x40);
-  test_peer::scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
+  harness::scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
   connect(peer);
   auto req = requests({{0, 193, 0, 1}}, 1);
   req[0].write.bit.write_bit_value = 1;
   driver_.outputfilter(req.data(), 1);
   const auto seen = requests_seen(peer, 1);
   ASSERT_EQ(seen.size(), 1u);
-  const auto items = write_items(message(seen[0]), 1);
+  const auto items = write_items(message_of(seen[0]), 1);
   ASSERT_EQ(items.size(), 1u);
   EXPECT_EQ(items[0].data, bytes{1});
   EXPECT_EQ(items[0].address, 0x40u);

@@ -1,82 +1,22 @@
-// The driver as the host sees it: libunitydrv.so loaded with dlopen, its 14 entry points
-// resolved by name, and host records laid out at their byte offsets.
+// The driver as the host sees it: loaded through the host tool's wrapper, and host
+// records laid out at their byte offsets.
 #pragma once
 
-#include <dlfcn.h>
-
-#include <cstdio>
 #include <cstring>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "tools/common/driver_api.h"
 #include "unitydrv/unitydrv.h"
 
 namespace driver_api {
 
-class library {
- public:
-  explicit library(const char* path = UNITYDRV_LIBRARY_PATH) {
-    handle_ = ::dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    if (handle_ == nullptr) throw std::runtime_error(std::string("dlopen: ") + ::dlerror());
-    resolve(GetAttributeEx, "ORMAND_DRV_GetAttributeEx");
-    resolve(GetDeviceTableEx, "ORMAND_DRV_GetDeviceTableEx");
-    resolve(GetCommandSizeLimitInfo, "ORMAND_DRV_GetCommandSizeLimitInfo");
-    resolve(GetDataType, "ORMAND_DRV_GetDataType");
-    resolve(GetCommParam, "ORMAND_DRV_GetCommParam");
-    resolve(SetCommParam, "ORMAND_DRV_SetCommParam");
-    resolve(InitEx, "ORMAND_DRV_InitEx");
-    resolve(StartDeviceEx, "ORMAND_DRV_StartDeviceEx");
-    resolve(GetInitCmdEx2, "ORMAND_DRV_GetInitCmdEx2");
-    resolve(CheckInitCmdResponseEx2, "ORMAND_DRV_CheckInitCmdResponseEx2");
-    resolve(OutputFilterEx, "ORMAND_DRV_OutputFilterEx");
-    resolve(InputFilterEx, "ORMAND_DRV_InputFilterEx");
-    resolve(Timeout, "ORMAND_DRV_Timeout");
-    resolve(CloseDevice, "ORMAND_DRV_CloseDevice");
-  }
-  ~library() { ::dlclose(handle_); }
-  library(const library&) = delete;
-  library& operator=(const library&) = delete;
-
-  decltype(&ORMAND_DRV_GetAttributeEx) GetAttributeEx = nullptr;
-  decltype(&ORMAND_DRV_GetDeviceTableEx) GetDeviceTableEx = nullptr;
-  decltype(&ORMAND_DRV_GetCommandSizeLimitInfo) GetCommandSizeLimitInfo = nullptr;
-  decltype(&ORMAND_DRV_GetDataType) GetDataType = nullptr;
-  decltype(&ORMAND_DRV_GetCommParam) GetCommParam = nullptr;
-  decltype(&ORMAND_DRV_SetCommParam) SetCommParam = nullptr;
-  decltype(&ORMAND_DRV_InitEx) InitEx = nullptr;
-  decltype(&ORMAND_DRV_StartDeviceEx) StartDeviceEx = nullptr;
-  decltype(&ORMAND_DRV_GetInitCmdEx2) GetInitCmdEx2 = nullptr;
-  decltype(&ORMAND_DRV_CheckInitCmdResponseEx2) CheckInitCmdResponseEx2 = nullptr;
-  decltype(&ORMAND_DRV_OutputFilterEx) OutputFilterEx = nullptr;
-  decltype(&ORMAND_DRV_InputFilterEx) InputFilterEx = nullptr;
-  decltype(&ORMAND_DRV_Timeout) Timeout = nullptr;
-  decltype(&ORMAND_DRV_CloseDevice) CloseDevice = nullptr;
-
- private:
-  template <typename F>
-  void resolve(F& fn, const char* name) {
-    void* symbol = ::dlsym(handle_, name);
-    if (symbol == nullptr) throw std::runtime_error(std::string("missing entry point ") + name);
-    fn = reinterpret_cast<F>(symbol);
-  }
-
-  void* handle_ = nullptr;
+// The library the tests were built with.
+struct library : panelhost::driver_api {
+  library() : driver_api(UNITYDRV_LIBRARY_PATH) {}
 };
 
-// The InitEx record for a dotted IPv4 address a.b.c.d.
-inline unitydrv_init_params init_params(const std::string& dotted) {
-  unsigned a = 0, b = 0, c = 0, d = 0;
-  if (std::sscanf(dotted.c_str(), "%u.%u.%u.%u", &a, &b, &c, &d) != 4) {
-    throw std::invalid_argument("not a dotted address: " + dotted);
-  }
-  unitydrv_init_params p{};
-  p.octet1 = static_cast<uint8_t>(a);
-  p.octet2 = static_cast<uint8_t>(b);
-  p.octet3 = static_cast<uint16_t>(c);
-  p.octet4 = static_cast<uint16_t>(d);
-  return p;
-}
+using panelhost::init_params_of;
 
 // One host request: which tag, as which type, which elements, which bit.
 struct request {

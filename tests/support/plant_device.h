@@ -68,7 +68,7 @@ class device_test : public ::testing::Test {
     server_ = make_server(project_file_);
     ASSERT_TRUE(server_->start_on_free_loopback());
     lib_ = std::make_unique<driver_api::library>();
-    const unitydrv_init_params params = driver_api::init_params(server_->address());
+    const unitydrv_init_params params = driver_api::init_params_of(server_->address());
     lib_->InitEx(0, &params);
   }
 

@@ -4,14 +4,14 @@
 #include <stdexcept>
 #include <string>
 
-#include "reply_builder.h"
+#include "tools/common/unity_reply.h"
 #include "unity/unity_process.h"
 
 namespace {
 
-using test::bytes;
-using test::decoded_reply;
-using test::unity_message;
+using harness::bytes;
+using harness::decoded_reply;
+using harness::unity_message;
 
 std::string key(const char* text) {
   return std::string(text) + '\0';

@@ -2,15 +2,15 @@
 
 #include <string>
 
-#include "reply_builder.h"
+#include "tools/common/unity_reply.h"
 #include "unity/message_strategy.h"
 
 namespace {
 
-using test::bytes;
+using harness::bytes;
 
 bytes named_record(uint16_t type, uint16_t block, uint32_t offset, const std::string& name) {
-  return test::unity_message().u16(type).u16(block).u32(offset).u16(0xCCCC).name(name).get();
+  return harness::unity_message().u16(type).u16(block).u32(offset).u16(0xCCCC).name(name).get();
 }
 
 // unity_message starts with pairing and status; records are read from index 2 here.

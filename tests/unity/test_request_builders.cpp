@@ -64,13 +64,6 @@ TEST(InitRequestOutsideTable, LaterStepsAreBareHeadersWithZeroLength) {
   }
 }
 
-TEST(InitRequestOutsideTable, FirstStepOnTheWire) {
-  unity_process session;
-  bool more = true;
-  EXPECT_EQ(session.create_init_request(1, 2, more).to_raw_data(),
-            (bytes{0x00, 0x01, 0x00, 0x00, 0x00, 0x04, 0x00, 0x5A, 0x00, 0x02}));
-}
-
 TEST(FileHandleRequest, SendsAddressBytesInItsOwnOrder) {
   unity_process session;
   session.variable_address = {0xA0, 0xA1, 0xA2, 0xA3, 0xA4, 0xA5};

@@ -30,16 +30,6 @@ class SessionTransport : public ::testing::Test {
   boost::shared_ptr<orm::ClientSocket> peer;
 };
 
-TEST(UnityProcess, StartsDisconnectedWithZeroHandle) {
-  unity_process session;
-  EXPECT_TRUE(session.impl);
-  EXPECT_EQ(session.transaction_counter, 1);
-  EXPECT_EQ(session.dictionary_handle, bytes(8, 0));
-  EXPECT_EQ(session.state, unity_process::state_not_connected);
-  EXPECT_EQ(session.socket.descriptor(), -1);
-  EXPECT_FALSE(session.is_bme_p58());
-}
-
 TEST(UnityProcess, SetupDeviceRefusedSetsStateOneAndReturnsZero) {
   orm::ServerSocket closed_port;
   ASSERT_TRUE(closed_port.listenToClient(0, 1, true));
