@@ -50,6 +50,14 @@ TEST(SizeLimit, NineTenByteFields) {
   EXPECT_EQ(got, want);
 }
 
+TEST(HostType, EveryTypeHasItsHostType) {
+  for (const wire::plc_type& row : wire::plc_types) {
+    uint32_t out = 0xDEAD;
+    EXPECT_TRUE(description::host_type_of(row.code, out)) << row.name;
+    EXPECT_EQ(out, row.host_type) << row.name;
+  }
+}
+
 TEST(HostType, UnlistedCodesLeaveTheOutputAlone) {
   std::vector<int> codes = {0, 1, 5, 13, 192, 255};
   for (int c = 197; c <= 201; ++c) codes.push_back(c);

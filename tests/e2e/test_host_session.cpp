@@ -146,27 +146,6 @@ TEST_F(HostSession, WrittenValuesReachTheControllerAndReadBack) {
   EXPECT_EQ(round.units(3, 1), std::vector<uint16_t>{7});
 }
 
-TEST_F(HostSession, BitWriteStaysInTheDriver) {
-  start(0);
-  const uint64_t before = server_->request_count();
-  write({tag("Alarms"), UNITYDRV_TYPE_WORD, 0, 1, 1}, {}, 1);
-  EXPECT_EQ(server_->request_count(), before);
-  EXPECT_EQ(memory("Alarms", 0, 2), (std::vector<uint8_t>{24, 0}));
-}
-
-TEST_F(HostSession, OfflineDeviceNeverConnects) {
-  start(1);
-  write({tag("Levels"), UNITYDRV_TYPE_INT, 1, 2}, {11, 22});
-  write({tag("Energy"), UNITYDRV_TYPE_LINT}, {1, 2, 3, 4});
-  const auto round = read({{tag("Levels"), UNITYDRV_TYPE_INT, 0, 4},
-                           {tag("Energy"), UNITYDRV_TYPE_LINT},
-                           {tag("Counter"), UNITYDRV_TYPE_INT}});
-  EXPECT_EQ(round.units(0, 4), (std::vector<uint16_t>{0, 11, 22, 0}));
-  EXPECT_EQ(round.units(1, 4), (std::vector<uint16_t>{1, 2, 3, 4}));
-  EXPECT_EQ(round.units(2, 1), std::vector<uint16_t>{0});
-  EXPECT_EQ(server_->connection_count(), 0u);
-}
-
 // The records at their raw byte offsets, so that the header's layout is under test too.
 TEST_F(HostSession, RawHostRecordsAtTheirByteOffsets) {
   start(0);

@@ -110,22 +110,6 @@ TEST_F(ControllerFaults, NoControllerReportsCodeTenUntilOneListens) {
   expect_counter_reads();
 }
 
-TEST_F(ControllerFaults, RefusedProjectInformationStepsAreSkipped) {
-  plcsim::faults f;
-  f.error_function = 0x03;
-  server_->set_faults(f);
-  initialise();
-  expect_counter_reads();
-}
-
-TEST_F(ControllerFaults, OneLostDictionaryReplyIsResentAndInitialisationCompletes) {
-  plcsim::faults f;
-  f.no_reply_to = identification_requests + 1;  // the first data type list request
-  server_->set_faults(f);
-  initialise();
-  expect_counter_reads();
-}
-
 TEST_F(ControllerFaults, CutReplyRaisesOutOfRangeToTheHostAndTimeoutRecovers) {
   // Fault: a reply shorter than its header is framed by checked reads, not trusted.
   plcsim::faults f;

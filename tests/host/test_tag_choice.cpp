@@ -13,7 +13,7 @@ using namespace panelhost;
 
 namespace {
 
-TEST(ParseTagSpec, NameWithOptionalTypeAndCount) {
+TEST(ParseTagChoice, NameWithOptionalTypeAndCount) {
   tag_choice plain = parse_tag_choice("  Motor1.Speed \r");
   EXPECT_EQ(plain.name, "Motor1.Speed");
   EXPECT_EQ(plain.type.code, 0);
@@ -31,7 +31,7 @@ TEST(ParseTagSpec, NameWithOptionalTypeAndCount) {
   EXPECT_EQ(parse_tag_choice("X:195").type.code, UNITYDRV_TYPE_INT);
 }
 
-TEST(ParseTagSpec, RejectsBadTypesAndMissingNames) {
+TEST(ParseTagChoice, RejectsBadTypesAndMissingNames) {
   for (const char* bad :
        {"X:FLOAT", "X:INT[0]", "X:INT[", "X:INT[3x]", ":INT", "X:196x", "X:300"}) {
     EXPECT_THROW(parse_tag_choice(bad), std::invalid_argument) << bad;

@@ -149,6 +149,7 @@ TEST_P(ReadItem, RecordBytes) {
   session.data_types[100] = array_of(4);   // INT elements
   session.data_types[101] = array_of(25);  // EBOOL elements
   session.data_types[102] = array_of(6);   // DINT elements
+  session.data_types[104] = array_of(0);   // elements of no controller type
   session.table_address = 0x0A0B0C0D;
   std::vector<read_comm> items{GetParam().item};
   bool expect_reply = true;
@@ -203,6 +204,10 @@ INSTANTIATE_TEST_SUITE_P(
                                      item_at_012345(255, 102, 1),
                                      {0x13, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45, 0x01, 0x00},
                                      0},
+                      read_item_case{"no direct format, elements of no controller type: 255",
+                                     item_at_012345(255, 104, 2),
+                                     {0xFF, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45, 0x02, 0x00},
+                                     0},
                       read_item_case{"no direct format, unknown type",
                                      item_at_012345(255, 555, 4),
                                      {0xFF, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45, 0x04, 0x00},
@@ -244,6 +249,7 @@ TEST_P(WriteItem, RecordBytes) {
   session.data_types[100] = array_of(4);
   session.data_types[101] = array_of(25);
   session.data_types[103] = array_of(9);
+  session.data_types[104] = array_of(0);
   session.table_address = 0x01020304;
   bool expect_reply = true;
   const modbus_tcp_frame frame = session.create_write_request(5, 2, expect_reply, GetParam().items);
@@ -280,6 +286,9 @@ INSTANTIATE_TEST_SUITE_P(
         write_item_case{"no direct format, string elements: length code even for one",
                         {with_data(item_at_012345(255, 103, 1), {'x'})},
                         {0x11, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x01, 0x00, 'x'}},
+        write_item_case{"no direct format, one element of no controller type: 255",
+                        {with_data(item_at_012345(255, 104, 1), {0x07})},
+                        {0xFF, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x07}},
         write_item_case{"no direct format, unknown type: 255 and no count",
                         {with_data(item_at_012345(255, 555, 1), {0x07})},
                         {0xFF, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x07}},
