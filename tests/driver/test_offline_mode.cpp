@@ -52,32 +52,6 @@ TEST_F(OfflineMode, UnwrittenElementsReadAsZeroAndLeaveZeroEntries) {
   }
 }
 
-struct round_trip_case {
-  const char* what;
-  uint8_t type;
-  uint16_t count;
-  std::vector<uint16_t> words;
-  std::vector<uint16_t> read_back;
-};
-
-TEST_F(OfflineMode, WrittenValuesReadBackElementByElement) {
-  const round_trip_case cases[] = {
-      {"INT[3]", 195, 3, {0x1111, 0x2222, 0x3333}, {0x1111, 0x2222, 0x3333}},
-      {"DINT[2]", 196, 2, {0x5678, 0x1234, 0xBEEF, 0xDEAD}, {0x5678, 0x1234, 0xBEEF, 0xDEAD}},
-      {"LREAL", 10, 1, {1, 2, 3, 4}, {1, 2, 3, 4}},
-      {"SINT one byte of write_words each", 194, 2, {0x1101, 0x2202}, {0x01, 0x11}},
-      {"STRING one character per unit", 212, 3, {0x6261, 0x0063}, {'a', 'b', 'c'}},
-      {"BOOL one byte of write_words each", 193, 3, {0x0001, 0x0001}, {1, 0, 1}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    SetUp();
-    write({0, c.type, 2, c.count}, c.words, 1);
-    const auto res = read({{0, c.type, 2, c.count}});
-    EXPECT_EQ(units(res[0], c.read_back.size()), c.read_back);
-  }
-}
-
 TEST_F(OfflineMode, EachElementHasItsOwnKey) {
   write({1, 195, 10, 3}, {7, 8, 9});
   const auto res = read({{1, 195, 11, 1}, {1, 195, 12, 2}, {0, 195, 11, 1}});
@@ -85,18 +59,6 @@ TEST_F(OfflineMode, EachElementHasItsOwnKey) {
   EXPECT_EQ(units(res[1], 2), (std::vector<uint16_t>{9, 0}));
   EXPECT_EQ(units(res[2], 1), (std::vector<uint16_t>{0}));
   EXPECT_EQ(res[2].request_id, 102u);
-}
-
-TEST_F(OfflineMode, BitWriteUpdatesTheShadowValueOnly) {
-  write({0, 3, 0, 1, 32}, {}, 1);  // bit 31
-  write({0, 3, 0, 1, 3}, {}, 1);   // bit 2
-  ASSERT_EQ(device_->tag_values.size(), 2u);
-  auto req = requests({{0, 3, 0, 1, 32}}, 1);
-  offline_stTag_578 key;
-  driver_.offline_FillTagStruct(&device_->tag_table, &key, &req[0].ref);
-  EXPECT_EQ(device_->tag_values[key], 0xFFFFFFFF80000000ull);
-  write({0, 3, 0, 1, 32}, {}, 0);
-  EXPECT_EQ(device_->tag_values[key], 0u);
 }
 
 TEST_F(OfflineMode, BitArrayElementsAreKeyedByTheRenamedElement) {

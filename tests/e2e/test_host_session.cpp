@@ -103,22 +103,6 @@ TEST_F(HostSession, EboolMembersReadAsOneOrZero) {
   EXPECT_EQ(round.units(2, 1), std::vector<uint16_t>{1});
 }
 
-TEST_F(HostSession, BitAddressingPicksBitsOfAWord) {
-  start(0);
-  // Alarms holds 24 = 0x0018: bits 3 and 4 are set. Levels[0] holds 10 = 0b1010.
-  request from_index{tag("Alarms"), UNITYDRV_TYPE_WORD, 4, 1, 255};
-  from_index.index_off = 1;
-  const auto round = read({{tag("Alarms"), UNITYDRV_TYPE_WORD, 0, 1, 4},
-                           {tag("Alarms"), UNITYDRV_TYPE_WORD, 0, 1, 6},
-                           from_index,
-                           {tag("Levels"), UNITYDRV_TYPE_INT, 0, 4, 2}});
-  EXPECT_EQ(round.units(0, 1), std::vector<uint16_t>{0xFFFF});
-  EXPECT_EQ(round.units(1, 1), std::vector<uint16_t>{0});
-  EXPECT_EQ(round.units(2, 1), std::vector<uint16_t>{0xFFFF});
-  // All four come from the first element: bits 1, 2, 3 and 4 of 10.
-  EXPECT_EQ(round.units(3, 4), (std::vector<uint16_t>{0xFFFF, 0, 0xFFFF, 0}));
-}
-
 // A bit read of n elements asks the controller for n whole units; a single WORD
 // variable answers with one, and the short data raises as the driver always has.
 TEST_F(HostSession, BitReadOfSeveralElementsOfAScalarRaises) {

@@ -124,6 +124,13 @@ TEST_F(LargeRequests, OfflineWholeValueWritesTakeEveryElementFromWriteWords) {
       {"INT past write_count", UNITYDRV_TYPE_INT, 3, 1, {7, 8, 9}, {7, 8, 9}},
       {"DINT, write_count 0", UNITYDRV_TYPE_DINT, 2, 0, {1, 2, 3, 4}, {1, 2, 3, 4}},
       {"LINT", UNITYDRV_TYPE_LINT, 1, 2, {5, 6, 7, 8}, {5, 6, 7, 8}},
+      {"LREAL", UNITYDRV_TYPE_LREAL, 1, 4, {1, 2, 3, 4}, {1, 2, 3, 4}},
+      {"STRING, one character per unit",
+       UNITYDRV_TYPE_STRING,
+       3,
+       2,
+       {0x6261, 0x0063},
+       {'a', 'b', 'c'}},
   };
   start_device(1);
   initialise();

@@ -29,19 +29,6 @@ inline bytes hex(const std::string& s) {
   return out;
 }
 
-inline void put_le32(bytes& b, uint32_t v) {
-  for (int i = 0; i < 4; ++i) b.push_back(static_cast<uint8_t>(v >> (8 * i)));
-}
-
-inline uint32_t le32_at(const bytes& b, std::size_t at) {
-  return static_cast<uint32_t>(b.at(at)) | static_cast<uint32_t>(b.at(at + 1)) << 8 |
-         static_cast<uint32_t>(b.at(at + 2)) << 16 | static_cast<uint32_t>(b.at(at + 3)) << 24;
-}
-
-inline uint16_t le16_at(const bytes& b, std::size_t at) {
-  return static_cast<uint16_t>(b.at(at) | b.at(at + 1) << 8);
-}
-
 // Wraps a Unity message in a Modbus TCP frame with function code 0x5A.
 inline bytes adu(uint16_t transaction, const bytes& unity) {
   bytes out{static_cast<uint8_t>(transaction >> 8), static_cast<uint8_t>(transaction), 0, 0};

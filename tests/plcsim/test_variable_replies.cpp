@@ -52,10 +52,6 @@ TEST_F(variables, ReadAddressUsesAll24Bits) {
   EXPECT_EQ(read("01 0100 01 2301 45"), hex("00 FE AB"));
 }
 
-TEST_F(variables, SeveralItemsAreConcatenated) {
-  EXPECT_EQ(read("02 0100 01 0000 60  02 0100 01 0000 6C", 2), hex("00 FE D6FF 1800"));
-}
-
 TEST_F(variables, MalformedReadsAreRefused) {
   EXPECT_EQ(read("30 0100 01 0000 60").at(1), 0xFD) << "unknown code";
   EXPECT_EQ(read("02 0100 01 0000 60", 2).at(1), 0xFD) << "fewer items than announced";
@@ -68,14 +64,6 @@ TEST_F(variables, WrongTableAddressIsRefused) {
   bytes wr = hex("00 23 78 56 34 13 01 02 0100 60000000 0700");
   EXPECT_EQ(c->exchange(wr).at(1), 0xFD);
   EXPECT_EQ(srv->read_memory(1, 96, 2), hex("D6FF"));
-}
-
-TEST_F(variables, FileHandleRequestGetsTableAddressAtBufferByte16) {
-  ASSERT_TRUE(c->send(simtest::adu(12, hex("00 22 7E 8B 4B 05 01 01 01 00 01 00 00 00"))));
-  bytes frame = c->recv_frame();
-  ASSERT_GE(frame.size(), 20u);
-  EXPECT_EQ(frame[9], 0xFE);
-  EXPECT_EQ(simtest::le32_at(frame, 16), 0x12345678u);
 }
 
 struct write_case {
@@ -102,11 +90,6 @@ TEST_F(variables, WritesStoreEachItemShape) {
     const bytes want = hex(k.memory);
     EXPECT_EQ(srv->read_memory(1, k.offset, want.size()), want) << k.what;
   }
-}
-
-TEST_F(variables, WriteThenReadBack) {
-  ASSERT_EQ(write("11 0100 A0000000 0500 48454C4C4F"), hex("00 FE 01"));
-  EXPECT_EQ(read("11 0100 01 0000 A0 0700"), hex("00 FE 48454C4C4F2D41"));
 }
 
 TEST_F(variables, UnevenWriteIsRefused) {
