@@ -26,7 +26,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/driver_api.h"
+#include "tools/common/host_records.h"
 #include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/plcsim.h"
 #include "unity/unity_process.h"

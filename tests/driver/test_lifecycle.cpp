@@ -78,7 +78,6 @@ TEST(Lifecycle, UnreachableControllerReportsCodeTen) {
 TEST(Lifecycle, NullHandlesAreIgnored) {
   tag_driver_offline_578 driver;
   driver.close_device(0, nullptr);  // must not crash
-  EXPECT_TRUE(driver.get_offline_status());
   driver.set_offline_status(false);
   EXPECT_FALSE(driver.get_offline_status());
 }

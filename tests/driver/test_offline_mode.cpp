@@ -61,6 +61,18 @@ TEST_F(OfflineMode, EachElementHasItsOwnKey) {
   EXPECT_EQ(res[2].request_id, 102u);
 }
 
+TEST_F(OfflineMode, BitWriteUpdatesTheShadowValueOnly) {
+  write({0, 3, 0, 1, 32}, {}, 1);  // bit 31
+  write({0, 3, 0, 1, 3}, {}, 1);   // bit 2
+  ASSERT_EQ(device_->tag_values.size(), 2u);
+  auto req = requests({{0, 3, 0, 1, 32}}, 1);
+  offline_stTag_578 key;
+  driver_.offline_FillTagStruct(&device_->tag_table, &key, &req[0].ref);
+  EXPECT_EQ(device_->tag_values[key], 0xFFFFFFFF80000000ull);
+  write({0, 3, 0, 1, 32}, {}, 0);
+  EXPECT_EQ(device_->tag_values[key], 0u);
+}
+
 TEST_F(OfflineMode, BitArrayElementsAreKeyedByTheRenamedElement) {
   write({2, 211, 96, 2}, {0x0001});
   // Tag 2 names element 0; bit 96 lives in element 3, which is tag 3.

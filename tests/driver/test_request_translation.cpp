@@ -119,53 +119,6 @@ TEST_F(OnlineRequests, ReadWithNoRequestsSendsNothing) {
   EXPECT_EQ(device_->session.state, unity_process::state_ready);
 }
 
-TEST_F(OnlineRequests, ReadUnpacksEveryTypeIntoItsSlot) {
-  load({"W", "D", "L", "S", "B", "Flag", "U"}, 0);
-  resolve(0, 4, 5, 1, 0x100);
-  resolve(1, 6, 7, 1, 0x200);
-  resolve(2, 8, 9, 1, 0x300);
-  resolve(3, 0x21, 30, 1, 0x400);
-  resolve(4, 1, 25, 1, 0x500);  // type id 25: one bit per byte
-  resolve(5, 1, 1, 1, 0x600);
-  resolve(6, 1, 1, 1, 0x700);
-  const bytes values = {
-      0x34, 0x12, 0x78, 0x56,              // WORD[2]
-      0x04, 0x03, 0x02, 0x01,              // DINT
-      1,    2,    3,    4,    5, 6, 7, 8,  // LREAL
-      'a',  'b',  'c',                     // STRING[3]
-      0x02, 0x03, 0x00, 0x05,              // BYTE[4] of type id 25
-      0x02,                                // BYTE, plain
-  };
-  harness::scripted_peer peer(
-      [&](const bytes& req, std::size_t, bool&) { return ok_reply(req, values); });
-  connect(peer);
-  auto req = requests({{0, 3, 0, 2},
-                       {1, 196, 0, 1},
-                       {2, 10, 0, 1},
-                       {3, 212, 0, 3},
-                       {4, 2, 0, 4},
-                       {5, 2, 0, 1},
-                       {6, 99, 0, 3}});
-  std::memset(device_->tag_table.slot(6).data, 0x77, 4);
-  const unitydrv_result r = driver_.outputfilter(req.data(), static_cast<int>(req.size()));
-  EXPECT_EQ(r.byte_3, 8);
-  EXPECT_EQ(req[0].status[4], 0);
-  auto& t = device_->tag_table;
-  EXPECT_EQ(slot_units(t.slot(0), 3), (std::vector<uint16_t>{0x1234, 0x5678, 0}));
-  EXPECT_EQ(slot_units(t.slot(1), 2), (std::vector<uint16_t>{0x0304, 0x0102}));
-  EXPECT_EQ(slot_units(t.slot(2), 4), (std::vector<uint16_t>{0x0201, 0x0403, 0x0605, 0x0807}));
-  EXPECT_EQ(slot_units(t.slot(3), 3), (std::vector<uint16_t>{'a', 'b', 'c'}));
-  // Bit 1 is masked off: exactly 2 reads as clear.
-  EXPECT_EQ(slot_units(t.slot(4), 4), (std::vector<uint16_t>{0, 1, 0, 1}));
-  EXPECT_EQ(slot_units(t.slot(5), 1), (std::vector<uint16_t>{2}));
-  // An unknown type consumes nothing; its slot is only cleared.
-  EXPECT_EQ(slot_units(t.slot(6), 2), (std::vector<uint16_t>{0, 0}));
-  EXPECT_EQ(t.slot(3).type_code, 212);
-  EXPECT_EQ(t.slot(3).element_count, 3);
-  EXPECT_EQ(t.slot(3).bit_number, 255);
-  EXPECT_EQ(device_->session.state, unity_process::state_read_ok);
-}
-
 TEST_F(OnlineRequests, ReadItemCarriesTheElementOffsetAndTheBitIsDroppedFromTheRead) {
   load({"Words"}, 0);
   resolve(0, 3, 5, 0x0102, 0x000100);
@@ -296,75 +249,6 @@ TEST_F(OnlineRequests, BitWriteChangesOnlyTheShadowValue) {
   EXPECT_TRUE(peer.requests().empty());
 }
 
-// Splits a write-variables message into its items (each: header bytes, then data_len).
-struct write_item {
-  uint8_t code;
-  uint16_t block;
-  uint32_t address;
-  bytes data;
-};
-
-std::vector<write_item> write_items(const bytes& m, std::size_t data_len) {
-  wire::le_reader in(m);
-  EXPECT_EQ(in.u8(), 0x00);
-  EXPECT_EQ(in.u8(), 0x23);
-  in.u32();
-  const unsigned n = in.u8();
-  std::vector<write_item> items;
-  for (unsigned i = 0; i < n; ++i) {
-    write_item it;
-    it.code = in.u8();
-    it.block = in.u16();
-    it.address = in.u32();
-    for (std::size_t b = 0; b < data_len; ++b) it.data.push_back(in.u8());
-    items.push_back(it);
-  }
-  EXPECT_TRUE(in.at_end());
-  return items;
-}
-
-struct write_case {
-  const char* what;
-  uint8_t type;
-  int count;
-  std::vector<uint16_t> words;
-  std::vector<uint32_t> addresses;  // per item
-  bytes data;                       // every item's data
-};
-
-TEST_F(OnlineRequests, WholeValueWritesBuildOneItemPerElement) {
-  const write_case cases[] = {
-      {"DINT, two elements", 196, 2, {0x5678, 0x1234}, {0x108, 0x10C}, {0x78, 0x56, 0x34, 0x12}},
-      {"SINT packs low bytes", 194, 1, {0x1101, 0x2202}, {0x102}, {0x01, 0x02, 0, 0}},
-      {"STRING counts 2 and sends one item", 212, 3, {0x6261}, {0x104}, {0x61, 0x62}},
-      {"LREAL", 10, 1, {1, 2, 3, 4}, {0x110}, {1, 0, 2, 0, 3, 0, 4, 0}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    load({"T"}, 0);
-    resolve(0, 7, 8, 3, 0x100);
-    harness::scripted_peer peer(
-        [](const bytes& req, std::size_t, bool&) { return ok_reply(req, {0x01}); });
-    connect(peer);
-    auto req = requests({{0, c.type, 2, 1}}, 1);
-    req[0].write.write_count = static_cast<uint16_t>(c.words.size());
-    for (std::size_t i = 0; i < c.words.size(); ++i) req[0].write_words[i] = c.words[i];
-    driver_.outputfilter(req.data(), c.count);
-    const auto seen = requests_seen(peer, 1);
-    ASSERT_EQ(seen.size(), 1u);
-    const auto items = write_items(message_of(seen[0]), c.data.size());
-    ASSERT_EQ(items.size(), c.addresses.size());
-    for (std::size_t i = 0; i < items.size(); ++i) {
-      EXPECT_EQ(items[i].code, 7);
-      EXPECT_EQ(items[i].block, 3);
-      EXPECT_EQ(items[i].address, c.addresses[i]);
-      EXPECT_EQ(items[i].data, c.data);
-    }
-    EXPECT_EQ(device_->session.state, unity_process::state_write_ok);
-    EXPECT_TRUE(device_->tag_values.empty());
-  }
-}
-
 TEST_F(OnlineRequests, BoolWriteSendsTheBitValueByte) {
   load({"Flag"}, 0);
   resolve(0, 1, 1, 2, 0x40);
@@ -375,10 +259,11 @@ TEST_F(OnlineRequests, BoolWriteSendsTheBitValueByte) {
   driver_.outputfilter(req.data(), 1);
   const auto seen = requests_seen(peer, 1);
   ASSERT_EQ(seen.size(), 1u);
-  const auto items = write_items(message_of(seen[0]), 1);
-  ASSERT_EQ(items.size(), 1u);
-  EXPECT_EQ(items[0].data, bytes{1});
-  EXPECT_EQ(items[0].address, 0x40u);
+  // One item: address 0x40 as four bytes, then the bit value byte.
+  const bytes m = message_of(seen[0]);
+  ASSERT_EQ(m.size(), 15u);
+  EXPECT_EQ(m[6], 1);
+  EXPECT_EQ(bytes(m.begin() + 10, m.end()), (bytes{0x40, 0x00, 0x00, 0x00, 0x01}));
 }
 
 TEST(OutputFilter, NullDeviceHandleReturnsTheRecord) {

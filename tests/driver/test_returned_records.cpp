@@ -7,7 +7,7 @@
 #include <cstring>
 #include <vector>
 
-#include "support/driver_api.h"
+#include "tools/common/host_records.h"
 
 namespace {
 

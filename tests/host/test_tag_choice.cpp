@@ -65,15 +65,6 @@ TEST(ReadTagList, SkipsCommentsAndNamesTheBadLine) {
   EXPECT_THROW(read_tag_list(path), std::runtime_error);
 }
 
-TEST(PlcType, NamesAndCodesAgree) {
-  for (const char* name : {"BOOL", "SINT", "INT", "DINT", "REAL", "LREAL", "STRING", "LWORD"}) {
-    const plc_type& t = parse_plc_type(name);
-    EXPECT_EQ(parse_plc_type(std::to_string(t.code)).code, t.code);
-    EXPECT_EQ(plc_type_name(t.code), name);
-    EXPECT_EQ(t.units * 2 >= t.size, true) << name;
-  }
-}
-
 }  // namespace
 
 namespace {

@@ -1,13 +1,29 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
+#include <vector>
 
-#include "plcsim/sim_client.h"
-
-using simtest::bytes;
-using simtest::hex;
+#include "tools/plcsim/plcsim.h"
 
 namespace {
+
+using bytes = std::vector<uint8_t>;
+
+// "00 5E D0 B2" as bytes.
+bytes hex(const std::string& s) {
+  bytes out;
+  std::string digits;
+  for (char c : s)
+    if (c != ' ') digits += c;
+  for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
+    out.push_back(static_cast<uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+  return out;
+}
+
+plcsim::project plant() {
+  return plcsim::load_project_file(std::string(UNITYDRV_SOURCE_DIR) + "/examples/plant.json");
+}
 
 struct location_case {
   const char* path;
@@ -17,7 +33,7 @@ struct location_case {
 };
 
 TEST(project, PlantValuesSitAtTheirLocations) {
-  plcsim::server srv(simtest::plant());
+  plcsim::server srv(plant());
   const location_case cases[] = {
       {"Motor1.Speed", 1, 0, "00 50 B5 44"},  // 1450.5f
       {"Motor1.Starts", 1, 12, "11 00 00 00"},  {"Motor2.Starts", 1, 28, "03 00 00 00"},
@@ -40,7 +56,7 @@ TEST(project, PlantValuesSitAtTheirLocations) {
 }
 
 TEST(project, UnknownPathsAreNotLocated) {
-  plcsim::server srv(simtest::plant());
+  plcsim::server srv(plant());
   uint16_t block = 0;
   uint32_t offset = 0;
   for (const char* path : {"Nothing", "Motor1.Torque", "Line[4].Speed", "Counter.x", "Line[1"})

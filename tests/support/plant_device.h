@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/driver_api.h"
+#include "tools/common/host_records.h"
 #include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/plcsim.h"
 #if defined(UNITYDRV_REMOTE_SIM)

@@ -49,15 +49,6 @@ TEST_F(SessionTransport, ReceivesOneReadAsTheWholeReply) {
   EXPECT_EQ(session.client_recv(), bytes(first, first + 9));
 }
 
-TEST_F(SessionTransport, NoReplyWithinTheWaitIsEmpty) {
-  EXPECT_TRUE(session.client_recv().empty());
-}
-
-TEST_F(SessionTransport, ClosedByPeerIsEmpty) {
-  peer->close();
-  EXPECT_TRUE(session.client_recv().empty());
-}
-
 TEST_F(SessionTransport, LongReplyIsCutAt2048) {
   const bytes big(3000, 0x33);
   ASSERT_EQ(::send(peer->descriptor(), big.data(), big.size(), 0), 3000);

@@ -1,5 +1,5 @@
-// The driver as the host sees it: loaded through the host tool's wrapper, and host
-// records laid out at their byte offsets.
+// Host records as the host fills them, for the tests and the benchmarks that drive the
+// loaded library: requests, write requests and the results of one input round.
 #pragma once
 
 #include <cstring>
@@ -11,7 +11,7 @@
 
 namespace driver_api {
 
-// The library the tests were built with.
+// The library the tests or benchmarks were built with (UNITYDRV_LIBRARY_PATH).
 struct library : panelhost::driver_api {
   library() : driver_api(UNITYDRV_LIBRARY_PATH) {}
 };
