@@ -119,6 +119,75 @@ TEST_F(OnlineRequests, ReadWithNoRequestsSendsNothing) {
   EXPECT_EQ(device_->session.state, unity_process::state_ready);
 }
 
+struct unpack_case {
+  const char* what;
+  uint8_t type;
+  uint16_t count;
+  bytes values;
+  std::vector<uint16_t> units;
+};
+
+TEST_F(OnlineRequests, ReadUnpacksEachWidthIntoItsSlot) {
+  const unpack_case cases[] = {
+      {"DINT", 196, 1, {0x04, 0x03, 0x02, 0x01}, {0x0304, 0x0102}},
+      {"LREAL", 10, 1, {1, 2, 3, 4, 5, 6, 7, 8}, {0x0201, 0x0403, 0x0605, 0x0807}},
+      {"STRING, one character a unit", 212, 3, {'a', 'b', 'c'}, {'a', 'b', 'c'}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    load({"T"}, 0);
+    resolve(0, 4, 5, 1, 0x100);
+    harness::scripted_peer peer(
+        [&](const bytes& req, std::size_t, bool&) { return ok_reply(req, c.values); });
+    connect(peer);
+    auto req = requests({{0, c.type, 0, c.count}});
+    driver_.outputfilter(req.data(), 1);
+    EXPECT_EQ(slot_units(device_->tag_table.slot(0), c.units.size()), c.units);
+  }
+}
+
+struct write_case {
+  const char* what;
+  uint8_t type;
+  int count;
+  std::vector<uint16_t> words;
+  uint8_t items;
+  bytes first_item;  // address and data
+};
+
+TEST_F(OnlineRequests, WholeValueWritesBuildOneItemPerElement) {
+  const write_case cases[] = {
+      {"DINT, two elements",
+       196,
+       2,
+       {0x5678, 0x1234},
+       2,
+       {0x08, 0x01, 0, 0, 0x78, 0x56, 0x34, 0x12}},
+      {"SINT packs low bytes", 194, 1, {0x1101, 0x2202}, 1, {0x02, 0x01, 0, 0, 0x01, 0x02, 0, 0}},
+      {"STRING counts 2 and sends one item", 212, 3, {0x6261}, 1, {0x04, 0x01, 0, 0, 0x61, 0x62}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    load({"T"}, 0);
+    resolve(0, 7, 8, 3, 0x100);
+    harness::scripted_peer peer(
+        [](const bytes& req, std::size_t, bool&) { return ok_reply(req, {0x01}); });
+    connect(peer);
+    auto req = requests({{0, c.type, 2, 1}}, 1);
+    req[0].write.write_count = static_cast<uint16_t>(c.words.size());
+    for (std::size_t i = 0; i < c.words.size(); ++i) req[0].write_words[i] = c.words[i];
+    driver_.outputfilter(req.data(), c.count);
+    const auto seen = requests_seen(peer, 1);
+    ASSERT_EQ(seen.size(), 1u);
+    const bytes m = message_of(seen[0]);
+    EXPECT_EQ(m[6], c.items);
+    ASSERT_GE(m.size(), 10 + c.first_item.size());
+    EXPECT_EQ(m[7], 7);  // the tag's format code
+    EXPECT_EQ(bytes(m.begin() + 10, m.begin() + 10 + c.first_item.size()), c.first_item);
+    EXPECT_EQ(device_->session.state, unity_process::state_write_ok);
+  }
+}
+
 TEST_F(OnlineRequests, ReadItemCarriesTheElementOffsetAndTheBitIsDroppedFromTheRead) {
   load({"Words"}, 0);
   resolve(0, 3, 5, 0x0102, 0x000100);
