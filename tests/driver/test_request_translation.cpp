@@ -132,6 +132,7 @@ TEST_F(OnlineRequests, ReadUnpacksEachWidthIntoItsSlot) {
       {"DINT", 196, 1, {0x04, 0x03, 0x02, 0x01}, {0x0304, 0x0102}},
       {"LREAL", 10, 1, {1, 2, 3, 4, 5, 6, 7, 8}, {0x0201, 0x0403, 0x0605, 0x0807}},
       {"STRING, one character a unit", 212, 3, {'a', 'b', 'c'}, {'a', 'b', 'c'}},
+      {"unknown type: nothing taken, the slot only cleared", 99, 2, {}, {0, 0}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
@@ -141,6 +142,7 @@ TEST_F(OnlineRequests, ReadUnpacksEachWidthIntoItsSlot) {
         [&](const bytes& req, std::size_t, bool&) { return ok_reply(req, c.values); });
     connect(peer);
     auto req = requests({{0, c.type, 0, c.count}});
+    std::memset(device_->tag_table.slot(0).data, 0x77, 4);
     driver_.outputfilter(req.data(), 1);
     EXPECT_EQ(slot_units(device_->tag_table.slot(0), c.units.size()), c.units);
   }

@@ -93,24 +93,6 @@ TEST_F(HostSession, ReadsEveryKindOfTagAsTheControllerHoldsIt) {
   EXPECT_EQ(round.units(13, 7), (std::vector<uint16_t>{'P', 'L', 'A', 'N', 'T', '-', 'A'}));
 }
 
-TEST_F(HostSession, EboolMembersReadAsOneOrZero) {
-  start(0);
-  const auto round = read({{tag("Motor1.Running"), UNITYDRV_TYPE_BOOL},
-                           {tag("Motor2.Running"), UNITYDRV_TYPE_BOOL},
-                           {tag("Running"), UNITYDRV_TYPE_BOOL}});
-  EXPECT_EQ(round.units(0, 1), std::vector<uint16_t>{1});
-  EXPECT_EQ(round.units(1, 1), std::vector<uint16_t>{0});
-  EXPECT_EQ(round.units(2, 1), std::vector<uint16_t>{1});
-}
-
-// A bit read of n elements asks the controller for n whole units; a single WORD
-// variable answers with one, and the short data raises as the driver always has.
-TEST_F(HostSession, BitReadOfSeveralElementsOfAScalarRaises) {
-  start(0);
-  auto req = driver_api::requests(device_, {{tag("Alarms"), UNITYDRV_TYPE_WORD, 0, 4, 4}});
-  EXPECT_THROW(lib_->OutputFilterEx(req.data(), 1), std::out_of_range);
-}
-
 TEST_F(HostSession, WrittenValuesReachTheControllerAndReadBack) {
   start(0);
   write({tag("Counter"), UNITYDRV_TYPE_INT}, {1234});

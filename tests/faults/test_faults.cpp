@@ -146,33 +146,6 @@ TEST_F(ControllerFaults, SilentControllerDuringDictionaryDownloadIsEndedByTimeou
   recover();
 }
 
-// Run-time faults on a read that make the round fail once; the next round reads again.
-TEST_F(ControllerFaults, ReadFaultsFailOneRoundAndTheNextRoundReadsAgain) {
-  initialise();
-  const uint64_t base = server_->request_count();
-  struct run_fault {
-    const char* name;
-    plcsim::faults faults;
-  };
-  std::vector<run_fault> cases;
-  plcsim::faults f;
-  f.no_reply_to = 1;
-  cases.push_back({"no reply", f});
-  f = {};
-  f.error_function = 0x22;
-  cases.push_back({"error status", f});
-  uint64_t sent = base;
-  for (run_fault& c : cases) {
-    SCOPED_TRACE(c.name);
-    if (c.faults.no_reply_to != 0) c.faults.no_reply_to = static_cast<int>(sent + 1);
-    server_->set_faults(c.faults);
-    expect_round_failed(read(counter_and_total()));
-    server_->set_faults({});
-    expect_counter_reads();
-    sent = server_->request_count();
-  }
-}
-
 TEST_F(ControllerFaults, LateReadReplyFailsTheRoundAndTimeoutDiscardsIt) {
   initialise();
   plcsim::faults f;
@@ -180,17 +153,6 @@ TEST_F(ControllerFaults, LateReadReplyFailsTheRoundAndTimeoutDiscardsIt) {
   f.delay_ms = 1300;
   server_->set_faults(f);
   expect_round_failed(read(counter_and_total()));
-  recover();
-}
-
-TEST_F(ControllerFaults, SplitReadReplyRaisesOutOfRangeToTheHost) {
-  // The first half of the reply holds fewer value bytes than the requests need.
-  initialise();
-  plcsim::faults f;
-  f.split_reply_to = static_cast<int>(server_->request_count() + 1);
-  server_->set_faults(f);
-  auto req = driver_api::requests(device_, counter_and_total());
-  EXPECT_THROW(lib_->OutputFilterEx(req.data(), static_cast<int>(req.size())), std::out_of_range);
   recover();
 }
 
@@ -202,25 +164,6 @@ TEST_F(ControllerFaults, DroppedConnectionFailsEveryRoundUntilTimeoutAndReinitia
   expect_round_failed(read(counter_and_total()));
   expect_round_failed(read(counter_and_total()));
   recover();
-}
-
-TEST_F(ControllerFaults, UnansweredWriteIsNotReportedButFailsTheNextRead) {
-  // A write without reply leaves state 8, which is not ready: the next read fails and
-  // resets the state, and the round after it reads again.
-  initialise();
-  plcsim::faults f;
-  f.no_reply_to = static_cast<int>(server_->request_count() + 1);
-  server_->set_faults(f);
-  auto req = driver_api::write_request(device_, {tag("Counter"), UNITYDRV_TYPE_INT}, {7});
-  EXPECT_EQ(lib_->OutputFilterEx(req.data(), 1).byte_3, 8);
-  driver_api::input_round after_write(device_, 1);
-  lib_->InputFilterEx(after_write.results.data(), nullptr, after_write.infos.data(), 1);
-  EXPECT_EQ(after_write.results[0].result_status, 0);
-  EXPECT_EQ(after_write.results[0].result_code, 5);
-  server_->set_faults({});
-  expect_round_failed(read(counter_and_total()));
-  // The silent controller never carried the write out.
-  expect_counter_reads();
 }
 
 }  // namespace

@@ -61,11 +61,4 @@ TEST(DecodeFrame, NineBytesIsTheSmallestAccepted) {
   EXPECT_EQ(p.frames[0].pdu.data, bytes{0x00});
 }
 
-TEST(DecodeFrame, EncodedEmptyFrameIsRefused) {
-  modbus_tcp_frame frame;
-  frame.pdu.function_code = 0x5A;
-  unity_process::PRIVATE p;
-  EXPECT_THROW(p.create_modbus_tcp_frame_to_source(frame.to_raw_data()), std::out_of_range);
-}
-
 }  // namespace
