@@ -90,13 +90,6 @@ TEST_F(OfflineMode, BitArrayElementsAreKeyedByTheRenamedElement) {
   EXPECT_EQ(units(res[0], 2), (std::vector<uint16_t>{1, 0}));
 }
 
-TEST_F(OfflineMode, ReadWithNoRequestsStillMarksTheFirst) {
-  auto req = requests({}, 3);
-  driver_.outputfilter(req.data(), 0);
-  EXPECT_EQ(req[0].status[4], 1);
-  EXPECT_TRUE(device_->tag_values.empty());
-}
-
 TEST_F(OfflineMode, NothingValidReturnsOnlyThePreset) {
   auto res = results(2);
   auto inf = infos(2, 0);

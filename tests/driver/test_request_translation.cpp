@@ -94,6 +94,19 @@ class OnlineRequests : public host_paths::device_test {
     device_->session.table_address = 0x11223344;
   }
 
+  // Connects the session to a peer that accepts every request with these value bytes, or
+  // that never answers.
+  harness::scripted_peer& peer_answering(const bytes& values, bool silent = false) {
+    peer_ = std::make_unique<harness::scripted_peer>(
+        [values, silent](const bytes& req, std::size_t, bool&) {
+          return silent ? bytes{} : ok_reply(req, values);
+        });
+    connect(*peer_);
+    return *peer_;
+  }
+
+  std::unique_ptr<harness::scripted_peer> peer_;
+
   // Waits (bounded) until the peer has seen n requests.
   static std::vector<bytes> requests_seen(harness::scripted_peer& peer, std::size_t n) {
     for (int i = 0; i < 200 && peer.requests().size() < n; ++i) {
@@ -102,22 +115,6 @@ class OnlineRequests : public host_paths::device_test {
     return peer.requests();
   }
 };
-
-TEST_F(OnlineRequests, ReadWithNoRequestsSendsNothing) {
-  load({"A"}, 0);
-  harness::scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
-  connect(peer);
-  for (uint8_t kind : {0, 3}) {
-    auto req = requests({}, kind);
-    const unitydrv_result r = driver_.outputfilter(req.data(), 0);
-    EXPECT_EQ(r.byte_2, 0);
-    EXPECT_EQ(r.byte_3, 8);
-    EXPECT_EQ(r.word_4, 0u);
-    for (uint8_t b : req[0].status) EXPECT_EQ(b, 0);
-  }
-  EXPECT_TRUE(peer.requests().empty());
-  EXPECT_EQ(device_->session.state, unity_process::state_ready);
-}
 
 struct unpack_case {
   const char* what;
@@ -138,9 +135,7 @@ TEST_F(OnlineRequests, ReadUnpacksEachWidthIntoItsSlot) {
     SCOPED_TRACE(c.what);
     load({"T"}, 0);
     resolve(0, 4, 5, 1, 0x100);
-    harness::scripted_peer peer(
-        [&](const bytes& req, std::size_t, bool&) { return ok_reply(req, c.values); });
-    connect(peer);
+    peer_answering(c.values);
     auto req = requests({{0, c.type, 0, c.count}});
     std::memset(device_->tag_table.slot(0).data, 0x77, 4);
     driver_.outputfilter(req.data(), 1);
@@ -172,9 +167,7 @@ TEST_F(OnlineRequests, WholeValueWritesBuildOneItemPerElement) {
     SCOPED_TRACE(c.what);
     load({"T"}, 0);
     resolve(0, 7, 8, 3, 0x100);
-    harness::scripted_peer peer(
-        [](const bytes& req, std::size_t, bool&) { return ok_reply(req, {0x01}); });
-    connect(peer);
+    auto& peer = peer_answering({0x01});
     auto req = requests({{0, c.type, 2, 1}}, 1);
     req[0].write.write_count = static_cast<uint16_t>(c.words.size());
     for (std::size_t i = 0; i < c.words.size(); ++i) req[0].write_words[i] = c.words[i];
@@ -193,10 +186,7 @@ TEST_F(OnlineRequests, WholeValueWritesBuildOneItemPerElement) {
 TEST_F(OnlineRequests, ReadItemCarriesTheElementOffsetAndTheBitIsDroppedFromTheRead) {
   load({"Words"}, 0);
   resolve(0, 3, 5, 0x0102, 0x000100);
-  harness::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
-    return ok_reply(req, {0x18, 0x00});
-  });
-  connect(peer);
+  auto& peer = peer_answering({0x18, 0x00});
   auto req = requests({{0, 3, 3, 1, 5}});  // WORD element 3, bit 4
   driver_.outputfilter(req.data(), 1);
   const auto seen = requests_seen(peer, 1);
@@ -220,10 +210,7 @@ TEST_F(OnlineRequests, ReadItemCarriesTheElementOffsetAndTheBitIsDroppedFromTheR
 TEST_F(OnlineRequests, BitArrayReadsWithTheTypeLengthAndNamesTheElement) {
   load({"Bits[0]", "Bits[3]"}, 0);
   resolve(0, 1, 1, 1, 0x10);
-  harness::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
-    return ok_reply(req, {1, 0});
-  });
-  connect(peer);
+  auto& peer = peer_answering({1, 0});
   auto req = requests({{0, 211, 96, 2}});
   driver_.outputfilter(req.data(), 1);
   const auto seen = requests_seen(peer, 1);
@@ -234,7 +221,7 @@ TEST_F(OnlineRequests, BitArrayReadsWithTheTypeLengthAndNamesTheElement) {
 }
 
 TEST_F(OnlineRequests, SingleElementOfABooleanTypeMasksBitOne) {
-  load({"E1", "E2", "Plain"}, 0);
+  load({"E1", "E2", "Plain", "Ebool"}, 0);
   data_type boolean_type;
   boolean_type.element_type = 25;
   data_type byte_type;
@@ -244,25 +231,21 @@ TEST_F(OnlineRequests, SingleElementOfABooleanTypeMasksBitOne) {
   resolve(0, 0x21, 40, 1, 0x10);
   resolve(1, 0x21, 40, 1, 0x11);
   resolve(2, 0x21, 41, 1, 0x12);
-  harness::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
-    return ok_reply(req, {0x02, 0x06, 0x02});
-  });
-  connect(peer);
-  auto req = requests({{0, 2, 0, 1}, {1, 2, 0, 1}, {2, 2, 0, 1}});
-  driver_.outputfilter(req.data(), 3);
+  resolve(3, 0, 25, 1, 0x13);  // an EBOOL variable: type id 25 itself
+  peer_answering({0x02, 0x06, 0x02, 0x03});
+  auto req = requests({{0, 2, 0, 1}, {1, 2, 0, 1}, {2, 2, 0, 1}, {3, 2, 0, 1}});
+  driver_.outputfilter(req.data(), 4);
   EXPECT_EQ(slot_units(device_->tag_table.slot(0), 1), (std::vector<uint16_t>{0}));
   EXPECT_EQ(slot_units(device_->tag_table.slot(1), 1), (std::vector<uint16_t>{1}));
   EXPECT_EQ(slot_units(device_->tag_table.slot(2), 1), (std::vector<uint16_t>{2}));
+  EXPECT_EQ(slot_units(device_->tag_table.slot(3), 1), (std::vector<uint16_t>{1}));
 }
 
 // Regression: a reply shorter than the elements asked for must raise, not read past it.
 TEST_F(OnlineRequests, ShortReplyRaisesOutOfRange) {
   load({"D"}, 0);
   resolve(0, 6, 7, 1, 0x20);
-  harness::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
-    return ok_reply(req, {1, 2, 3});
-  });
-  connect(peer);
+  peer_answering({1, 2, 3});
   auto req = requests({{0, 196, 0, 1}});
   EXPECT_THROW(driver_.outputfilter(req.data(), 1), std::out_of_range);
 }
@@ -295,8 +278,7 @@ struct bit_write_case {
 
 TEST_F(OnlineRequests, BitWriteChangesOnlyTheShadowValue) {
   load({"W"}, 0);
-  harness::scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
-  connect(peer);
+  auto& peer = peer_answering({}, true);
   const bit_write_case cases[] = {
       {"set bit 0", 1, 1, 1, 0, 1},
       {"clear bit 3", 2, 4, 0, 0xFFull, 0xF7ull},
@@ -323,8 +305,7 @@ TEST_F(OnlineRequests, BitWriteChangesOnlyTheShadowValue) {
 TEST_F(OnlineRequests, BoolWriteSendsTheBitValueByte) {
   load({"Flag"}, 0);
   resolve(0, 1, 1, 2, 0x40);
-  harness::scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
-  connect(peer);
+  auto& peer = peer_answering({}, true);
   auto req = requests({{0, 193, 0, 1}}, 1);
   req[0].write.bit.write_bit_value = 1;
   driver_.outputfilter(req.data(), 1);
@@ -335,13 +316,6 @@ TEST_F(OnlineRequests, BoolWriteSendsTheBitValueByte) {
   ASSERT_EQ(m.size(), 15u);
   EXPECT_EQ(m[6], 1);
   EXPECT_EQ(bytes(m.begin() + 10, m.end()), (bytes{0x40, 0x00, 0x00, 0x00, 0x01}));
-}
-
-TEST(OutputFilter, NullDeviceHandleReturnsTheRecord) {
-  std::vector<_gui_request_> req(1);
-  std::memset(static_cast<void*>(req.data()), 0, sizeof(_gui_request_));
-  tag_driver_offline_578 driver;
-  EXPECT_EQ(driver.outputfilter(req.data(), 1).byte_3, 8);
 }
 
 }  // namespace

@@ -46,25 +46,6 @@ TEST(ParseAssignment, SplitsAtTheFirstEquals) {
   EXPECT_THROW(parse_assignment("=5"), std::invalid_argument);
 }
 
-TEST(ReadTagList, SkipsCommentsAndNamesTheBadLine) {
-  const std::string path = ::testing::TempDir() + "panelhost_list.txt";
-  std::ofstream(path) << "# plant\n\nCounter:INT\nTotal\n";
-  const auto wanted = read_tag_list(path);
-  ASSERT_EQ(wanted.size(), 2u);
-  EXPECT_EQ(wanted[0].type.code, UNITYDRV_TYPE_INT);
-  EXPECT_EQ(wanted[1].name, "Total");
-
-  std::ofstream(path) << "Counter\nTotal:DOUBLE\n";
-  try {
-    read_tag_list(path);
-    ADD_FAILURE() << "no error for an unknown type";
-  } catch (const std::invalid_argument& e) {
-    EXPECT_NE(std::string(e.what()).find(":2:"), std::string::npos) << e.what();
-  }
-  std::remove(path.c_str());
-  EXPECT_THROW(read_tag_list(path), std::runtime_error);
-}
-
 }  // namespace
 
 namespace {

@@ -39,13 +39,6 @@ TEST_F(Decoders, PlcTypeIsStoredAndBmeP58Recognised) {
   EXPECT_TRUE(session.is_bme_p58());
 }
 
-TEST_F(Decoders, PlcTypeSecondUsableFrameWins) {
-  unity_frame second = decoded_reply(identification("SECOND"));
-  second.nodes.insert(second.nodes.begin(), node{});  // its message sits at its own index
-  session.save_plc_type({decoded_reply(identification("FIRST")), second});
-  EXPECT_EQ(session.plc_type, "SECOND");
-}
-
 TEST_F(Decoders, ErrorStatusLeavesSessionUnchanged) {
   const bytes bad = identification("BME P58 1", 0xFD);
   session.save_plc_type({decoded_reply(bad)});
@@ -107,30 +100,11 @@ TEST_F(Decoders, TableInfoStoresNamesWithZeroAndFirstLocation) {
   EXPECT_EQ(session.variable_address, first);
 }
 
-TEST_F(Decoders, TableInfoKeepsReferenceAddressAndOverwritesSameName) {
-  session.variable_address = {9, 9, 9, 9, 9, 9};
-  unity_message m;
-  m.dictionary_header(9, 0, 2);
-  m.u16(1).raw({1, 0, 1, 0, 0, 0}).u16(0).name("V");
-  m.u16(25).raw({2, 0, 2, 0, 0, 0}).u16(0).name("V");
-  session.save_table_info({decoded_reply(m.get(), 9, 2)});
-  ASSERT_EQ(session.tables.size(), 1u);
-  EXPECT_EQ(session.tables.at(key("V")).type_id, 25);
-  EXPECT_EQ(session.tables.at(key("V")).read_format, 0);
-  EXPECT_EQ(session.variable_address[0], 9);
-}
-
 TEST_F(Decoders, TableInfoNameWithoutZeroThrows) {
   bytes message = unity_message().dictionary_header(9, 0, 1).get();
   const bytes rec = table_record(1, {1, 0, 0, 0, 0, 0}, "ABC");
   message.insert(message.end(), rec.begin() + 2, rec.end() - 1);  // drop pairing/status and NUL
   EXPECT_THROW(session.save_table_info({decoded_reply(message, 9, 1)}), std::out_of_range);
-}
-
-TEST_F(Decoders, TableInfoZeroRecordCountIsIgnored) {
-  const bytes message = unity_message().dictionary_header(9, 0, 0).zeros(30).get();
-  session.save_table_info({decoded_reply(message, 9, 0)});
-  EXPECT_TRUE(session.tables.empty());
 }
 
 TEST_F(Decoders, DataTypeListStoresNamesAndResetsEntries) {
@@ -181,21 +155,6 @@ TEST_F(Decoders, StructDetailSkipsZerosBeforeNamesAndStores) {
   EXPECT_EQ(stored[1].bounds, (bytes{16, 0}));
   EXPECT_EQ(stored[1].member_offset_bytes, (bytes{2, 0, 0, 0}));
   EXPECT_EQ(stored[1].kind, 0);
-}
-
-TEST_F(Decoders, StructDetailOverSeveralPagesAccumulates) {
-  unity_process::data_type_entry entry(50, data_type{});
-  std::vector<data_type> members;
-  unity_message page1 = structure_page(0x0102, 1);
-  page1.u16(1).u32(0).name("a");
-  EXPECT_EQ(session.save_struct_detail({decoded_reply(page1.get(), 2)}, entry, members), 2);
-  EXPECT_EQ(session.struct_members.count(50), 0u);
-  unity_message page2 = structure_page(0, 1);
-  page2.u16(4).u32(2).name("b");
-  EXPECT_EQ(session.save_struct_detail({decoded_reply(page2.get(), 2)}, entry, members), 1);
-  ASSERT_EQ(session.struct_members.at(50).size(), 2u);
-  EXPECT_EQ(session.struct_members.at(50)[0].name, key("a"));
-  EXPECT_EQ(session.struct_members.at(50)[1].name, key("b"));
 }
 
 TEST_F(Decoders, StructDetailWithoutStructureFrameChangesNothing) {

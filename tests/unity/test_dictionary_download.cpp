@@ -68,6 +68,14 @@ TEST_F(Dictionary, DataTypeListEndsWhenTheControllerDropsTheConnection) {
   EXPECT_EQ(session.transaction_counter, 1);
 }
 
+TEST_F(Dictionary, BrowseErrorReplyLeavesStateAndFails) {
+  scripted_peer peer([](const bytes& r, std::size_t, bool&) { return harness::refused_reply(r); });
+  connect(peer);
+  EXPECT_FALSE(session.browse());
+  EXPECT_EQ(session.state, unity_process::state_identified);
+  EXPECT_EQ(peer.requests().size(), 1u);
+}
+
 TEST_F(Dictionary, DataTypeListAfterStopSendsNothing) {
   scripted_peer peer([](const bytes& r, std::size_t, bool&) { return type_list_page(r, 0, {}); });
   connect(peer);
@@ -76,14 +84,6 @@ TEST_F(Dictionary, DataTypeListAfterStopSendsNothing) {
   session.get_data_type_list();
   EXPECT_TRUE(session.data_types.empty());
   EXPECT_TRUE(peer.requests().empty());
-}
-
-TEST_F(Dictionary, BrowseErrorReplyLeavesStateAndFails) {
-  scripted_peer peer([](const bytes& r, std::size_t, bool&) { return harness::refused_reply(r); });
-  connect(peer);
-  EXPECT_FALSE(session.browse());
-  EXPECT_EQ(session.state, unity_process::state_identified);
-  EXPECT_EQ(peer.requests().size(), 1u);
 }
 
 TEST_F(Dictionary, BrowseOutsideIdentifiedStateOnlyFetchesFileHandle) {

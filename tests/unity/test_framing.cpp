@@ -34,15 +34,6 @@ TEST(DecodeFrame, DataIsEverythingAfterHeaderWhateverTheLengthSays) {
   EXPECT_EQ(f.pdu.data, bytes(raw.begin() + 8, raw.end()));
 }
 
-TEST(DecodeFrame, SecondDecodeReplacesFirst) {
-  unity_process::PRIVATE p;
-  p.create_modbus_tcp_frame_to_source(harness::modbus_reply({0x00, 0xFE, 0x01}, 1));
-  p.create_modbus_tcp_frame_to_source(harness::modbus_reply({0x00, 0xFD}, 2));
-  ASSERT_EQ(p.frames.size(), 1u);
-  EXPECT_EQ(p.frames[0].transaction_id, 2);
-  EXPECT_EQ(p.frames[0].pdu.data, (bytes{0x00, 0xFD}));
-}
-
 class DecodeShortBuffer : public ::testing::TestWithParam<std::size_t> {};
 
 TEST_P(DecodeShortBuffer, IsRefused) {

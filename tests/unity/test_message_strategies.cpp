@@ -38,32 +38,6 @@ INSTANTIATE_TEST_SUITE_P(
         classification_case{"unity function 0x00", {0, 1, 0, 0, 0, 4, 0, 0x5A, 0x00, 0x00}, true},
         classification_case{"other modbus function, short", {0, 1, 0, 0, 0, 2, 0, 0x03}, false}));
 
-TEST(IsRequestShort, MissingByte7OrByte9Throws) {
-  unity_process::PRIVATE p;
-  EXPECT_THROW(p.is_request({0, 1, 0, 0, 0, 2, 0}), std::out_of_range);
-  EXPECT_THROW(p.is_request({0, 1, 0, 0, 0, 2, 0, 0x5A, 0x00}), std::out_of_range);
-}
-
-TEST(GetStrategy, RequestShapedFrameYieldsNoCommands) {
-  unity_process::PRIVATE p;
-  auto strategy = p.get_strategy({0x00, 0x01, 0x00, 0x00, 0x00, 0x04, 0x00, 0x5A, 0x00, 0x26});
-  std::vector<unity_frame> out;
-  EXPECT_THROW(strategy->get_commands(out), std::out_of_range);
-  EXPECT_TRUE(out.empty());
-}
-
-TEST(RequestStrategy, ReplyFramesYieldNothing) {
-  for (unsigned char status : {0xFE, 0xFD}) {
-    std::vector<modbus_tcp_frame> frames(1);
-    frames[0].pdu = modbus_frame{0x5A, {0x00, status}};
-    bytes raw;
-    request_strategy s(frames, raw);
-    std::vector<unity_frame> out;
-    s.get_commands(out);
-    EXPECT_TRUE(out.empty());
-  }
-}
-
 TEST(ResponseStrategy, RepliesWithoutAUsableMessageYieldNothing) {
   const bytes cases[] = {
       {0x00, 0x01, 0x00, 0x00, 0x00, 0x05, 0x00, 0x5A, 0x00, 0xFE, 0x00},  // MBAP length 5
@@ -76,28 +50,6 @@ TEST(ResponseStrategy, RepliesWithoutAUsableMessageYieldNothing) {
     unity_process::PRIVATE p;
     EXPECT_TRUE(commands_of(p, raw).empty()) << raw.size();
   }
-}
-
-TEST(ResponseStrategy, HeaderFieldsAndRawMessageNode) {
-  const bytes message =
-      unity_message(0xFE, 0x42).dictionary_header(4, 0x11223344, 0).raw({0xAA, 0xBB}).get();
-  unity_process::PRIVATE p;
-  auto strategy = p.get_strategy(harness::modbus_reply(message));
-  std::vector<unity_frame> out;
-  strategy->get_commands(out);
-  ASSERT_EQ(out.size(), 1u);
-  const unity_frame& f = out[0];
-  EXPECT_EQ(f.function_code, 0x5A);
-  EXPECT_EQ(f.status_word, 0xFE42);
-  EXPECT_EQ(f.record_format, 4);
-  EXPECT_EQ(f.next_address, 0x11223344u);
-  EXPECT_EQ(f.record_count, 0);
-  // record_count 0: only the raw-message entry.
-  ASSERT_EQ(f.nodes.size(), 1u);
-  EXPECT_EQ(f.nodes[0].name, message);
-  EXPECT_EQ(f.nodes[0].type_id, 0);
-  EXPECT_EQ(f.nodes[0].offset, 0u);
-  EXPECT_EQ(static_cast<response_strategy*>(strategy.get())->last_address, 0x11223344u);
 }
 
 // Regression: an 8-byte Unity message (MBAP length 10) ends inside its record count; reading
@@ -159,26 +111,6 @@ TEST(ResponseStrategy, RawMessageNodeFollowsMbapLengthNotBufferSize) {
   EXPECT_EQ(out[0].nodes[0].name, bytes(raw.begin() + 8, raw.begin() + 17));
 }
 
-TEST(ResponseStrategy, RecordCountLargerThanDataStopsAtTheEnd) {
-  // Three records announced, two present: raw-message entry plus two records.
-  const bytes raw = {0x00, 0x01, 0x00, 0x00, 0x00, 0x23, 0x00, 0x5A, 0x00, 0xFE, 0x09, 0x00, 0x00,
-                     0x00, 0x00, 0x03, 0x00,
-                     // record 1: type 0x0021, block 1, offset 0x10, 2 ignored, "A\0"
-                     0x21, 0x00, 0x01, 0x00, 0x10, 0x00, 0x00, 0x00, 0x00, 0x00, 0x41, 0x00,
-                     // record 2: type 0x0004, block 2, offset 0x20, 2 ignored, "B\0"
-                     0x04, 0x00, 0x02, 0x00, 0x20, 0x00, 0x00, 0x00, 0x00, 0x00, 0x42, 0x00};
-  unity_process::PRIVATE p;
-  auto out = commands_of(p, raw);
-  ASSERT_EQ(out.size(), 1u);
-  EXPECT_EQ(out[0].record_count, 3);
-  ASSERT_EQ(out[0].nodes.size(), 3u);
-  EXPECT_EQ(out[0].nodes[1].type_id, 0x21);
-  EXPECT_EQ(out[0].nodes[1].name, (bytes{0x41, 0x00}));
-  EXPECT_EQ(out[0].nodes[2].block, 2);
-  EXPECT_EQ(out[0].nodes[2].offset, 0x20u);
-  EXPECT_EQ(out[0].nodes[2].name, (bytes{0x42, 0x00}));
-}
-
 TEST(OnSetCommSuccessed, ResponseStrategyBuildsContinuation) {
   const bytes message = unity_message().dictionary_header(9, 0x000012AB, 0).get();
   unity_process::PRIVATE p;
@@ -207,6 +139,23 @@ TEST(OnSetCommSuccessed, WithoutAddressOnlyBumpsTransaction) {
   EXPECT_EQ(frame.length, 0);
   EXPECT_EQ(frame.pdu.function_code, 0x5A);
   EXPECT_TRUE(frame.pdu.data.empty());
+}
+
+// A request echoed back, or a frame too short to classify: no commands, or a range error.
+TEST(RequestStrategy, RequestsAndShortFramesYieldNoCommands) {
+  unity_process::PRIVATE p;
+  EXPECT_THROW(p.is_request({0, 1, 0, 0, 0, 2, 0}), std::out_of_range);
+  EXPECT_THROW(p.is_request({0, 1, 0, 0, 0, 2, 0, 0x5A, 0x00}), std::out_of_range);
+  std::vector<unity_frame> out;
+  auto strategy = p.get_strategy({0x00, 0x01, 0x00, 0x00, 0x00, 0x04, 0x00, 0x5A, 0x00, 0x26});
+  EXPECT_THROW(strategy->get_commands(out), std::out_of_range);
+  for (unsigned char status : {0xFE, 0xFD}) {
+    std::vector<modbus_tcp_frame> frames(1);
+    frames[0].pdu = modbus_frame{0x5A, {0x00, status}};
+    bytes raw;
+    request_strategy(frames, raw).get_commands(out);
+  }
+  EXPECT_TRUE(out.empty());
 }
 
 }  // namespace

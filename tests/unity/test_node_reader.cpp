@@ -37,16 +37,6 @@ TEST(GetNextNodeData, UnnamedRecordIsEightBytes) {
   EXPECT_EQ(cursor, record_start + 8);
 }
 
-TEST(GetNextNodeData, NameOfExactly34CharactersIsWhole) {
-  const std::string name(34, 'n');
-  const bytes data = named_record(1, 2, 3, name);
-  unsigned short cursor = record_start;
-  const node n = get_next_node_data(data, cursor, true);
-  EXPECT_EQ(n.name.size(), 35u);
-  EXPECT_EQ(n.name.back(), 0);
-  EXPECT_EQ(cursor, data.size());
-}
-
 TEST(GetNextNodeData, LongNameIsCutAndNextRecordStartsInsideIt) {
   // 34 characters are taken, the 35th closes the name; the cursor stays inside the name.
   const bytes data = {0x01, 0x00, 0x02, 0x00, 0x03, 0x00, 0x00, 0x00, 0xCC, 0xCC, 'a', 'b', 'c',

@@ -55,6 +55,17 @@ class unity_message {
   bytes bytes_;
 };
 
+// "02 0201 FF" as bytes: pairs of hex digits, spaces ignored.
+inline bytes hex(const std::string& text) {
+  bytes out;
+  std::string digits;
+  for (char c : text)
+    if (c != ' ') digits += c;
+  for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
+    out.push_back(static_cast<unsigned char>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+  return out;
+}
+
 // The whole buffer: MBAP header (length = message + 2) and function code 0x5A.
 inline bytes modbus_reply(const bytes& message, uint16_t transaction_id = 1) {
   bytes out(8, 0);
