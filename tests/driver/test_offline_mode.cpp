@@ -90,13 +90,4 @@ TEST_F(OfflineMode, BitArrayElementsAreKeyedByTheRenamedElement) {
   EXPECT_EQ(units(res[0], 2), (std::vector<uint16_t>{1, 0}));
 }
 
-TEST_F(OfflineMode, NothingValidReturnsOnlyThePreset) {
-  auto res = results(2);
-  auto inf = infos(2, 0);
-  driver_.inputFilter(res.data(), nullptr, inf.data(), 2);
-  EXPECT_EQ(res[0].result_code, 5);
-  EXPECT_EQ(res[0].result_words[0], 0xAAAA);
-  EXPECT_EQ(res[1].result_code, 0xAA);
-}
-
 }  // namespace

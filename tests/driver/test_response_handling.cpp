@@ -51,6 +51,22 @@ TEST_F(InputFilter, SessionFailureIsReportedOnceForEveryResult) {
   }
 }
 
+// Online and offline alike, only the first result's preset is written.
+TEST_F(InputFilter, NothingValidLeavesAllButThePresetAlone) {
+  set_slot(0, 3, 255, 1, {0x34, 0x12});
+  for (uint8_t offline : {0, 1}) {
+    device_->offline_mode = offline;
+    auto res = results(2);
+    auto inf = infos(2, 0);
+    driver_.inputFilter(res.data(), nullptr, inf.data(), 2);
+    EXPECT_EQ(res[0].result_status, 0);
+    EXPECT_EQ(res[0].result_code, 5);
+    EXPECT_EQ(res[0].request_id, 0u);
+    EXPECT_EQ(res[0].result_words[0], 0xAAAA);
+    EXPECT_EQ(res[1].result_status, 0xAA);
+  }
+}
+
 struct copy_case {
   const char* what;
   uint8_t type;

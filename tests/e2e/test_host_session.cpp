@@ -13,19 +13,6 @@ namespace {
 
 using driver_api::request;
 
-// Memory bytes as the host's 16-bit units: one unit per 1- and 2-byte element, little-endian.
-std::vector<uint16_t> as_units(const std::vector<uint8_t>& bytes, unsigned element_size) {
-  std::vector<uint16_t> out;
-  if (element_size == 1) {
-    for (uint8_t b : bytes) out.push_back(b);
-    return out;
-  }
-  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
-    out.push_back(static_cast<uint16_t>(bytes[i] | bytes[i + 1] << 8));
-  }
-  return out;
-}
-
 // Tag records start 5 bytes into the file, so the offset reaches StartDeviceEx too.
 class HostSession : public plant::device_test {
  protected:
@@ -79,8 +66,7 @@ TEST_F(HostSession, ReadsEveryKindOfTagAsTheControllerHoldsIt) {
   for (std::size_t i = 0; i < wanted.size(); ++i) {
     const auto& c = every_kind[i];
     SCOPED_TRACE(c.name);
-    const auto want =
-        as_units(memory(c.variable, c.offset, c.element_size * c.count), c.element_size);
+    const auto want = held(c.variable, c.element_size, c.offset / c.element_size, c.count);
     EXPECT_EQ(round.results[i].result_status, 0);
     EXPECT_EQ(round.results[i].result_code, 5);
     EXPECT_EQ(round.results[i].request_id, 1000u + i);

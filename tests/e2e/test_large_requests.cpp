@@ -18,17 +18,6 @@ class LargeRequests : public plant::device_test {
  protected:
   LargeRequests()
       : device_test(0, "tests/e2e/large_arrays.json", "tests/e2e/large_arrays_tags.txt") {}
-
-  // The controller's bytes of elements [first, first + n) as the host's 16-bit units.
-  std::vector<uint16_t> held(const std::string& variable, unsigned size, unsigned first,
-                             unsigned n) {
-    const std::vector<uint8_t> bytes = memory(variable, first * size, std::size_t{n} * size);
-    std::vector<uint16_t> units;
-    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
-      units.push_back(static_cast<uint16_t>(bytes[i] | bytes[i + 1] << 8));
-    }
-    return units;
-  }
 };
 
 struct large_case {

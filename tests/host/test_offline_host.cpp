@@ -1,26 +1,12 @@
-// Drives the built library through its entry points, offline, as panelhost does.
+// The host tool's tag selection offline and its address check.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-
-#include "tools/host/host_device.h"
+#include "tools/common/driver_api.h"
 #include "tools/host/tag_selection.h"
-#include "tools/host/value_format.h"
 
 using namespace panelhost;
 
 namespace {
-
-class OfflineHost : public ::testing::Test {
- protected:
-  OfflineHost() : api(UNITYDRV_LIBRARY_PATH), file({{"A", {}}, {"B", {}}, {"S", {}}}) {}
-  driver_api api;
-  temp_tag_file file;
-};
-
-TEST_F(OfflineHost, MissingTagFileIsReported) {
-  EXPECT_THROW(host_device(api, file.path() + ".missing", true), std::runtime_error);
-}
 
 TEST(TagSelection, NamesOutsideTheTagFileAreUnknown) {
   selection_options options;

@@ -139,6 +139,18 @@ class device_test : public ::testing::Test {
     return server_->read_memory(block, base + offset, n);
   }
 
+  // Elements [first, first + n) of a variable as the host's 16-bit units: one per 1-byte
+  // element, little-endian pairs otherwise.
+  std::vector<uint16_t> held(const std::string& variable, unsigned size, unsigned first,
+                             unsigned n) {
+    const std::vector<uint8_t> bytes = memory(variable, first * size, std::size_t{n} * size);
+    std::vector<uint16_t> units;
+    for (std::size_t i = 0; i < bytes.size(); i += size == 1 ? 1 : 2) {
+      units.push_back(size == 1 ? bytes[i] : static_cast<uint16_t>(bytes[i] | bytes[i + 1] << 8));
+    }
+    return units;
+  }
+
   const uint32_t tag_offset_;
   const std::string project_file_;
   const std::string tags_file_;
