@@ -45,16 +45,13 @@ void fill_attributes(unitydrv_attributes* a) {
   std::memcpy(reinterpret_cast<char*>(a), driver_name, sizeof(driver_name));
   a->value_50 = 171;
   a->driver_number = 578;
-  a->value_54 = 0;
   a->value_56 = 200;
-  a->value_58 = 0;
-  a->value_60 = 0;
-  a->value_68 = 0;
   a->value_70 = 1;
   a->value_74 = 271;
-  a->value_76 = 0;
   a->value_78 = 37;
-  a->value_80 = 0;
+  // The other numbers are zero.
+  a->value_54 = 0;
+  a->value_58 = a->value_60 = a->value_68 = a->value_76 = a->value_80 = 0;
 }
 
 void copy_address_types(unitydrv_address_type* table) {

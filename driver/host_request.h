@@ -22,6 +22,7 @@ constexpr uint8_t type_bit_array = UNITYDRV_TYPE_BITARRAY;
 constexpr uint8_t type_string = UNITYDRV_TYPE_STRING;
 
 // Bytes per element of a PLC type code; 0 for codes the driver does not know.
+// Indexed by code in the type table: it runs for every request.
 using wire::element_size;
 
 // Bytes one element takes in a slot and in a host result: 1- and 2-byte types take one unit.
@@ -56,6 +57,12 @@ struct write_target {
 // only changes the shadow value, here, and nothing goes to the controller.
 write_target prepare_write(tag_driver_offline_578& driver, device_context& device,
                            const _gui_request_& request);
+
+// Fills the tag of a read request and the head of its result slot; returns the element
+// count. The tag then names the whole unit (the input filter picks the bit out), and for
+// a BitArray of more than one element the element that holds the first bit.
+uint16_t prepare_read(tag_driver_offline_578& driver, device_context& device,
+                      const _gui_request_& request, result_slot& slot, offline_stTag_578& tag);
 
 // The bytes a write of request's data sends for one element run of type type_code.
 std::vector<unsigned char> write_image(const _gui_request_& request, uint8_t type_code);

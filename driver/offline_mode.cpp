@@ -53,15 +53,8 @@ void read_offline(tag_driver_offline_578& driver, device_context& device, _gui_r
                   int count) {
   for (int i = 0; i < count; ++i) {
     offline_stTag_578 tag;
-    const uint16_t n = driver.offline_FillTagStruct(&device.tag_table, &tag, &requests[i].ref);
     result_slot& slot = device.tag_table.slot(static_cast<std::size_t>(i));
-    slot.type_code = tag.request_byte;
-    slot.bit_number = static_cast<uint8_t>(tag.bit_number);
-    slot.element_count = n;
-    tag.bit_number = static_cast<int8_t>(host_request::no_bit);
-    if (tag.request_byte == host_request::type_bit_array && n > 1) {
-      host_request::rename_bit_array_element(device, tag);
-    }
+    const uint16_t n = host_request::prepare_read(driver, device, requests[i], slot, tag);
     // A long request runs on past its own slot.
     const unsigned units = wire::result_units(tag.request_byte);
     const bool known = units != 0;

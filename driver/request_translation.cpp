@@ -9,6 +9,7 @@
 #include "driver/tag_driver_offline_578.h"
 #include "unity/dictionary_records.h"
 #include "wire/byte_cursor.h"
+#include "wire/unity_constants.h"
 
 namespace {
 
@@ -60,7 +61,7 @@ void fill_slot(uint8_t* area, std::size_t room, uint8_t type, const read_comm& i
   if (type == UNITYDRV_TYPE_STRING) {
     for (unsigned k = 0; k < count; ++k) out.low_byte(in.u8());
   } else if (size == 1) {
-    const bool one_bit = item.single_element != 0 || item.type_id == 25;
+    const bool one_bit = item.single_element != 0 || item.type_id == wire::ebool_type;
     for (unsigned k = 0; k < count; ++k) {
       const uint8_t byte = in.u8();
       out.unit(one_bit ? bit_unit(byte) : byte);
@@ -126,19 +127,12 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
   types.resize(items.size());
   for (int i = 0; i < count; ++i) {
     offline_stTag_578 tag;
-    const uint16_t n = driver.offline_FillTagStruct(&device.tag_table, &tag, &requests[i].ref);
     result_slot& slot = device.tag_table.slot(static_cast<std::size_t>(i));
-    slot.type_code = tag.request_byte;
-    slot.bit_number = static_cast<uint8_t>(tag.bit_number);
-    slot.element_count = n;
-    // The whole unit is read; the input filter picks the bit out.
-    tag.bit_number = static_cast<int8_t>(host_request::no_bit);
-    const bool bit_array = tag.request_byte == host_request::type_bit_array;
-    if (bit_array && n > 1) host_request::rename_bit_array_element(device, tag);
+    const uint16_t n = host_request::prepare_read(driver, device, requests[i], slot, tag);
     read_comm& item = items[static_cast<std::size_t>(i)];
     fill_item(item, tag, element_size(tag.request_byte) * tag.request_word, n);
     // A BitArray's length comes from its data type.
-    if (bit_array) item.read_format = 0x21;
+    if (tag.request_byte == host_request::type_bit_array) item.read_format = 0x21;
     types[static_cast<std::size_t>(i)] = tag.request_byte;
   }
   // Kept by the device, like the items, so that a warm cycle allocates nothing.
