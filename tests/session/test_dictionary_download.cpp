@@ -104,18 +104,6 @@ INSTANTIATE_TEST_SUITE_P(Sizes, GeneratedProject,
                            return name;
                          });
 
-TEST(ExampleProject, DownloadsWholeDictionary) {
-  const plcsim::project p =
-      plcsim::load_project_file(std::string(UNITYDRV_SOURCE_DIR) + "/examples/plant.json");
-  plcsim::server plc(p);
-  ASSERT_TRUE(plc.start_on_free_loopback());
-  unity_process session;
-  ASSERT_TRUE(download_dictionary(session, plc));
-  expect_dictionary_matches(session, plc.loaded_project());
-  // Identification (11), file handle (1) and at least one request per list.
-  EXPECT_GE(session.transaction_counter, 15);
-}
-
 TEST(ExampleProject, RestartAfterStopNumbersFromOne) {
   plcsim::server plc(plcsim::generate_project(50, 5, false));
   ASSERT_TRUE(plc.start_on_free_loopback());
