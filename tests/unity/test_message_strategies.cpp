@@ -151,7 +151,7 @@ TEST(RequestStrategy, RequestsAndShortFramesYieldNoCommands) {
   EXPECT_THROW(strategy->get_commands(out), std::out_of_range);
   for (unsigned char status : {0xFE, 0xFD}) {
     std::vector<modbus_tcp_frame> frames(1);
-    frames[0].pdu = modbus_frame{0x5A, {0x00, status}};
+    frames[0].create_modbus(modbus_frame{0x5A, {0x00, status}});
     bytes raw;
     request_strategy(frames, raw).get_commands(out);
   }
