@@ -33,7 +33,7 @@ constexpr int relay_wait_ms = 3000;
 class recording_relay {
  public:
   recording_relay(const std::string& sim_address, uint16_t sim_port)
-      : sim_(connect_to(sim_address, sim_port)),
+      : sim_{connect_to(sim_address, sim_port)},
         peer_([this](const bytes& request, std::size_t, bool& close) {
           return pass(request, close);
         }) {}
