@@ -1,9 +1,9 @@
-#include "tag_index/tag_names.h"
-
 #include <gtest/gtest.h>
 
 #include <boost/lexical_cast.hpp>
 #include <stdexcept>
+
+#include "tag_index/tag_names.h"
 
 namespace {
 
