@@ -4,22 +4,13 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/unity_reply.h"
 #include "tools/plcsim/plcsim.h"
 
 namespace {
 
 using bytes = std::vector<uint8_t>;
-
-// "00 5E D0 B2" as bytes.
-bytes hex(const std::string& s) {
-  bytes out;
-  std::string digits;
-  for (char c : s)
-    if (c != ' ') digits += c;
-  for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-    out.push_back(static_cast<uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
-  return out;
-}
+using harness::hex;
 
 plcsim::project plant() {
   return plcsim::load_project_file(std::string(UNITYDRV_SOURCE_DIR) + "/examples/plant.json");
