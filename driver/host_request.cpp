@@ -67,17 +67,6 @@ std::vector<unsigned char> write_image(const _gui_request_& request, uint8_t typ
   return image;
 }
 
-uint16_t prepare_read(tag_driver_offline_578& driver, device_context& device,
-                      const _gui_request_& request, result_slot& slot, offline_stTag_578& tag) {
-  const uint16_t n = driver.offline_FillTagStruct(&device.tag_table, &tag, &request.ref);
-  slot.type_code = tag.request_byte;
-  slot.bit_number = static_cast<uint8_t>(tag.bit_number);
-  slot.element_count = n;
-  tag.bit_number = static_cast<int8_t>(no_bit);
-  if (tag.request_byte == type_bit_array && n > 1) rename_bit_array_element(device, tag);
-  return n;
-}
-
 write_target prepare_write(tag_driver_offline_578& driver, device_context& device,
                            const _gui_request_& request) {
   write_target target;

@@ -61,8 +61,18 @@ write_target prepare_write(tag_driver_offline_578& driver, device_context& devic
 // Fills the tag of a read request and the head of its result slot; returns the element
 // count. The tag then names the whole unit (the input filter picks the bit out), and for
 // a BitArray of more than one element the element that holds the first bit.
-uint16_t prepare_read(tag_driver_offline_578& driver, device_context& device,
-                      const _gui_request_& request, result_slot& slot, offline_stTag_578& tag);
+// Inline, so that the read cycle's translation unit may devirtualize the fill.
+inline uint16_t prepare_read(tag_driver_offline_578& driver, device_context& device,
+                             const _gui_request_& request, result_slot& slot,
+                             offline_stTag_578& tag) {
+  const uint16_t n = driver.offline_FillTagStruct(&device.tag_table, &tag, &request.ref);
+  slot.type_code = tag.request_byte;
+  slot.bit_number = static_cast<uint8_t>(tag.bit_number);
+  slot.element_count = n;
+  tag.bit_number = static_cast<int8_t>(no_bit);
+  if (tag.request_byte == type_bit_array && n > 1) rename_bit_array_element(device, tag);
+  return n;
+}
 
 // The bytes a write of request's data sends for one element run of type type_code.
 std::vector<unsigned char> write_image(const _gui_request_& request, uint8_t type_code);

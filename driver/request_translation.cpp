@@ -125,10 +125,13 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
   if (items.empty()) return;
   std::vector<uint8_t>& types = device.read_types;
   types.resize(items.size());
+  // Grown once to hold the longest fill from the last slot, two bytes for each byte of a
+  // 2,048-byte receive: the slots are addressed directly below.
+  constexpr std::size_t longest_fill = 2 * 2048;
+  result_slot* const slots = device.tag_table.slots(items.size(), longest_fill);
   for (int i = 0; i < count; ++i) {
     offline_stTag_578 tag;
-    result_slot& slot = device.tag_table.slot(static_cast<std::size_t>(i));
-    const uint16_t n = host_request::prepare_read(driver, device, requests[i], slot, tag);
+    const uint16_t n = host_request::prepare_read(driver, device, requests[i], slots[i], tag);
     read_comm& item = items[static_cast<std::size_t>(i)];
     fill_item(item, tag, element_size(tag.request_byte) * tag.request_word, n);
     // A BitArray's length comes from its data type.
@@ -140,9 +143,9 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
   if (device.session.read(items, bytes) == 0) return;
   wire::le_reader in(bytes);
   // In request order: a fill that runs into the slots behind it is overwritten by theirs.
-  for (std::size_t j = 0; j < items.size(); ++j) {
+  for (std::size_t j = 0; j < static_cast<std::size_t>(count); ++j) {
     const std::size_t room = fill_room(bytes, in);
-    fill_slot(device.tag_table.slot_data(j, room), room, types[j], items[j], in);
+    fill_slot(slot_area(slots, j), room, types[j], items[j], in);
   }
 }
 

@@ -59,18 +59,21 @@ namespace host_request {
 void deliver_slots(offline_CTagTable_578& table, _input_data_* results, const _system_info* infos,
                    int count) {
   if (count < 1) return;
+  // Grown once to hold the longest copy from the last slot.
+  result_slot* const slots = table.slots(static_cast<std::size_t>(count), result_capacity);
   for (int i = 0; i < count; ++i) {
     const auto position = static_cast<std::size_t>(i);
-    const result_slot& slot = table.slot(position);
+    const result_slot& slot = slots[position];
     _input_data_& result = results[i];
     result.result_status = 0;
     result.result_code = 5;
     result.request_id = infos[i].request_id;
+    const uint8_t* data = slot_area(slots, position);
     if (slot.bit_number == no_bit) {
-      const std::size_t bytes = value_bytes(slot);  // before the block may grow
-      std::memcpy(result_bytes(result), table.slot_data(position, bytes), bytes);
+      const std::size_t bytes = value_bytes(slot);
+      std::memcpy(result_bytes(result), data, bytes);
     } else {
-      deliver_bits(slot, table.slot_data(position, 4), result);
+      deliver_bits(slot, data, result);
     }
   }
 }

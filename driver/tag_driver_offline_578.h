@@ -23,8 +23,8 @@ class tag_driver_offline_578 {
   virtual void close_device(unsigned char number, void* handle);
   // Fills the working tag from the table entry and the request's tag_ref; returns the
   // request's element count.
-  virtual unsigned short offline_FillTagStruct(offline_CTagTable_578* table,
-                                               offline_stTag_578* tag, const tag_ref* ref);
+  virtual unsigned short offline_FillTagStruct(offline_CTagTable_578* table, offline_stTag_578* tag,
+                                               const tag_ref* ref);
 
   void set_offline_status(bool offline) { offline_status = offline ? 1 : 0; }
   bool get_offline_status() const { return offline_status != 0; }

@@ -44,7 +44,7 @@ if command -v valgrind >/dev/null; then
     if [ "$name" = handshake_50000 ]; then
       # Inclusive cost of decoding the dictionary replies and resolving the tags.
       callgrind_annotate --inclusive=yes --threshold=100 "$f" 2>/dev/null |
-        sed -nE 's/^ *([0-9,]+) .*:(unity_process::save_table_info|unity_process::save_data_type_info|unity_process::save_struct_detail|response_strategy::get_commands|unity_process::PRIVATE::get_strategy|offline_CTagTable_578::setup_memory_index_in_place)\(.*/`\2` \1/p' |
+        sed -nE 's/^ *([0-9,]+) .*:(unity_process::save_table_info|unity_process::save_data_type_info|unity_process::save_struct_detail|response_strategy::get_commands_without_records|response_strategy::get_commands|unity_process::PRIVATE::get_strategy|offline_CTagTable_578::setup_memory_index_in_place)\(.*/`\2` \1/p' |
         tr -d , >"$out/handshake_functions.txt"
     fi
   done | tee "$out/callgrind.txt"

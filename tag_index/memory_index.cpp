@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <functional>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -40,11 +39,11 @@ void copy_location(const std::vector<unsigned char>& from, std::array<unsigned c
 }
 
 // A whole-name subscript ("a.b[3]", "a[1,2]") addresses elements per request, not here.
-void strip_whole_name_subscript(std::string& name) {
+void strip_whole_name_subscript(std::string_view& name) {
   const std::size_t open = name.find('[');
   const std::size_t close = name.find(']');
-  if (open != std::string::npos && close == name.size() - 1) {
-    name.erase(open);
+  if (open != std::string_view::npos && close == name.size() - 1) {
+    name = name.substr(0, open);
   }
 }
 
@@ -73,13 +72,15 @@ class type_path {
   std::set<unsigned short> far_;
 };
 
-std::string zero_terminated(const std::string& text) {
-  return text + '\0';
-}
-
-const data_type* find_member(const std::vector<data_type>& members, const std::string& name) {
+// The member named text + '\0' exactly, or null: a member's name keeps its zero.
+const data_type* find_member(const std::vector<data_type>& members, std::string_view text) {
   for (const data_type& member : members) {
-    if (member.name == name) {
+    const std::string& name = member.name;
+    // Members of one structure often differ only in their last characters
+    // ("Member_000001"): those are compared before the whole name.
+    if (name.size() == text.size() + 1 && name.back() == '\0' &&
+        (text.empty() || name[text.size() - 1] == text.back()) &&
+        name.compare(0, text.size(), text) == 0) {
       return &member;
     }
   }
@@ -116,41 +117,120 @@ void add_block_size(const member_map& struct_members, unsigned short type_id, un
   }
 }
 
-// "a..b." gives "a", "", "b", "": every dot ends a part, empty parts are kept. Split by
-// hand: boost's split builds its result through a chain of iterator adaptors that cost
-// more than the rest of a tag's resolution.
-std::vector<std::string> split_at_dots(const std::string& name) {
-  std::vector<std::string> parts;
-  std::size_t start = 0;
-  for (;;) {
-    const std::size_t dot = name.find('.', start);
-    if (dot == std::string::npos) {
-      parts.emplace_back(name, start);
-      return parts;
+// The parts of a name between dots, empty ones kept: "a..b." gives "a", "", "b", "".
+// Views into the name: a tag's resolution builds no vector of copied parts.
+class dotted_parts {
+ public:
+  explicit dotted_parts(std::string_view name) : rest_(name) {}
+  bool empty() const { return done_; }
+  std::string_view next() {
+    const std::size_t dot = rest_.find('.');
+    const std::string_view part = rest_.substr(0, dot);
+    if (dot == std::string_view::npos) {
+      done_ = true;
+    } else {
+      rest_.remove_prefix(dot + 1);
     }
-    parts.emplace_back(name, start, dot - start);
-    start = dot + 1;
+    return part;
   }
+
+ private:
+  std::string_view rest_;
+  bool done_ = false;
+};
+
+// What pares_array_indices_from_subscript and remove_array_index make of part + '\0'.
+std::string_view read_and_strip_subscript(std::string_view part, std::vector<int>& indices,
+                                          std::string& scratch) {
+  scratch.assign(part.data(), part.size());
+  scratch.push_back('\0');
+  indices = pares_array_indices_from_subscript(scratch);
+  remove_array_index(scratch);
+  return std::string_view(scratch).substr(0, scratch.size() - 1);
 }
 
+// The numbers of the trailing subscript of a name part into indices, and the part without
+// that subscript (returned without the zero). A part that does not end in ']' has no
+// subscript to read or strip and is returned as it is; any other, the empty one included,
+// takes the long way above, with its exceptions.
+std::string_view without_subscript(std::string_view part, std::vector<int>& indices,
+                                   std::string& scratch) {
+  if (!part.empty() && part.back() != ']') {
+    indices.clear();
+    return part;
+  }
+  return read_and_strip_subscript(part, indices, scratch);
+}
+
+// The structure types by id in one array, each one's block size worked out once: a
+// handshake asks for the same few thousand types for every tag, and the ordered map's
+// look-up and the walk through last members would run again each time.
+class struct_index {
+ public:
+  explicit struct_index(const member_map& struct_members) : map_(struct_members) {
+    if (struct_members.empty()) return;
+    first_ = struct_members.begin()->first;
+    slots_.resize(std::size_t{struct_members.rbegin()->first} - first_ + 1);
+    for (const auto& [id, members] : struct_members) slots_[id - first_].members = &members;
+  }
+
+  // The member list of type id, or null when the type has none.
+  const std::vector<data_type>* find(unsigned short id) const {
+    const std::size_t i = std::size_t{id} - first_;
+    return i < slots_.size() ? slots_[i].members : nullptr;  // below first_ wraps past the end
+  }
+
+  // calculate_block_size of id from a zero size; the first call for a type computes it
+  // (and raises what that raises), later calls take the result.
+  uint32_t block_size(unsigned short id) {
+    if (find(id) == nullptr) return 0;
+    slot& s = slots_[id - first_];
+    if (!s.size_known) {
+      unsigned int size = 0;
+      add_block_size(map_, id, size);
+      s.size = size;
+      s.size_known = true;
+    }
+    return s.size;
+  }
+
+ private:
+  struct slot {
+    const std::vector<data_type>* members = nullptr;
+    uint32_t size = 0;
+    bool size_known = false;
+  };
+  const member_map& map_;
+  unsigned short first_ = 0;
+  std::vector<slot> slots_;
+};
+
+// Working strings of one resolution, kept from tag to tag so that a subscript allocates
+// only while they grow.
+struct scratch_space {
+  std::string base;
+  std::string member;
+  std::vector<int> base_indices;
+  std::vector<int> member_indices;
+};
+
 // Walks the member parts of one tag below its variable; true when a part was stored.
-bool resolve_member_path(tag_entry& entry, const std::vector<std::string>& parts,
-                         const table& variable, const std::vector<int>& base_indices,
-                         const member_map& struct_members) {
+bool resolve_member_path(tag_entry& entry, dotted_parts parts, const table& variable,
+                         const std::vector<int>& base_indices, struct_index& structs,
+                         scratch_space& scratch) {
   unsigned short current_type = variable.type_id;
-  unsigned int variable_size = 0;
-  add_block_size(struct_members, current_type, variable_size);
+  const uint32_t variable_size = structs.block_size(current_type);
   uint32_t accumulated = 0;
   bool stored = false;
-  for (std::size_t p = 1; p < parts.size(); ++p) {
-    const auto members = struct_members.find(current_type);
-    if (members == struct_members.end()) {
+  while (!parts.empty()) {
+    const std::string_view part = parts.next();
+    const std::vector<data_type>* members = structs.find(current_type);
+    if (members == nullptr) {
       continue;
     }
-    std::string member_name = zero_terminated(parts[p]);
-    const std::vector<int> member_indices = pares_array_indices_from_subscript(member_name);
-    remove_array_index(member_name);
-    const data_type* member = find_member(members->second, member_name);
+    std::vector<int>& member_indices = scratch.member_indices;
+    const data_type* member =
+        find_member(*members, without_subscript(part, member_indices, scratch.member));
     if (member == nullptr) {
       continue;
     }
@@ -160,9 +240,9 @@ bool resolve_member_path(tag_entry& entry, const std::vector<std::string>& parts
     entry.type_id = member_type;
     unsigned int member_size = 0;
     if (!member_indices.empty()) {
-      add_block_size(struct_members, member_type, member_size);
+      member_size = structs.block_size(member_type);
     }
-    if (entry.read_format == 255 && struct_members.count(member_type) != 0) {
+    if (entry.read_format == 255 && structs.find(member_type) != nullptr) {
       current_type = member_type;
       accumulated += static_cast<uint32_t>(offset);
       if (!member_indices.empty()) {
@@ -192,13 +272,17 @@ class variable_index {
     while (size < 2 * tables.size()) size *= 2;
     slots_.resize(size);
     for (const auto& [name, variable] : tables) {
-      std::size_t i = first_slot(name);
+      // Held without the zero that every name looked up ends in; a key without it can
+      // never be found.
+      if (name.empty() || name.back() != '\0') continue;
+      const std::string_view text(name.data(), name.size() - 1);
+      std::size_t i = first_slot(text);
       while (slots_[i].second != nullptr) i = (i + 1) & (size - 1);
-      slots_[i] = {name, &variable};
+      slots_[i] = {text, &variable};
     }
   }
 
-  // The variable named name exactly, or null.
+  // The variable named name + '\0' exactly, or null.
   const table* find(std::string_view name) const {
     for (std::size_t i = first_slot(name);; i = (i + 1) & (slots_.size() - 1)) {
       const auto& [key, variable] = slots_[i];
@@ -207,37 +291,54 @@ class variable_index {
   }
 
  private:
+  // Eight bytes per step, the tail as one more word, each step folding its high half down:
+  // variable names are short, and the library's general-purpose hash costs more than the
+  // rest of a look-up.
   std::size_t first_slot(std::string_view name) const {
-    return std::hash<std::string_view>{}(name) & (slots_.size() - 1);
+    constexpr uint64_t odd = 0x9E3779B97F4A7C15u;
+    uint64_t hash = name.size();
+    const auto mix = [&hash](uint64_t word) {
+      hash = (hash ^ word) * odd;
+      hash ^= hash >> 32;
+    };
+    std::size_t i = 0;
+    for (; i + 8 <= name.size(); i += 8) {
+      uint64_t word = 0;
+      std::memcpy(&word, name.data() + i, sizeof word);
+      mix(word);
+    }
+    uint64_t tail = 0;
+    for (; i < name.size(); ++i) tail = tail << 8 | static_cast<unsigned char>(name[i]);
+    mix(tail);
+    mix(0);
+    return static_cast<std::size_t>(hash) & (slots_.size() - 1);
   }
 
   // Never full: at most half the slots are used, so every probe ends at an empty one.
   std::vector<std::pair<std::string_view, const table*>> slots_;
 };
 
-bool resolve_tag(tag_entry& entry, const variable_index& variables,
-                 const member_map& struct_members) {
+bool resolve_tag(tag_entry& entry, const variable_index& variables, struct_index& structs,
+                 scratch_space& scratch) {
   // Wide names are read up to their first zero byte, as the 8-bit text they start with.
-  std::string name = entry.name != nullptr ? entry.name : "";
+  std::string_view name = entry.name != nullptr ? entry.name : "";
   entry.location.fill(0);
   entry.member_offset = 0;
   strip_whole_name_subscript(name);
-  const std::vector<std::string> parts = split_at_dots(name);
-  std::string base = zero_terminated(parts.at(0));
-  const std::vector<int> base_indices = pares_array_indices_from_subscript(base);
-  remove_array_index(base);
+  dotted_parts parts(name);
+  const std::string_view base = without_subscript(parts.next(), scratch.base_indices, scratch.base);
   const table* found = variables.find(base);
   if (found == nullptr) {
     return false;
   }
   const table& variable = *found;
-  if (parts.size() == 1) {
+  if (parts.empty()) {
     entry.read_format = static_cast<uint32_t>(variable.read_format);
     entry.type_id = variable.type_id;
     copy_location(variable.location, entry.location);
     return true;
   }
-  return resolve_member_path(entry, parts, variable, base_indices, struct_members);
+  return resolve_member_path(entry, parts, variable, scratch.base_indices, structs, scratch);
 }
 
 }  // namespace
@@ -255,9 +356,11 @@ int offline_CTagTable_578::setup_memory_index_in_place(const std::map<std::strin
     return 0;
   }
   const variable_index variables(tables);
+  struct_index structs(struct_members);
+  scratch_space scratch;
   int resolved = 0;
   for (uint32_t i = 0; i < tag_count; ++i) {
-    if (resolve_tag(entries[i], variables, struct_members)) {
+    if (resolve_tag(entries[i], variables, structs, scratch)) {
       resolved = 1;
     }
   }

@@ -134,19 +134,6 @@ unsigned short offline_CTagTable_578::GetTagIndexfromName(const char* name) cons
   return found == name_index_.end() ? 0 : static_cast<unsigned short>(found->second);
 }
 
-result_slot& offline_CTagTable_578::slot(std::size_t i) {
-  if (i >= result_slots_.size()) {
-    result_slots_.resize(i + 1);
-  }
-  return result_slots_[i];
-}
-
-uint8_t* offline_CTagTable_578::slot_data(std::size_t i, std::size_t length) {
-  constexpr std::size_t stride = sizeof(result_slot);
-  const std::size_t begin = i * stride + offsetof(result_slot, data);
-  const std::size_t slots_needed = (begin + length + stride - 1) / stride;
-  if (slots_needed > result_slots_.size()) {
-    result_slots_.resize(slots_needed);
-  }
-  return reinterpret_cast<uint8_t*>(result_slots_.data()) + begin;
+void offline_CTagTable_578::grow_slots(std::size_t count) {
+  result_slots_.resize(count);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -33,6 +34,12 @@ struct result_slot {
 };
 static_assert(sizeof(result_slot) == 804, "result slots are 804 bytes apart");
 
+// The data area of slot i of a block of slots; a fill or copy longer than one data area
+// runs on into the slots behind it.
+inline uint8_t* slot_area(result_slot* first, std::size_t i) {
+  return reinterpret_cast<uint8_t*>(first) + i * sizeof(result_slot) + offsetof(result_slot, data);
+}
+
 class offline_CTagTable_578 {
  public:
   offline_CTagTable_578();
@@ -59,12 +66,28 @@ class offline_CTagTable_578 {
       const std::map<std::string, table>& tables,
       const std::map<unsigned short, std::vector<data_type>>& struct_members);
 
-  // Slot i of the last host request; grown on demand, never shrunk.
-  result_slot& slot(std::size_t i);
+  // Slot i of the last host request; grown on demand, never shrunk. Inline: the read
+  // cycle asks for every slot twice.
+  result_slot& slot(std::size_t i) {
+    if (i >= result_slots_.size()) grow_slots(i + 1);
+    return result_slots_[i];
+  }
   // The data area of slot i, with length bytes of room from its start. The slots are one
   // consecutive block, so a fill or copy longer than one data area runs on through the
   // slots behind it; the block grows to hold it. Valid until the block grows again.
-  uint8_t* slot_data(std::size_t i, std::size_t length);
+  // The slots of a request of count positions, grown once so that the last one's data
+  // area has tail bytes of room; address them with slot_area. Valid until the block grows.
+  result_slot* slots(std::size_t count, std::size_t tail) {
+    slot_data(count - 1, tail);
+    return result_slots_.data();
+  }
+  uint8_t* slot_data(std::size_t i, std::size_t length) {
+    constexpr std::size_t stride = sizeof(result_slot);
+    const std::size_t begin = i * stride + offsetof(result_slot, data);
+    const std::size_t slots_needed = (begin + length + stride - 1) / stride;
+    if (slots_needed > result_slots_.size()) grow_slots(slots_needed);
+    return reinterpret_cast<uint8_t*>(result_slots_.data()) + begin;
+  }
 
   uint32_t wide_names;
   uint32_t tag_count = 0;
@@ -72,6 +95,7 @@ class offline_CTagTable_578 {
 
  private:
   void build_name_index();
+  void grow_slots(std::size_t count);
 
   std::vector<result_slot> result_slots_;
   std::unordered_map<std::string, uint32_t>

@@ -1,5 +1,8 @@
 #include <algorithm>
+#include <cstring>
+#include <stdexcept>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include "unity/unity_process.h"
@@ -31,22 +34,23 @@ const bytes* usable_message(const std::vector<unity_frame>& frames, std::size_t 
 // A zero-terminated name starting at pos, kept with its zero; pos ends just past it.
 // A name that runs off the message raises std::out_of_range.
 std::string read_name(const bytes& message, std::size_t& pos) {
-  std::string name;
-  unsigned char c = 0;
-  do {
-    c = message.at(pos++);
-    name.push_back(static_cast<char>(c));
-  } while (c != 0);
-  return name;
+  const std::size_t start = pos;
+  if (start < message.size()) {
+    const void* zero = std::memchr(message.data() + start, 0, message.size() - start);
+    if (zero != nullptr) {
+      pos = static_cast<std::size_t>(static_cast<const unsigned char*>(zero) - message.data()) + 1;
+      return std::string(message.begin() + static_cast<std::ptrdiff_t>(start),
+                         message.begin() + static_cast<std::ptrdiff_t>(pos));
+    }
+  }
+  throw std::out_of_range("dictionary name without its terminating zero");
 }
 
 bytes copy_checked(const bytes& message, std::size_t from, std::size_t count) {
-  bytes out;
-  out.reserve(count);
-  for (std::size_t i = 0; i < count; ++i) {
-    out.push_back(message.at(from + i));
-  }
-  return out;
+  if (count == 0) return {};
+  wire::require(message, from, count);
+  const auto first = message.begin() + static_cast<std::ptrdiff_t>(from);
+  return bytes(first, first + static_cast<std::ptrdiff_t>(count));
 }
 
 uint16_t u16_padded(const bytes& message, std::size_t from) {
@@ -91,6 +95,11 @@ void unity_process::save_array_type_pos(std::vector<unity_frame> frames) {
 }
 
 void unity_process::save_table_info(std::vector<unity_frame> frames) {
+  const auto all_zero = [](const auto& b) {
+    return std::all_of(b.begin(), b.end(), [](unsigned char c) { return c == 0; });
+  };
+  // Only this decoder writes the address, so once it holds a non-zero byte it keeps it.
+  bool address_unset = all_zero(variable_address);
   for (std::size_t i = 0; i < frames.size(); ++i) {
     const bytes* message = usable_message(frames, i);
     if (message == nullptr || frames[i].record_count == 0) {
@@ -104,14 +113,18 @@ void unity_process::save_table_info(std::vector<unity_frame> frames) {
       entry.location = copy_checked(*message, pos + 2, variable_address.size());
       pos += 10;
       std::string name = read_name(*message, pos);
-      if (std::all_of(variable_address.begin(), variable_address.end(),
-                      [](unsigned char b) { return b == 0; })) {
+      if (address_unset) {
         std::copy(entry.location.begin(), entry.location.end(), variable_address.begin());
+        address_unset = all_zero(variable_address);
       }
       entry.read_format = read_comm::get_read_format_from_type(entry.type_id);
-      // Variables come in name order: the end is the right place for each, found without
-      // walking the tree. The same map either way when they do not.
-      tables.insert_or_assign(tables.end(), std::move(name), std::move(entry));
+      // Variables come in name order: the end is the right place for each, found with one
+      // comparison instead of a walk down the tree (the same map either way when they do
+      // not). A name met before keeps its node and takes the new entry.
+      tables
+          .emplace_hint(tables.end(), std::piecewise_construct,
+                        std::forward_as_tuple(std::move(name)), std::forward_as_tuple())
+          ->second = std::move(entry);
     }
   }
 }
@@ -133,7 +146,7 @@ void unity_process::save_data_type_info(std::vector<unity_frame> frames) {
       pos += 2;
       data_type entry;
       entry.name = read_name(*message, pos);
-      data_types[type_id] = entry;
+      data_types[type_id] = std::move(entry);
       pos += 5;  // bytes after the name that carry nothing we use
     }
   }
@@ -153,6 +166,8 @@ int unity_process::save_struct_detail(std::vector<unity_frame> frames, data_type
   }
   // An 8-byte message ends inside the member count; its high byte then reads 0.
   const uint16_t count = u16_padded(*message, 7);
+  // Room for the page's members at once; a member takes at least seven bytes.
+  members.reserve(members.size() + std::min<std::size_t>(count, message->size() / 7));
   std::size_t pos = 9;
   for (unsigned m = 0; m < count; ++m) {
     data_type member;
@@ -163,7 +178,7 @@ int unity_process::save_struct_detail(std::vector<unity_frame> frames, data_type
       ++pos;  // padding in front of the name
     }
     member.name = read_name(*message, pos);
-    members.push_back(member);
+    members.push_back(std::move(member));
   }
   // The low half of next_address: non-zero means the structure continues on another page.
   if (wire::le_reader(*message, 3).u16() != 0) {

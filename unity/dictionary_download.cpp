@@ -86,7 +86,8 @@ namespace {
 std::vector<unity_frame> decode_reply(unity_process& session,
                                       const std::vector<unsigned char>& reply) {
   std::vector<unity_frame> frames;
-  session.impl->get_strategy(reply)->get_commands(frames);
+  // The decoders read each page's raw message, not the parsed records.
+  session.impl->get_strategy(reply)->get_commands_without_records(frames);
   return frames;
 }
 

@@ -12,6 +12,9 @@ class IUnity_message_strategy {
  public:
   virtual ~IUnity_message_strategy() = default;
   virtual void get_commands(std::vector<unity_frame>& out) = 0;
+  // get_commands for a caller that decodes each frame's raw message itself and never reads
+  // the parsed records: the frames may come without their record nodes.
+  virtual void get_commands_without_records(std::vector<unity_frame>& out) { get_commands(out); }
   virtual void on_set_comm_successed(modbus_tcp_frame& frame) = 0;
 };
 
@@ -33,11 +36,14 @@ class response_strategy : public IUnity_message_strategy {
   response_strategy(const std::vector<modbus_tcp_frame>& frames,
                     const std::vector<unsigned char>& raw);
   void get_commands(std::vector<unity_frame>& out) override;
+  void get_commands_without_records(std::vector<unity_frame>& out) override;
   void on_set_comm_successed(modbus_tcp_frame& frame) override;
 
   uint32_t last_address = 0;
 
  private:
+  void split(std::vector<unity_frame>& out, bool with_records);
+
   const std::vector<modbus_tcp_frame>& frames_;
   std::vector<unsigned char> raw_;
 };

@@ -1,3 +1,5 @@
+#include <array>
+
 #include "unity/message_strategy.h"
 #include "wire/byte_cursor.h"
 
@@ -20,19 +22,19 @@ T read_partial_le(const std::vector<unsigned char>& data, unsigned short& cursor
 }
 
 void read_name(const std::vector<unsigned char>& data, unsigned short& cursor, node& record) {
-  // Room for the longest name at once, instead of growing byte by byte.
-  record.name.reserve(max_name_bytes + 2);
-  unsigned taken = 0;
-  while (cursor < data.size() && data[cursor] != 0 && taken <= max_name_bytes) {
-    record.name.push_back(data[cursor]);
+  // Gathered first and stored with one allocation, instead of growing byte by byte.
+  std::array<unsigned char, max_name_bytes + 2> name;
+  std::size_t length = 0;
+  while (cursor < data.size() && data[cursor] != 0 && length <= max_name_bytes) {
+    name[length++] = data[cursor];
     ++cursor;
-    ++taken;
   }
   // The byte at the cursor ends the name: normally its zero, after a cut the next name byte.
   if (cursor < data.size()) {
-    record.name.push_back(data[cursor]);
+    name[length++] = data[cursor];
   }
   ++cursor;
+  record.name.assign(name.begin(), name.begin() + static_cast<std::ptrdiff_t>(length));
 }
 
 }  // namespace

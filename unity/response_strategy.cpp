@@ -39,6 +39,16 @@ response_strategy::response_strategy(const std::vector<modbus_tcp_frame>& frames
     : frames_(frames), raw_(raw) {}
 
 void response_strategy::get_commands(std::vector<unity_frame>& out) {
+  split(out, true);
+}
+
+// The dictionary download reads every page from its raw message: a node per record, each
+// with its name, would be built and freed unread.
+void response_strategy::get_commands_without_records(std::vector<unity_frame>& out) {
+  split(out, false);
+}
+
+void response_strategy::split(std::vector<unity_frame>& out, bool with_records) {
   unsigned short cursor = first_record;  // not reset between frames
   for (std::size_t index = 0; index < frames_.size(); ++index) {
     const modbus_tcp_frame& frame = frames_[index];
@@ -54,12 +64,15 @@ void response_strategy::get_commands(std::vector<unity_frame>& out) {
     }
     unity_frame reply = read_reply_header(frame);
     last_address = reply.next_address;
+    // Room for the records at once: a record takes at least two bytes of the data.
+    const std::size_t records = with_records ? reply.record_count : 0;
+    reply.nodes.reserve(frames_.size() + std::min(records, data.size()));
     reply.nodes.resize(frames_.size());
     // The whole Unity message, as the MBAP length counts it, but never beyond what arrived.
     const std::size_t message_size = std::min<std::size_t>(frame.length - 2u, data.size());
     reply.nodes[index].name.assign(data.begin(), data.begin() + static_cast<long>(message_size));
     const bool with_name = reply.record_format == named_records;
-    for (unsigned read = 0; read < reply.record_count && cursor < data.size(); ++read) {
+    for (std::size_t read = 0; read < records && cursor < data.size(); ++read) {
       reply.nodes.push_back(get_next_node_data(data, cursor, with_name));
     }
     out.push_back(std::move(reply));

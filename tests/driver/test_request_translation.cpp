@@ -252,10 +252,10 @@ TEST_F(OnlineRequests, ShortReplyRaisesOutOfRange) {
 TEST_F(OnlineRequests, FailedReadKeepsTheSlotDataAndSetsStateNine) {
   load({"W"}, 0);
   device_->session.state = unity_process::state_not_connected;
-  result_slot& s = device_->tag_table.slot(0);
-  std::memset(s.data, 0x42, 4);
+  std::memset(device_->tag_table.slot(0).data, 0x42, 4);
   auto req = requests({{0, 3, 0, 2, 3}});
   driver_.outputfilter(req.data(), 1);
+  const result_slot& s = device_->tag_table.slot(0);  // the block may have grown
   EXPECT_EQ(s.type_code, 3);
   EXPECT_EQ(s.element_count, 2);
   EXPECT_EQ(s.bit_number, 2);

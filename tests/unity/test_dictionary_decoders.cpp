@@ -94,6 +94,22 @@ TEST_F(Decoders, TableInfoStoresNamesWithZeroAndFirstLocation) {
   EXPECT_EQ(session.variable_address, first);
 }
 
+// Regression guard: a first variable at block 0, offset 0 leaves the address all zero, so
+// the next record's location must still be taken; names out of order must all be kept.
+TEST_F(Decoders, TableInfoZeroFirstLocationAndNamesOutOfOrder) {
+  unity_message m;
+  m.dictionary_header(9, 0, 3);
+  m.u16(4).raw({0, 0, 0, 0, 0, 0}).u16(0).name("C");
+  m.u16(4).raw({1, 0, 4, 0, 0, 0}).u16(0).name("B");
+  m.u16(4).raw({2, 0, 8, 0, 0, 0}).u16(0).name("A");
+  session.save_table_info({decoded_reply(m.get(), 9, 3)});
+  ASSERT_EQ(session.tables.size(), 3u);
+  EXPECT_EQ(session.tables.at(key("A")).location, (bytes{2, 0, 8, 0, 0, 0}));
+  EXPECT_EQ(session.tables.at(key("C")).location, (bytes{0, 0, 0, 0, 0, 0}));
+  const std::array<unsigned char, 6> second = {1, 0, 4, 0, 0, 0};
+  EXPECT_EQ(session.variable_address, second);
+}
+
 TEST_F(Decoders, TableInfoNameWithoutZeroThrows) {
   const bytes message =
       unity_message().dictionary_header(9, 0, 1).u16(1).zeros(6).u16(0).raw({'A', 'B', 'C'}).get();

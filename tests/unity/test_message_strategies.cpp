@@ -111,6 +111,46 @@ TEST(ResponseStrategy, RawMessageNodeFollowsMbapLengthNotBufferSize) {
   EXPECT_EQ(out[0].nodes[0].name, bytes(raw.begin() + 8, raw.begin() + 17));
 }
 
+// Regression guard: the dictionary download's record-less split must keep every frame's
+// header and raw-message node where get_commands puts them, and raise where it raises.
+TEST(ResponseStrategy, WithoutRecordsKeepsHeadersAndRawMessage) {
+  const bytes page = unity_message()
+                         .dictionary_header(9, 0x0600, 2)
+                         .u16(0x0102)
+                         .u16(0x0304)
+                         .u32(0x05060708)
+                         .u16(0)
+                         .name("A")
+                         .u16(0x0102)
+                         .u16(0x0304)
+                         .u32(0x05060708)
+                         .u16(0)
+                         .name("BC")
+                         .get();
+  for (const bytes& raw :
+       {harness::modbus_reply(page), harness::modbus_reply(unity_message(0xFD).get())}) {
+    unity_process::PRIVATE p;
+    const auto full = commands_of(p, raw);
+    std::vector<unity_frame> bare;
+    p.get_strategy(raw)->get_commands_without_records(bare);
+    ASSERT_EQ(bare.size(), full.size());
+    for (std::size_t i = 0; i < full.size(); ++i) {
+      EXPECT_EQ(bare[i].status_word, full[i].status_word);
+      EXPECT_EQ(bare[i].record_format, full[i].record_format);
+      EXPECT_EQ(bare[i].next_address, full[i].next_address);
+      EXPECT_EQ(bare[i].record_count, full[i].record_count);
+      EXPECT_EQ(full[i].nodes.size(), 1u + full[i].record_count);
+      ASSERT_EQ(bare[i].nodes.size(), 1u);
+      EXPECT_EQ(bare[i].nodes[0].name, full[i].nodes[0].name);
+    }
+  }
+  std::vector<unity_frame> out;
+  unity_process::PRIVATE p;
+  EXPECT_THROW(p.get_strategy({0x00, 0x01, 0x00, 0x00, 0x00, 0x04, 0x00, 0x5A, 0x00, 0x26})
+                   ->get_commands_without_records(out),
+               std::out_of_range);
+}
+
 TEST(OnSetCommSuccessed, ResponseStrategyBuildsContinuation) {
   const bytes message = unity_message().dictionary_header(9, 0x000012AB, 0).get();
   unity_process::PRIVATE p;
