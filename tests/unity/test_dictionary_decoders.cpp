@@ -111,9 +111,12 @@ TEST_F(Decoders, TableInfoZeroFirstLocationAndNamesOutOfOrder) {
 }
 
 TEST_F(Decoders, TableInfoNameWithoutZeroThrows) {
-  const bytes message =
-      unity_message().dictionary_header(9, 0, 1).u16(1).zeros(6).u16(0).raw({'A', 'B', 'C'}).get();
-  EXPECT_THROW(session.save_table_info({decoded_reply(message, 9, 1)}), std::out_of_range);
+  // The name cut before its zero, or missing altogether.
+  for (const bytes& name : {bytes{'A', 'B', 'C'}, bytes{}}) {
+    const bytes message =
+        unity_message().dictionary_header(9, 0, 1).u16(1).zeros(6).u16(0).raw(name).get();
+    EXPECT_THROW(session.save_table_info({decoded_reply(message, 9, 1)}), std::out_of_range);
+  }
 }
 
 TEST_F(Decoders, DataTypeListStoresNamesAndResetsEntries) {
