@@ -136,6 +136,7 @@ TEST_F(SetupMemoryIndex, UnresolvedTagsKeepZeroLocationAndCountAsNothing) {
   expect_member(3, "Motor", 12, kDint);
   EXPECT_EQ(resolve({"A.B", "Counter.x", "Nope"}), 0);
   EXPECT_EQ(tags.setup_memory_index(tables, members, {}), 0);
+  EXPECT_EQ(resolve({}), 0);  // an empty table
 }
 
 TEST_F(SetupMemoryIndex, RunningAgainClearsEarlierLocations) {
