@@ -62,6 +62,9 @@ TEST_F(Decoders, PlcTypeShortMessages) {
   EXPECT_THROW(
       session.save_plc_type({decoded_reply(unity_message().zeros(22).u8(9).raw({'A'}).get())}),
       std::out_of_range);
+  // A zero length with bytes behind it: an empty type text.
+  session.save_plc_type({decoded_reply(unity_message().zeros(22).u8(0).u8('X').get())});
+  EXPECT_EQ(session.plc_type, "");
 }
 
 TEST_F(Decoders, ArrayTypePosFillsHandleFrom10To17) {
