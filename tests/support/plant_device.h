@@ -3,6 +3,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
@@ -60,7 +61,9 @@ class device_test : public ::testing::Test {
   void SetUp() override {
     names_ = tag_names(tags_file_);
     ASSERT_FALSE(names_.empty());
-    tag_path_ = ::testing::TempDir() + "plant_" +
+    // The process id keeps runs of the same suite side by side (two checkouts, two
+    // presets) from removing each other's file.
+    tag_path_ = ::testing::TempDir() + "plant_" + std::to_string(::getpid()) + "_" +
                 ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".tags";
     std::vector<tag_file::record> records;
     for (const auto& n : names_) records.push_back({n});
