@@ -26,7 +26,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/driver_api.h"
+#include "tools/common/host_records.h"
 #include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/plcsim.h"
 #include "unity/unity_process.h"
@@ -113,7 +113,7 @@ class host_device {
     std::vector<tag_file::record> records;
     for (const auto& n : names) records.push_back({n});
     tag_file::write(path_, records, false);
-    const unitydrv_init_params params = driver_api::init_params(server.address());
+    const unitydrv_init_params params = driver_api::init_params_of(server.address());
     driver().InitEx(0, &params);
     if (driver().StartDeviceEx(0, &handle_, path_.c_str(), 0) != 0) handle_ = nullptr;
   }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/unity_reply.h"
 #include "unity/unity_process.h"
 #include "wire/byte_cursor.h"
 
@@ -77,15 +78,7 @@ std::vector<unsigned char> full_variables_page(unsigned& records) {
   }
   message[7] = static_cast<unsigned char>(records);
   message[8] = static_cast<unsigned char>(records >> 8);
-  std::vector<unsigned char> raw(8, 0);
-  wire::be_writer header(raw);
-  header.u16(7);
-  header.u16(0);
-  header.u16(static_cast<uint16_t>(message.size() + 2));
-  header.u8(0);
-  header.u8(0x5A);
-  raw.insert(raw.end(), message.begin(), message.end());
-  return raw;
+  return harness::modbus_reply(message, 7);
 }
 
 void BM_decode_variables_page(benchmark::State& state) {

@@ -4,7 +4,6 @@
 // Usage: fuzz_corpus_dump SOURCE_DIR   (writes SOURCE_DIR/fuzz/corpus/<target>/)
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -15,9 +14,9 @@
 #include <map>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "tools/common/loopback_peer.h"
 #include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/plcsim.h"
 #include "unity/unity_process.h"
@@ -34,24 +33,12 @@ constexpr int relay_wait_ms = 3000;
 class recording_relay {
  public:
   recording_relay(const std::string& sim_address, uint16_t sim_port)
-      : sim_address_(sim_address), sim_port_(sim_port) {
-    listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(listener_, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-    ::listen(listener_, 1);
-    socklen_t len = sizeof addr;
-    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&addr), &len);
-    port_ = ntohs(addr.sin_port);
-    thread_ = std::thread([this] { run(); });
-  }
-  ~recording_relay() {
-    thread_.join();
-    ::close(listener_);
-  }
+      : sim_{connect_to(sim_address, sim_port)},
+        peer_([this](const bytes& request, std::size_t, bool& close) {
+          return pass(request, close);
+        }) {}
 
-  uint16_t port() const { return port_; }
+  uint16_t port() const { return peer_.port(); }
   void label(const std::string& l) {
     std::lock_guard<std::mutex> lock(mutex_);
     label_ = l;
@@ -62,48 +49,41 @@ class recording_relay {
   }
 
  private:
-  static bool readable(int fd) {
-    pollfd p{fd, POLLIN, 0};
-    return ::poll(&p, 1, relay_wait_ms) > 0;
-  }
+  struct socket_fd {
+    int fd;
+    ~socket_fd() { ::close(fd); }
+  };
 
-  void run() {
-    if (!readable(listener_)) return;
-    const int client = ::accept(listener_, nullptr, nullptr);
-    const int sim = ::socket(AF_INET, SOCK_STREAM, 0);
+  static int connect_to(const std::string& address, uint16_t port) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
-    addr.sin_port = htons(sim_port_);
-    addr.sin_addr.s_addr = ::inet_addr(sim_address_.c_str());
-    if (::connect(sim, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0) relay(client, sim);
-    ::close(sim);
-    ::close(client);
+    addr.sin_port = htons(port);
+    addr.sin_addr.s_addr = ::inet_addr(address.c_str());
+    return ::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 ? fd
+                                                                               : (::close(fd), -1);
   }
 
-  void relay(int client, int sim) {
-    bytes buffer(8192);
-    while (readable(client)) {
-      const ssize_t n = ::recv(client, buffer.data(), buffer.size(), 0);
-      if (n <= 0 || ::send(sim, buffer.data(), static_cast<size_t>(n), MSG_NOSIGNAL) != n) return;
-      if (!readable(sim)) return;
-      const ssize_t m = ::recv(sim, buffer.data(), buffer.size(), 0);
-      if (m <= 0) return;
-      {
-        std::lock_guard<std::mutex> lock(mutex_);
-        replies_.emplace_back(label_, bytes(buffer.begin(), buffer.begin() + m));
-      }
-      if (::send(client, buffer.data(), static_cast<size_t>(m), MSG_NOSIGNAL) != m) return;
-    }
+  // The simulator's reply; an empty one, and the connection dropped, where it gives none.
+  bytes pass(const bytes& request, bool& close) {
+    bytes reply(8192);
+    const ssize_t n = ::send(sim_.fd, request.data(), request.size(), MSG_NOSIGNAL) ==
+                                  static_cast<ssize_t>(request.size()) &&
+                              harness::readable(sim_.fd, relay_wait_ms)
+                          ? ::recv(sim_.fd, reply.data(), reply.size(), 0)
+                          : -1;
+    close = n <= 0;
+    reply.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!close) replies_.emplace_back(label_, reply);
+    return reply;
   }
 
-  std::string sim_address_;
-  uint16_t sim_port_;
-  int listener_ = -1;
-  uint16_t port_ = 0;
-  std::thread thread_;
+  socket_fd sim_;
   std::mutex mutex_;
   std::string label_;
   std::vector<std::pair<std::string, bytes>> replies_;
+  harness::scripted_peer peer_;  // last: its thread stops before the rest goes
 };
 
 void write_file(const fs::path& path, const bytes& content) {

@@ -12,7 +12,7 @@
 
 #include "driver/device_context.h"
 #include "driver/tag_driver_offline_578.h"
-#include "support/driver_api.h"
+#include "tools/common/host_records.h"
 #include "tools/common/tag_file_writer.h"
 
 namespace host_paths {

@@ -52,32 +52,6 @@ TEST_F(OfflineMode, UnwrittenElementsReadAsZeroAndLeaveZeroEntries) {
   }
 }
 
-struct round_trip_case {
-  const char* what;
-  uint8_t type;
-  uint16_t count;
-  std::vector<uint16_t> words;
-  std::vector<uint16_t> read_back;
-};
-
-TEST_F(OfflineMode, WrittenValuesReadBackElementByElement) {
-  const round_trip_case cases[] = {
-      {"INT[3]", 195, 3, {0x1111, 0x2222, 0x3333}, {0x1111, 0x2222, 0x3333}},
-      {"DINT[2]", 196, 2, {0x5678, 0x1234, 0xBEEF, 0xDEAD}, {0x5678, 0x1234, 0xBEEF, 0xDEAD}},
-      {"LREAL", 10, 1, {1, 2, 3, 4}, {1, 2, 3, 4}},
-      {"SINT one byte of write_words each", 194, 2, {0x1101, 0x2202}, {0x01, 0x11}},
-      {"STRING one character per unit", 212, 3, {0x6261, 0x0063}, {'a', 'b', 'c'}},
-      {"BOOL one byte of write_words each", 193, 3, {0x0001, 0x0001}, {1, 0, 1}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    SetUp();
-    write({0, c.type, 2, c.count}, c.words, 1);
-    const auto res = read({{0, c.type, 2, c.count}});
-    EXPECT_EQ(units(res[0], c.read_back.size()), c.read_back);
-  }
-}
-
 TEST_F(OfflineMode, EachElementHasItsOwnKey) {
   write({1, 195, 10, 3}, {7, 8, 9});
   const auto res = read({{1, 195, 11, 1}, {1, 195, 12, 2}, {0, 195, 11, 1}});
@@ -114,22 +88,6 @@ TEST_F(OfflineMode, BitArrayElementsAreKeyedByTheRenamedElement) {
   EXPECT_TRUE(found);
   const auto res = read({{2, 211, 96, 2}});
   EXPECT_EQ(units(res[0], 2), (std::vector<uint16_t>{1, 0}));
-}
-
-TEST_F(OfflineMode, ReadWithNoRequestsStillMarksTheFirst) {
-  auto req = requests({}, 3);
-  driver_.outputfilter(req.data(), 0);
-  EXPECT_EQ(req[0].status[4], 1);
-  EXPECT_TRUE(device_->tag_values.empty());
-}
-
-TEST_F(OfflineMode, NothingValidReturnsOnlyThePreset) {
-  auto res = results(2);
-  auto inf = infos(2, 0);
-  driver_.inputFilter(res.data(), nullptr, inf.data(), 2);
-  EXPECT_EQ(res[0].result_code, 5);
-  EXPECT_EQ(res[0].result_words[0], 0xAAAA);
-  EXPECT_EQ(res[1].result_code, 0xAA);
 }
 
 }  // namespace

@@ -6,13 +6,13 @@
 
 #include "driver/host_request.h"
 #include "tests/driver/host_paths_fixture.h"
-#include "unity/scripted_peer.h"
+#include "tools/common/loopback_peer.h"
 #include "wire/byte_cursor.h"
 
 namespace {
 
+using harness::bytes;
 using host_paths::request_desc;
-using test_peer::bytes;
 
 struct fill_case {
   const char* what;
@@ -82,110 +82,115 @@ TEST_F(FillTagStruct, TagBeyondTheTableIsAnEmptyUnresolvedTag) {
   EXPECT_EQ(tag.member_offset, 0u);
 }
 
-// The Unity message of a request received by the peer.
-bytes message(const bytes& request) {
-  return test_peer::message_of(request);
-}
-
-bytes read_reply(const bytes& request, const bytes& values) {
-  bytes m = {0x00, 0xFE};
-  m.insert(m.end(), values.begin(), values.end());
-  return test_peer::reply_frame(test_peer::transaction_of(request), m);
-}
+using harness::message_of;
+using harness::ok_reply;
 
 // A session connected to a scripted controller and ready for variable exchanges.
 class OnlineRequests : public host_paths::device_test {
  protected:
-  void connect(test_peer::scripted_peer& peer) {
+  void connect(harness::scripted_peer& peer) {
     ASSERT_EQ(device_->session.setup_device("127.0.0.1", peer.port(), 100), 1);
     device_->session.state = unity_process::state_ready;
     device_->session.table_address = 0x11223344;
   }
 
-  // Waits (bounded) until the peer has seen n requests.
-  static std::vector<bytes> requests_seen(test_peer::scripted_peer& peer, std::size_t n) {
-    for (int i = 0; i < 200 && peer.requests().size() < n; ++i) {
+  // Connects the session to a peer that accepts every request with these value bytes, or
+  // that never answers.
+  harness::scripted_peer& peer_answering(const bytes& values, bool silent = false) {
+    peer_ = std::make_unique<harness::scripted_peer>(
+        [values, silent](const bytes& req, std::size_t, bool&) {
+          return silent ? bytes{} : ok_reply(req, values);
+        });
+    connect(*peer_);
+    return *peer_;
+  }
+
+  std::unique_ptr<harness::scripted_peer> peer_;
+
+  // The message of the one request the peer received (waiting a bounded time); empty when
+  // none came.
+  static bytes only_message(harness::scripted_peer& peer) {
+    for (int i = 0; i < 200 && peer.requests().empty(); ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    return peer.requests();
+    const auto seen = peer.requests();
+    EXPECT_EQ(seen.size(), 1u);
+    return seen.size() == 1 ? message_of(seen[0]) : bytes{};
   }
 };
 
-TEST_F(OnlineRequests, ReadWithNoRequestsSendsNothing) {
-  load({"A"}, 0);
-  test_peer::scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
-  connect(peer);
-  for (uint8_t kind : {0, 3}) {
-    auto req = requests({}, kind);
-    const unitydrv_result r = driver_.outputfilter(req.data(), 0);
-    EXPECT_EQ(r.byte_2, 0);
-    EXPECT_EQ(r.byte_3, 8);
-    EXPECT_EQ(r.word_4, 0u);
-    for (uint8_t b : req[0].status) EXPECT_EQ(b, 0);
+struct unpack_case {
+  const char* what;
+  uint8_t type;
+  uint16_t count;
+  bytes values;
+  std::vector<uint16_t> units;
+};
+
+TEST_F(OnlineRequests, ReadUnpacksEachWidthIntoItsSlot) {
+  const unpack_case cases[] = {
+      {"DINT", 196, 1, {0x04, 0x03, 0x02, 0x01}, {0x0304, 0x0102}},
+      {"LREAL", 10, 1, {1, 2, 3, 4, 5, 6, 7, 8}, {0x0201, 0x0403, 0x0605, 0x0807}},
+      {"STRING, one character a unit", 212, 3, {'a', 'b', 'c'}, {'a', 'b', 'c'}},
+      {"unknown type: nothing taken, the slot only cleared", 99, 2, {}, {0, 0}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    load({"T"}, 0);
+    resolve(0, 4, 5, 1, 0x100);
+    peer_answering(c.values);
+    auto req = requests({{0, c.type, 0, c.count}});
+    std::memset(device_->tag_table.slot(0).data, 0x77, 4);
+    driver_.outputfilter(req.data(), 1);
+    EXPECT_EQ(slot_units(device_->tag_table.slot(0), c.units.size()), c.units);
   }
-  EXPECT_TRUE(peer.requests().empty());
-  EXPECT_EQ(device_->session.state, unity_process::state_ready);
 }
 
-TEST_F(OnlineRequests, ReadUnpacksEveryTypeIntoItsSlot) {
-  load({"W", "D", "L", "S", "B", "Flag", "U"}, 0);
-  resolve(0, 4, 5, 1, 0x100);
-  resolve(1, 6, 7, 1, 0x200);
-  resolve(2, 8, 9, 1, 0x300);
-  resolve(3, 0x21, 30, 1, 0x400);
-  resolve(4, 1, 25, 1, 0x500);  // type id 25: one bit per byte
-  resolve(5, 1, 1, 1, 0x600);
-  resolve(6, 1, 1, 1, 0x700);
-  const bytes values = {
-      0x34, 0x12, 0x78, 0x56,              // WORD[2]
-      0x04, 0x03, 0x02, 0x01,              // DINT
-      1,    2,    3,    4,    5, 6, 7, 8,  // LREAL
-      'a',  'b',  'c',                     // STRING[3]
-      0x02, 0x03, 0x00, 0x05,              // BYTE[4] of type id 25
-      0x02,                                // BYTE, plain
+struct write_case {
+  const char* what;
+  uint8_t type;
+  int count;
+  std::vector<uint16_t> words;
+  uint8_t items;
+  bytes first_item;  // address and data
+};
+
+TEST_F(OnlineRequests, WholeValueWritesBuildOneItemPerElement) {
+  const write_case cases[] = {
+      {"DINT, two elements",
+       196,
+       2,
+       {0x5678, 0x1234},
+       2,
+       {0x08, 0x01, 0, 0, 0x78, 0x56, 0x34, 0x12}},
+      {"SINT packs low bytes", 194, 1, {0x1101, 0x2202}, 1, {0x02, 0x01, 0, 0, 0x01, 0x02, 0, 0}},
+      {"STRING counts 2 and sends one item", 212, 3, {0x6261}, 1, {0x04, 0x01, 0, 0, 0x61, 0x62}},
   };
-  test_peer::scripted_peer peer(
-      [&](const bytes& req, std::size_t, bool&) { return read_reply(req, values); });
-  connect(peer);
-  auto req = requests({{0, 3, 0, 2},
-                       {1, 196, 0, 1},
-                       {2, 10, 0, 1},
-                       {3, 212, 0, 3},
-                       {4, 2, 0, 4},
-                       {5, 2, 0, 1},
-                       {6, 99, 0, 3}});
-  std::memset(device_->tag_table.slot(6).data, 0x77, 4);
-  const unitydrv_result r = driver_.outputfilter(req.data(), static_cast<int>(req.size()));
-  EXPECT_EQ(r.byte_3, 8);
-  EXPECT_EQ(req[0].status[4], 0);
-  auto& t = device_->tag_table;
-  EXPECT_EQ(slot_units(t.slot(0), 3), (std::vector<uint16_t>{0x1234, 0x5678, 0}));
-  EXPECT_EQ(slot_units(t.slot(1), 2), (std::vector<uint16_t>{0x0304, 0x0102}));
-  EXPECT_EQ(slot_units(t.slot(2), 4), (std::vector<uint16_t>{0x0201, 0x0403, 0x0605, 0x0807}));
-  EXPECT_EQ(slot_units(t.slot(3), 3), (std::vector<uint16_t>{'a', 'b', 'c'}));
-  // Bit 1 is masked off: exactly 2 reads as clear.
-  EXPECT_EQ(slot_units(t.slot(4), 4), (std::vector<uint16_t>{0, 1, 0, 1}));
-  EXPECT_EQ(slot_units(t.slot(5), 1), (std::vector<uint16_t>{2}));
-  // An unknown type consumes nothing; its slot is only cleared.
-  EXPECT_EQ(slot_units(t.slot(6), 2), (std::vector<uint16_t>{0, 0}));
-  EXPECT_EQ(t.slot(3).type_code, 212);
-  EXPECT_EQ(t.slot(3).element_count, 3);
-  EXPECT_EQ(t.slot(3).bit_number, 255);
-  EXPECT_EQ(device_->session.state, unity_process::state_read_ok);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    load({"T"}, 0);
+    resolve(0, 7, 8, 3, 0x100);
+    auto& peer = peer_answering({0x01});
+    auto req = requests({{0, c.type, 2, 1}}, 1);
+    req[0].write.write_count = static_cast<uint16_t>(c.words.size());
+    for (std::size_t i = 0; i < c.words.size(); ++i) req[0].write_words[i] = c.words[i];
+    driver_.outputfilter(req.data(), c.count);
+    const bytes m = only_message(peer);
+    ASSERT_GE(m.size(), 10 + c.first_item.size());
+    EXPECT_EQ(m[6], c.items);
+    EXPECT_EQ(m[7], 7);  // the tag's format code
+    EXPECT_EQ(bytes(m.begin() + 10, m.begin() + 10 + c.first_item.size()), c.first_item);
+    EXPECT_EQ(device_->session.state, unity_process::state_write_ok);
+  }
 }
 
 TEST_F(OnlineRequests, ReadItemCarriesTheElementOffsetAndTheBitIsDroppedFromTheRead) {
   load({"Words"}, 0);
   resolve(0, 3, 5, 0x0102, 0x000100);
-  test_peer::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
-    return read_reply(req, {0x18, 0x00});
-  });
-  connect(peer);
+  auto& peer = peer_answering({0x18, 0x00});
   auto req = requests({{0, 3, 3, 1, 5}});  // WORD element 3, bit 4
   driver_.outputfilter(req.data(), 1);
-  const auto seen = requests_seen(peer, 1);
-  ASSERT_EQ(seen.size(), 1u);
-  const bytes m = message(seen[0]);
+  const bytes m = only_message(peer);
   ASSERT_GE(m.size(), 14u);
   EXPECT_EQ(m[1], 0x22);
   EXPECT_EQ(m[6], 1);     // one item
@@ -204,21 +209,18 @@ TEST_F(OnlineRequests, ReadItemCarriesTheElementOffsetAndTheBitIsDroppedFromTheR
 TEST_F(OnlineRequests, BitArrayReadsWithTheTypeLengthAndNamesTheElement) {
   load({"Bits[0]", "Bits[3]"}, 0);
   resolve(0, 1, 1, 1, 0x10);
-  test_peer::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
-    return read_reply(req, {1, 0});
-  });
-  connect(peer);
+  auto& peer = peer_answering({1, 0});
   auto req = requests({{0, 211, 96, 2}});
   driver_.outputfilter(req.data(), 1);
-  const auto seen = requests_seen(peer, 1);
-  ASSERT_EQ(seen.size(), 1u);
-  EXPECT_EQ(message(seen[0])[7], 0x21);
+  const bytes m = only_message(peer);
+  ASSERT_GE(m.size(), 8u);
+  EXPECT_EQ(m[7], 0x21);
   EXPECT_EQ(device_->element_names.count("Bits[3]"), 1u);
   EXPECT_EQ(slot_units(device_->tag_table.slot(0), 2), (std::vector<uint16_t>{1, 0}));
 }
 
 TEST_F(OnlineRequests, SingleElementOfABooleanTypeMasksBitOne) {
-  load({"E1", "E2", "Plain"}, 0);
+  load({"E1", "E2", "Plain", "Ebool"}, 0);
   data_type boolean_type;
   boolean_type.element_type = 25;
   data_type byte_type;
@@ -228,25 +230,21 @@ TEST_F(OnlineRequests, SingleElementOfABooleanTypeMasksBitOne) {
   resolve(0, 0x21, 40, 1, 0x10);
   resolve(1, 0x21, 40, 1, 0x11);
   resolve(2, 0x21, 41, 1, 0x12);
-  test_peer::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
-    return read_reply(req, {0x02, 0x06, 0x02});
-  });
-  connect(peer);
-  auto req = requests({{0, 2, 0, 1}, {1, 2, 0, 1}, {2, 2, 0, 1}});
-  driver_.outputfilter(req.data(), 3);
+  resolve(3, 0, 25, 1, 0x13);  // an EBOOL variable: type id 25 itself
+  peer_answering({0x02, 0x06, 0x02, 0x03});
+  auto req = requests({{0, 2, 0, 1}, {1, 2, 0, 1}, {2, 2, 0, 1}, {3, 2, 0, 1}});
+  driver_.outputfilter(req.data(), 4);
   EXPECT_EQ(slot_units(device_->tag_table.slot(0), 1), (std::vector<uint16_t>{0}));
   EXPECT_EQ(slot_units(device_->tag_table.slot(1), 1), (std::vector<uint16_t>{1}));
   EXPECT_EQ(slot_units(device_->tag_table.slot(2), 1), (std::vector<uint16_t>{2}));
+  EXPECT_EQ(slot_units(device_->tag_table.slot(3), 1), (std::vector<uint16_t>{1}));
 }
 
 // Regression: a reply shorter than the elements asked for must raise, not read past it.
 TEST_F(OnlineRequests, ShortReplyRaisesOutOfRange) {
   load({"D"}, 0);
   resolve(0, 6, 7, 1, 0x20);
-  test_peer::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
-    return read_reply(req, {1, 2, 3});
-  });
-  connect(peer);
+  peer_answering({1, 2, 3});
   auto req = requests({{0, 196, 0, 1}});
   EXPECT_THROW(driver_.outputfilter(req.data(), 1), std::out_of_range);
 }
@@ -279,8 +277,7 @@ struct bit_write_case {
 
 TEST_F(OnlineRequests, BitWriteChangesOnlyTheShadowValue) {
   load({"W"}, 0);
-  test_peer::scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
-  connect(peer);
+  auto& peer = peer_answering({}, true);
   const bit_write_case cases[] = {
       {"set bit 0", 1, 1, 1, 0, 1},
       {"clear bit 3", 2, 4, 0, 0xFFull, 0xF7ull},
@@ -304,97 +301,18 @@ TEST_F(OnlineRequests, BitWriteChangesOnlyTheShadowValue) {
   EXPECT_TRUE(peer.requests().empty());
 }
 
-// Splits a write-variables message into its items (each: header bytes, then data_len).
-struct write_item {
-  uint8_t code;
-  uint16_t block;
-  uint32_t address;
-  bytes data;
-};
-
-std::vector<write_item> write_items(const bytes& m, std::size_t data_len) {
-  wire::le_reader in(m);
-  EXPECT_EQ(in.u8(), 0x00);
-  EXPECT_EQ(in.u8(), 0x23);
-  in.u32();
-  const unsigned n = in.u8();
-  std::vector<write_item> items;
-  for (unsigned i = 0; i < n; ++i) {
-    write_item it;
-    it.code = in.u8();
-    it.block = in.u16();
-    it.address = in.u32();
-    for (std::size_t b = 0; b < data_len; ++b) it.data.push_back(in.u8());
-    items.push_back(it);
-  }
-  EXPECT_TRUE(in.at_end());
-  return items;
-}
-
-struct write_case {
-  const char* what;
-  uint8_t type;
-  int count;
-  std::vector<uint16_t> words;
-  std::vector<uint32_t> addresses;  // per item
-  bytes data;                       // every item's data
-};
-
-TEST_F(OnlineRequests, WholeValueWritesBuildOneItemPerElement) {
-  const write_case cases[] = {
-      {"DINT, two elements", 196, 2, {0x5678, 0x1234}, {0x108, 0x10C}, {0x78, 0x56, 0x34, 0x12}},
-      {"SINT packs low bytes", 194, 1, {0x1101, 0x2202}, {0x102}, {0x01, 0x02, 0, 0}},
-      {"STRING counts 2 and sends one item", 212, 3, {0x6261}, {0x104}, {0x61, 0x62}},
-      {"LREAL", 10, 1, {1, 2, 3, 4}, {0x110}, {1, 0, 2, 0, 3, 0, 4, 0}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    load({"T"}, 0);
-    resolve(0, 7, 8, 3, 0x100);
-    test_peer::scripted_peer peer([](const bytes& req, std::size_t, bool&) {
-      return test_peer::reply_frame(test_peer::transaction_of(req), {0x00, 0xFE, 0x01});
-    });
-    connect(peer);
-    auto req = requests({{0, c.type, 2, 1}}, 1);
-    req[0].write.write_count = static_cast<uint16_t>(c.words.size());
-    for (std::size_t i = 0; i < c.words.size(); ++i) req[0].write_words[i] = c.words[i];
-    driver_.outputfilter(req.data(), c.count);
-    const auto seen = requests_seen(peer, 1);
-    ASSERT_EQ(seen.size(), 1u);
-    const auto items = write_items(message(seen[0]), c.data.size());
-    ASSERT_EQ(items.size(), c.addresses.size());
-    for (std::size_t i = 0; i < items.size(); ++i) {
-      EXPECT_EQ(items[i].code, 7);
-      EXPECT_EQ(items[i].block, 3);
-      EXPECT_EQ(items[i].address, c.addresses[i]);
-      EXPECT_EQ(items[i].data, c.data);
-    }
-    EXPECT_EQ(device_->session.state, unity_process::state_write_ok);
-    EXPECT_TRUE(device_->tag_values.empty());
-  }
-}
-
 TEST_F(OnlineRequests, BoolWriteSendsTheBitValueByte) {
   load({"Flag"}, 0);
   resolve(0, 1, 1, 2, 0x40);
-  test_peer::scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
-  connect(peer);
+  auto& peer = peer_answering({}, true);
   auto req = requests({{0, 193, 0, 1}}, 1);
   req[0].write.bit.write_bit_value = 1;
   driver_.outputfilter(req.data(), 1);
-  const auto seen = requests_seen(peer, 1);
-  ASSERT_EQ(seen.size(), 1u);
-  const auto items = write_items(message(seen[0]), 1);
-  ASSERT_EQ(items.size(), 1u);
-  EXPECT_EQ(items[0].data, bytes{1});
-  EXPECT_EQ(items[0].address, 0x40u);
-}
-
-TEST(OutputFilter, NullDeviceHandleReturnsTheRecord) {
-  std::vector<_gui_request_> req(1);
-  std::memset(static_cast<void*>(req.data()), 0, sizeof(_gui_request_));
-  tag_driver_offline_578 driver;
-  EXPECT_EQ(driver.outputfilter(req.data(), 1).byte_3, 8);
+  // One item: address 0x40 as four bytes, then the bit value byte.
+  const bytes m = only_message(peer);
+  ASSERT_EQ(m.size(), 15u);
+  EXPECT_EQ(m[6], 1);
+  EXPECT_EQ(bytes(m.begin() + 10, m.end()), (bytes{0x40, 0x00, 0x00, 0x00, 0x01}));
 }
 
 }  // namespace

@@ -51,26 +51,20 @@ TEST_F(InputFilter, SessionFailureIsReportedOnceForEveryResult) {
   }
 }
 
-TEST_F(InputFilter, FailureWithNoResultsStillResetsTheState) {
-  device_->session.state = unity_process::state_failed;
-  auto res = results(1);
-  auto inf = infos(1);
-  driver_.inputFilter(res.data(), nullptr, inf.data(), 0);
-  EXPECT_EQ(device_->session.state, unity_process::state_ready);
-  EXPECT_EQ(res[0].result_status, 0);
-  EXPECT_EQ(res[0].result_code, 5);
-}
-
+// Online and offline alike, only the first result's preset is written.
 TEST_F(InputFilter, NothingValidLeavesAllButThePresetAlone) {
   set_slot(0, 3, 255, 1, {0x34, 0x12});
-  auto res = results(2);
-  auto inf = infos(2, 0);
-  driver_.inputFilter(res.data(), nullptr, inf.data(), 2);
-  EXPECT_EQ(res[0].result_status, 0);
-  EXPECT_EQ(res[0].result_code, 5);
-  EXPECT_EQ(res[0].request_id, 0u);
-  EXPECT_EQ(res[0].result_words[0], 0xAAAA);
-  EXPECT_EQ(res[1].result_status, 0xAA);
+  for (uint8_t offline : {0, 1}) {
+    device_->offline_mode = offline;
+    auto res = results(2);
+    auto inf = infos(2, 0);
+    driver_.inputFilter(res.data(), nullptr, inf.data(), 2);
+    EXPECT_EQ(res[0].result_status, 0);
+    EXPECT_EQ(res[0].result_code, 5);
+    EXPECT_EQ(res[0].request_id, 0u);
+    EXPECT_EQ(res[0].result_words[0], 0xAAAA);
+    EXPECT_EQ(res[1].result_status, 0xAA);
+  }
 }
 
 struct copy_case {
@@ -151,13 +145,14 @@ TEST_F(InputFilter, BitAddressingPicksBitsOfOneSourceValue) {
   }
 }
 
-TEST_F(InputFilter, NullDeviceHandleTouchesNothing) {
-  auto res = results(1);
-  auto inf = infos(1);
-  inf[0].device_handle = nullptr;
-  driver_.inputFilter(res.data(), nullptr, inf.data(), 1);
-  EXPECT_EQ(res[0].result_status, 0xAA);
-  EXPECT_EQ(res[0].result_code, 0xAA);
+TEST(HostFilters, NullDeviceHandleTouchesNothing) {
+  tag_driver_offline_578 driver;
+  auto req = driver_api::requests(nullptr, {});
+  EXPECT_EQ(driver.outputfilter(req.data(), 1).byte_3, 8);
+  driver_api::input_round round(nullptr, 1);
+  driver.inputFilter(round.results.data(), nullptr, round.infos.data(), 1);
+  EXPECT_EQ(round.results[0].result_status, 0xAA);
+  EXPECT_EQ(round.results[0].result_code, 0xAA);
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <vector>
 
-#include "support/driver_api.h"
+#include "tools/common/host_records.h"
 
 namespace {
 
@@ -47,7 +47,7 @@ TEST(ReturnedRecords, OnlyTheNamedBytesAreWritten) {
       {"handshake without a controller", true, 0, 0, {0xA1, 0xA2, 0xA3, 0xA4, 0, 0, 0, 0}},
   };
   driver_api::library lib;
-  const unitydrv_init_params nowhere = driver_api::init_params("127.0.0.1");
+  const unitydrv_init_params nowhere = driver_api::init_params_of("127.0.0.1");
   lib.InitEx(0, &nowhere);  // nobody listens at port 502 in the test's own network
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);

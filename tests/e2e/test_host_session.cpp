@@ -13,19 +13,6 @@ namespace {
 
 using driver_api::request;
 
-// Memory bytes as the host's 16-bit units: one unit per 1- and 2-byte element, little-endian.
-std::vector<uint16_t> as_units(const std::vector<uint8_t>& bytes, unsigned element_size) {
-  std::vector<uint16_t> out;
-  if (element_size == 1) {
-    for (uint8_t b : bytes) out.push_back(b);
-    return out;
-  }
-  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
-    out.push_back(static_cast<uint16_t>(bytes[i] | bytes[i + 1] << 8));
-  }
-  return out;
-}
-
 // Tag records start 5 bytes into the file, so the offset reaches StartDeviceEx too.
 class HostSession : public plant::device_test {
  protected:
@@ -79,8 +66,7 @@ TEST_F(HostSession, ReadsEveryKindOfTagAsTheControllerHoldsIt) {
   for (std::size_t i = 0; i < wanted.size(); ++i) {
     const auto& c = every_kind[i];
     SCOPED_TRACE(c.name);
-    const auto want =
-        as_units(memory(c.variable, c.offset, c.element_size * c.count), c.element_size);
+    const auto want = held(c.variable, c.element_size, c.offset / c.element_size, c.count);
     EXPECT_EQ(round.results[i].result_status, 0);
     EXPECT_EQ(round.results[i].result_code, 5);
     EXPECT_EQ(round.results[i].request_id, 1000u + i);
@@ -91,40 +77,6 @@ TEST_F(HostSession, ReadsEveryKindOfTagAsTheControllerHoldsIt) {
   EXPECT_EQ(round.units(9, 2), (std::vector<uint16_t>{0x5E00, 0xB2D0}));
   EXPECT_EQ(round.units(12, 3), (std::vector<uint16_t>{30, 40, 50}));
   EXPECT_EQ(round.units(13, 7), (std::vector<uint16_t>{'P', 'L', 'A', 'N', 'T', '-', 'A'}));
-}
-
-TEST_F(HostSession, EboolMembersReadAsOneOrZero) {
-  start(0);
-  const auto round = read({{tag("Motor1.Running"), UNITYDRV_TYPE_BOOL},
-                           {tag("Motor2.Running"), UNITYDRV_TYPE_BOOL},
-                           {tag("Running"), UNITYDRV_TYPE_BOOL}});
-  EXPECT_EQ(round.units(0, 1), std::vector<uint16_t>{1});
-  EXPECT_EQ(round.units(1, 1), std::vector<uint16_t>{0});
-  EXPECT_EQ(round.units(2, 1), std::vector<uint16_t>{1});
-}
-
-TEST_F(HostSession, BitAddressingPicksBitsOfAWord) {
-  start(0);
-  // Alarms holds 24 = 0x0018: bits 3 and 4 are set. Levels[0] holds 10 = 0b1010.
-  request from_index{tag("Alarms"), UNITYDRV_TYPE_WORD, 4, 1, 255};
-  from_index.index_off = 1;
-  const auto round = read({{tag("Alarms"), UNITYDRV_TYPE_WORD, 0, 1, 4},
-                           {tag("Alarms"), UNITYDRV_TYPE_WORD, 0, 1, 6},
-                           from_index,
-                           {tag("Levels"), UNITYDRV_TYPE_INT, 0, 4, 2}});
-  EXPECT_EQ(round.units(0, 1), std::vector<uint16_t>{0xFFFF});
-  EXPECT_EQ(round.units(1, 1), std::vector<uint16_t>{0});
-  EXPECT_EQ(round.units(2, 1), std::vector<uint16_t>{0xFFFF});
-  // All four come from the first element: bits 1, 2, 3 and 4 of 10.
-  EXPECT_EQ(round.units(3, 4), (std::vector<uint16_t>{0xFFFF, 0, 0xFFFF, 0}));
-}
-
-// A bit read of n elements asks the controller for n whole units; a single WORD
-// variable answers with one, and the short data raises as the driver always has.
-TEST_F(HostSession, BitReadOfSeveralElementsOfAScalarRaises) {
-  start(0);
-  auto req = driver_api::requests(device_, {{tag("Alarms"), UNITYDRV_TYPE_WORD, 0, 4, 4}});
-  EXPECT_THROW(lib_->OutputFilterEx(req.data(), 1), std::out_of_range);
 }
 
 TEST_F(HostSession, WrittenValuesReachTheControllerAndReadBack) {
@@ -144,27 +96,6 @@ TEST_F(HostSession, WrittenValuesReachTheControllerAndReadBack) {
   EXPECT_EQ(round.units(1, 3), (std::vector<uint16_t>{50, 555, 70}));
   EXPECT_EQ(round.units(2, 2), (std::vector<uint16_t>{0x5678, 0x1234}));
   EXPECT_EQ(round.units(3, 1), std::vector<uint16_t>{7});
-}
-
-TEST_F(HostSession, BitWriteStaysInTheDriver) {
-  start(0);
-  const uint64_t before = server_->request_count();
-  write({tag("Alarms"), UNITYDRV_TYPE_WORD, 0, 1, 1}, {}, 1);
-  EXPECT_EQ(server_->request_count(), before);
-  EXPECT_EQ(memory("Alarms", 0, 2), (std::vector<uint8_t>{24, 0}));
-}
-
-TEST_F(HostSession, OfflineDeviceNeverConnects) {
-  start(1);
-  write({tag("Levels"), UNITYDRV_TYPE_INT, 1, 2}, {11, 22});
-  write({tag("Energy"), UNITYDRV_TYPE_LINT}, {1, 2, 3, 4});
-  const auto round = read({{tag("Levels"), UNITYDRV_TYPE_INT, 0, 4},
-                           {tag("Energy"), UNITYDRV_TYPE_LINT},
-                           {tag("Counter"), UNITYDRV_TYPE_INT}});
-  EXPECT_EQ(round.units(0, 4), (std::vector<uint16_t>{0, 11, 22, 0}));
-  EXPECT_EQ(round.units(1, 4), (std::vector<uint16_t>{1, 2, 3, 4}));
-  EXPECT_EQ(round.units(2, 1), std::vector<uint16_t>{0});
-  EXPECT_EQ(server_->connection_count(), 0u);
 }
 
 // The records at their raw byte offsets, so that the header's layout is under test too.

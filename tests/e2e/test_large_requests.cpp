@@ -18,17 +18,6 @@ class LargeRequests : public plant::device_test {
  protected:
   LargeRequests()
       : device_test(0, "tests/e2e/large_arrays.json", "tests/e2e/large_arrays_tags.txt") {}
-
-  // The controller's bytes of elements [first, first + n) as the host's 16-bit units.
-  std::vector<uint16_t> held(const std::string& variable, unsigned size, unsigned first,
-                             unsigned n) {
-    const std::vector<uint8_t> bytes = memory(variable, first * size, std::size_t{n} * size);
-    std::vector<uint16_t> units;
-    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
-      units.push_back(static_cast<uint16_t>(bytes[i] | bytes[i + 1] << 8));
-    }
-    return units;
-  }
 };
 
 struct large_case {
@@ -124,6 +113,13 @@ TEST_F(LargeRequests, OfflineWholeValueWritesTakeEveryElementFromWriteWords) {
       {"INT past write_count", UNITYDRV_TYPE_INT, 3, 1, {7, 8, 9}, {7, 8, 9}},
       {"DINT, write_count 0", UNITYDRV_TYPE_DINT, 2, 0, {1, 2, 3, 4}, {1, 2, 3, 4}},
       {"LINT", UNITYDRV_TYPE_LINT, 1, 2, {5, 6, 7, 8}, {5, 6, 7, 8}},
+      {"LREAL", UNITYDRV_TYPE_LREAL, 1, 4, {1, 2, 3, 4}, {1, 2, 3, 4}},
+      {"STRING, one character per unit",
+       UNITYDRV_TYPE_STRING,
+       3,
+       2,
+       {0x6261, 0x0063},
+       {'a', 'b', 'c'}},
   };
   start_device(1);
   initialise();

@@ -1,40 +1,12 @@
-// Drives the built library through its entry points, offline, as panelhost does.
+// The host tool's tag selection offline and its address check.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-
-#include "tools/host/host_device.h"
+#include "tools/common/driver_api.h"
 #include "tools/host/tag_selection.h"
-#include "tools/host/value_format.h"
 
 using namespace panelhost;
 
 namespace {
-
-class OfflineHost : public ::testing::Test {
- protected:
-  OfflineHost() : api(UNITYDRV_LIBRARY_PATH), file({{"A", {}}, {"B", {}}, {"S", {}}}) {}
-  driver_api api;
-  temp_tag_file file;
-};
-
-TEST_F(OfflineHost, WrittenValuesReadBack) {
-  host_device device(api, file.path(), true);
-  device.connect("0.0.0.0");
-  const host_request a{0, UNITYDRV_TYPE_INT, 0, 1, -1};
-  const host_request b{1, UNITYDRV_TYPE_DINT, 0, 1, -1};
-  device.write(a, encode_value(a.code, "-1234"));
-  device.write(b, encode_value(b.code, "-70000"));
-  const auto results = device.read({a, b});
-  ASSERT_EQ(results.size(), 2u);
-  EXPECT_TRUE(results[0].ok);
-  EXPECT_EQ(format_value(a.code, results[0].units, 1), "-1234");
-  EXPECT_EQ(format_value(b.code, results[1].units, 1), "-70000");
-}
-
-TEST_F(OfflineHost, MissingTagFileIsReported) {
-  EXPECT_THROW(host_device(api, file.path() + ".missing", true), std::runtime_error);
-}
 
 TEST(TagSelection, NamesOutsideTheTagFileAreUnknown) {
   selection_options options;

@@ -13,7 +13,7 @@ using namespace panelhost;
 
 namespace {
 
-TEST(ParseTagSpec, NameWithOptionalTypeAndCount) {
+TEST(ParseTagChoice, NameWithOptionalTypeAndCount) {
   tag_choice plain = parse_tag_choice("  Motor1.Speed \r");
   EXPECT_EQ(plain.name, "Motor1.Speed");
   EXPECT_EQ(plain.type.code, 0);
@@ -31,7 +31,7 @@ TEST(ParseTagSpec, NameWithOptionalTypeAndCount) {
   EXPECT_EQ(parse_tag_choice("X:195").type.code, UNITYDRV_TYPE_INT);
 }
 
-TEST(ParseTagSpec, RejectsBadTypesAndMissingNames) {
+TEST(ParseTagChoice, RejectsBadTypesAndMissingNames) {
   for (const char* bad :
        {"X:FLOAT", "X:INT[0]", "X:INT[", "X:INT[3x]", ":INT", "X:196x", "X:300"}) {
     EXPECT_THROW(parse_tag_choice(bad), std::invalid_argument) << bad;
@@ -44,34 +44,6 @@ TEST(ParseAssignment, SplitsAtTheFirstEquals) {
   EXPECT_EQ(parse_assignment("Msg=").second, "");
   EXPECT_THROW(parse_assignment("Counter"), std::invalid_argument);
   EXPECT_THROW(parse_assignment("=5"), std::invalid_argument);
-}
-
-TEST(ReadTagList, SkipsCommentsAndNamesTheBadLine) {
-  const std::string path = ::testing::TempDir() + "panelhost_list.txt";
-  std::ofstream(path) << "# plant\n\nCounter:INT\nTotal\n";
-  const auto wanted = read_tag_list(path);
-  ASSERT_EQ(wanted.size(), 2u);
-  EXPECT_EQ(wanted[0].type.code, UNITYDRV_TYPE_INT);
-  EXPECT_EQ(wanted[1].name, "Total");
-
-  std::ofstream(path) << "Counter\nTotal:DOUBLE\n";
-  try {
-    read_tag_list(path);
-    ADD_FAILURE() << "no error for an unknown type";
-  } catch (const std::invalid_argument& e) {
-    EXPECT_NE(std::string(e.what()).find(":2:"), std::string::npos) << e.what();
-  }
-  std::remove(path.c_str());
-  EXPECT_THROW(read_tag_list(path), std::runtime_error);
-}
-
-TEST(PlcType, NamesAndCodesAgree) {
-  for (const char* name : {"BOOL", "SINT", "INT", "DINT", "REAL", "LREAL", "STRING", "LWORD"}) {
-    const plc_type& t = parse_plc_type(name);
-    EXPECT_EQ(parse_plc_type(std::to_string(t.code)).code, t.code);
-    EXPECT_EQ(plc_type_name(t.code), name);
-    EXPECT_EQ(t.units * 2 >= t.size, true) << name;
-  }
 }
 
 }  // namespace

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/driver_api.h"
+#include "tools/common/host_records.h"
 #include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/plcsim.h"
 #if defined(UNITYDRV_REMOTE_SIM)
@@ -71,7 +71,7 @@ class device_test : public ::testing::Test {
     server_ = make_server(project_file_);
     ASSERT_TRUE(server_->start_on_free_loopback());
     lib_ = std::make_unique<driver_api::library>();
-    const unitydrv_init_params params = driver_api::init_params(server_->address());
+    const unitydrv_init_params params = driver_api::init_params_of(server_->address());
     lib_->InitEx(0, &params);
   }
 
@@ -140,6 +140,18 @@ class device_test : public ::testing::Test {
     uint32_t base = 0;
     EXPECT_TRUE(server_->variable_location(variable, block, base)) << variable;
     return server_->read_memory(block, base + offset, n);
+  }
+
+  // Elements [first, first + n) of a variable as the host's 16-bit units: one per 1-byte
+  // element, little-endian pairs otherwise.
+  std::vector<uint16_t> held(const std::string& variable, unsigned size, unsigned first,
+                             unsigned n) {
+    const std::vector<uint8_t> bytes = memory(variable, first * size, std::size_t{n} * size);
+    std::vector<uint16_t> units;
+    for (std::size_t i = 0; i < bytes.size(); i += size == 1 ? 1 : 2) {
+      units.push_back(size == 1 ? bytes[i] : static_cast<uint16_t>(bytes[i] | bytes[i + 1] << 8));
+    }
+    return units;
   }
 
   const uint32_t tag_offset_;

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/unity_reply.h"
 #include "tools/plcsim/plcsim.h"
 
 namespace remote_sim {
@@ -69,12 +70,8 @@ class server {
   uint64_t request_count() { return std::stoull(ask("requests")); }
   std::size_t connection_count() { return std::stoul(ask("connections")); }
   std::vector<uint8_t> read_memory(uint16_t block, uint32_t offset, std::size_t n) {
-    const std::string hex = ask("memory " + std::to_string(block) + " " + std::to_string(offset) +
-                                " " + std::to_string(n));
-    std::vector<uint8_t> out;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
-      out.push_back(static_cast<uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-    return out;
+    return harness::hex(ask("memory " + std::to_string(block) + " " + std::to_string(offset) + " " +
+                            std::to_string(n)));
   }
   bool variable_location(const std::string& name, uint16_t& block, uint32_t& offset) {
     std::istringstream in(ask("location " + name));

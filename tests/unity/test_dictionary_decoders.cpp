@@ -4,14 +4,14 @@
 #include <stdexcept>
 #include <string>
 
-#include "reply_builder.h"
+#include "tools/common/unity_reply.h"
 #include "unity/unity_process.h"
 
 namespace {
 
-using test::bytes;
-using test::decoded_reply;
-using test::unity_message;
+using harness::bytes;
+using harness::decoded_reply;
+using harness::unity_message;
 
 std::string key(const char* text) {
   return std::string(text) + '\0';
@@ -39,13 +39,6 @@ TEST_F(Decoders, PlcTypeIsStoredAndBmeP58Recognised) {
   EXPECT_TRUE(session.is_bme_p58());
 }
 
-TEST_F(Decoders, PlcTypeSecondUsableFrameWins) {
-  unity_frame second = decoded_reply(identification("SECOND"));
-  second.nodes.insert(second.nodes.begin(), node{});  // its message sits at its own index
-  session.save_plc_type({decoded_reply(identification("FIRST")), second});
-  EXPECT_EQ(session.plc_type, "SECOND");
-}
-
 TEST_F(Decoders, ErrorStatusLeavesSessionUnchanged) {
   const bytes bad = identification("BME P58 1", 0xFD);
   session.save_plc_type({decoded_reply(bad)});
@@ -69,24 +62,21 @@ TEST_F(Decoders, PlcTypeShortMessages) {
   EXPECT_THROW(
       session.save_plc_type({decoded_reply(unity_message().zeros(22).u8(9).raw({'A'}).get())}),
       std::out_of_range);
+  // A zero length with bytes behind it: an empty type text.
+  session.save_plc_type({decoded_reply(unity_message().zeros(22).u8(0).u8('X').get())});
+  EXPECT_EQ(session.plc_type, "");
 }
 
 TEST_F(Decoders, ArrayTypePosFillsHandleFrom10To17) {
-  const bytes message = unity_message().zeros(8).raw({1, 2, 3, 4, 5, 6, 7, 8}).get();
-  session.save_array_type_pos({decoded_reply(message)});
-  EXPECT_EQ(session.dictionary_handle, (bytes{1, 2, 3, 4, 5, 6, 7, 8}));
-}
-
-TEST_F(Decoders, ArrayTypePosShortMessages) {
-  session.save_array_type_pos({decoded_reply(unity_message().zeros(8).get())});
-  EXPECT_EQ(session.dictionary_handle, bytes(8, 0));
-  // 11 bytes pass the test; handle bytes beyond the message read as zero.
-  session.save_array_type_pos({decoded_reply(unity_message().zeros(8).u8(0x5C).get())});
-  EXPECT_EQ(session.dictionary_handle, (bytes{0x5C, 0, 0, 0, 0, 0, 0, 0}));
-}
-
-bytes table_record(uint16_t type, bytes location, const std::string& name) {
-  return unity_message().u16(type).raw(location).u16(0).name(name).get();
+  // Message sizes 10, 11 and 18: too short changes nothing, missing bytes read as zero.
+  const std::pair<bytes, bytes> cases[] = {
+      {unity_message().zeros(8).get(), bytes(8, 0)},
+      {unity_message().zeros(8).u8(0x5C).get(), {0x5C, 0, 0, 0, 0, 0, 0, 0}},
+      {unity_message().zeros(8).raw({1, 2, 3, 4, 5, 6, 7, 8}).get(), {1, 2, 3, 4, 5, 6, 7, 8}}};
+  for (const auto& [message, handle] : cases) {
+    session.save_array_type_pos({decoded_reply(message)});
+    EXPECT_EQ(session.dictionary_handle, handle) << message.size();
+  }
 }
 
 TEST_F(Decoders, TableInfoStoresNamesWithZeroAndFirstLocation) {
@@ -107,19 +97,6 @@ TEST_F(Decoders, TableInfoStoresNamesWithZeroAndFirstLocation) {
   EXPECT_EQ(session.variable_address, first);
 }
 
-TEST_F(Decoders, TableInfoKeepsReferenceAddressAndOverwritesSameName) {
-  session.variable_address = {9, 9, 9, 9, 9, 9};
-  unity_message m;
-  m.dictionary_header(9, 0, 2);
-  m.u16(1).raw({1, 0, 1, 0, 0, 0}).u16(0).name("V");
-  m.u16(25).raw({2, 0, 2, 0, 0, 0}).u16(0).name("V");
-  session.save_table_info({decoded_reply(m.get(), 9, 2)});
-  ASSERT_EQ(session.tables.size(), 1u);
-  EXPECT_EQ(session.tables.at(key("V")).type_id, 25);
-  EXPECT_EQ(session.tables.at(key("V")).read_format, 0);
-  EXPECT_EQ(session.variable_address[0], 9);
-}
-
 // Regression guard: a first variable at block 0, offset 0 leaves the address all zero, so
 // the next record's location must still be taken; names out of order must all be kept.
 TEST_F(Decoders, TableInfoZeroFirstLocationAndNamesOutOfOrder) {
@@ -137,16 +114,12 @@ TEST_F(Decoders, TableInfoZeroFirstLocationAndNamesOutOfOrder) {
 }
 
 TEST_F(Decoders, TableInfoNameWithoutZeroThrows) {
-  bytes message = unity_message().dictionary_header(9, 0, 1).get();
-  const bytes rec = table_record(1, {1, 0, 0, 0, 0, 0}, "ABC");
-  message.insert(message.end(), rec.begin() + 2, rec.end() - 1);  // drop pairing/status and NUL
-  EXPECT_THROW(session.save_table_info({decoded_reply(message, 9, 1)}), std::out_of_range);
-}
-
-TEST_F(Decoders, TableInfoZeroRecordCountIsIgnored) {
-  const bytes message = unity_message().dictionary_header(9, 0, 0).zeros(30).get();
-  session.save_table_info({decoded_reply(message, 9, 0)});
-  EXPECT_TRUE(session.tables.empty());
+  // The name cut before its zero, or missing altogether.
+  for (const bytes& name : {bytes{'A', 'B', 'C'}, bytes{}}) {
+    const bytes message =
+        unity_message().dictionary_header(9, 0, 1).u16(1).zeros(6).u16(0).raw(name).get();
+    EXPECT_THROW(session.save_table_info({decoded_reply(message, 9, 1)}), std::out_of_range);
+  }
 }
 
 TEST_F(Decoders, DataTypeListStoresNamesAndResetsEntries) {
@@ -197,21 +170,6 @@ TEST_F(Decoders, StructDetailSkipsZerosBeforeNamesAndStores) {
   EXPECT_EQ(stored[1].bounds, (bytes{16, 0}));
   EXPECT_EQ(stored[1].member_offset_bytes, (bytes{2, 0, 0, 0}));
   EXPECT_EQ(stored[1].kind, 0);
-}
-
-TEST_F(Decoders, StructDetailOverSeveralPagesAccumulates) {
-  unity_process::data_type_entry entry(50, data_type{});
-  std::vector<data_type> members;
-  unity_message page1 = structure_page(0x0102, 1);
-  page1.u16(1).u32(0).name("a");
-  EXPECT_EQ(session.save_struct_detail({decoded_reply(page1.get(), 2)}, entry, members), 2);
-  EXPECT_EQ(session.struct_members.count(50), 0u);
-  unity_message page2 = structure_page(0, 1);
-  page2.u16(4).u32(2).name("b");
-  EXPECT_EQ(session.save_struct_detail({decoded_reply(page2.get(), 2)}, entry, members), 1);
-  ASSERT_EQ(session.struct_members.at(50).size(), 2u);
-  EXPECT_EQ(session.struct_members.at(50)[0].name, key("a"));
-  EXPECT_EQ(session.struct_members.at(50)[1].name, key("b"));
 }
 
 TEST_F(Decoders, StructDetailWithoutStructureFrameChangesNothing) {

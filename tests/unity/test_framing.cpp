@@ -2,39 +2,12 @@
 
 #include <stdexcept>
 
-#include "reply_builder.h"
+#include "tools/common/unity_reply.h"
 #include "unity/unity_process.h"
 
 namespace {
 
-using test::bytes;
-
-TEST(ToRawData, EncodesHeaderBigEndianThenData) {
-  modbus_tcp_frame frame;
-  frame.transaction_id = 0x0102;
-  frame.length = 4;
-  frame.create_modbus(modbus_frame{0x5A, {0x00, 0x02}});
-  EXPECT_EQ(frame.to_raw_data(),
-            (bytes{0x01, 0x02, 0x00, 0x00, 0x00, 0x04, 0x00, 0x5A, 0x00, 0x02}));
-}
-
-TEST(ToRawData, WritesLengthAsSetEvenWhenWrong) {
-  // The encoder must not repair a length the builder forgot to set.
-  modbus_tcp_frame frame;
-  frame.transaction_id = 0xABCD;
-  frame.protocol_id = 0x1234;
-  frame.unit_id = 0x07;
-  frame.create_modbus(modbus_frame{0x5A, {0x00, 0x03, 0x00}});
-  EXPECT_EQ(frame.to_raw_data(),
-            (bytes{0xAB, 0xCD, 0x12, 0x34, 0x00, 0x00, 0x07, 0x5A, 0x00, 0x03, 0x00}));
-}
-
-TEST(ToRawData, EmptyDataIsHeaderOnly) {
-  modbus_tcp_frame frame;
-  frame.length = 0x0203;
-  frame.pdu.function_code = 0x5A;
-  EXPECT_EQ(frame.to_raw_data(), (bytes{0, 0, 0, 0, 0x02, 0x03, 0, 0x5A}));
-}
+using harness::bytes;
 
 TEST(DecodeFrame, DataIsEverythingAfterHeaderWhateverTheLengthSays) {
   const bytes raw = {0x00, 0x07, 0x00, 0x00, 0x00, 0x06, 0x00, 0x5A, 0x00, 0xFE,
@@ -48,28 +21,6 @@ TEST(DecodeFrame, DataIsEverythingAfterHeaderWhateverTheLengthSays) {
   EXPECT_EQ(f.pdu.function_code, 0x5A);
   EXPECT_EQ(f.pdu.data.size(), 12u);
   EXPECT_EQ(f.pdu.data, bytes(raw.begin() + 8, raw.end()));
-}
-
-TEST(DecodeFrame, SecondDecodeReplacesFirst) {
-  unity_process::PRIVATE p;
-  p.create_modbus_tcp_frame_to_source(test::modbus_reply({0x00, 0xFE, 0x01}, 1));
-  p.create_modbus_tcp_frame_to_source(test::modbus_reply({0x00, 0xFD}, 2));
-  ASSERT_EQ(p.frames.size(), 1u);
-  EXPECT_EQ(p.frames[0].transaction_id, 2);
-  EXPECT_EQ(p.frames[0].pdu.data, (bytes{0x00, 0xFD}));
-}
-
-TEST(DecodeFrame, RoundTripsAnEncodedFrame) {
-  modbus_tcp_frame frame;
-  frame.transaction_id = 0x1234;
-  frame.length = 5;
-  frame.create_modbus(modbus_frame{0x5A, {0x00, 0xFE, 0x33}});
-  unity_process::PRIVATE p;
-  p.create_modbus_tcp_frame_to_source(frame.to_raw_data());
-  ASSERT_EQ(p.frames.size(), 1u);
-  EXPECT_EQ(p.frames[0].transaction_id, 0x1234);
-  EXPECT_EQ(p.frames[0].length, 5);
-  EXPECT_EQ(p.frames[0].pdu.data, frame.pdu.data);
 }
 
 class DecodeShortBuffer : public ::testing::TestWithParam<std::size_t> {};
@@ -88,13 +39,6 @@ TEST(DecodeFrame, NineBytesIsTheSmallestAccepted) {
   p.create_modbus_tcp_frame_to_source({0, 1, 0, 0, 0, 3, 0, 0x5A, 0x00});
   ASSERT_EQ(p.frames.size(), 1u);
   EXPECT_EQ(p.frames[0].pdu.data, bytes{0x00});
-}
-
-TEST(DecodeFrame, EncodedEmptyFrameIsRefused) {
-  modbus_tcp_frame frame;
-  frame.pdu.function_code = 0x5A;
-  unity_process::PRIVATE p;
-  EXPECT_THROW(p.create_modbus_tcp_frame_to_source(frame.to_raw_data()), std::out_of_range);
 }
 
 }  // namespace

@@ -2,13 +2,13 @@
 
 #include <stdexcept>
 
-#include "reply_builder.h"
+#include "tools/common/unity_reply.h"
 #include "unity/unity_process.h"
 
 namespace {
 
-using test::bytes;
-using test::unity_message;
+using harness::bytes;
+using harness::unity_message;
 
 std::vector<unity_frame> commands_of(unity_process::PRIVATE& p, const bytes& raw) {
   std::vector<unity_frame> out;
@@ -38,79 +38,18 @@ INSTANTIATE_TEST_SUITE_P(
         classification_case{"unity function 0x00", {0, 1, 0, 0, 0, 4, 0, 0x5A, 0x00, 0x00}, true},
         classification_case{"other modbus function, short", {0, 1, 0, 0, 0, 2, 0, 0x03}, false}));
 
-TEST(IsRequestShort, MissingByte7OrByte9Throws) {
-  unity_process::PRIVATE p;
-  EXPECT_THROW(p.is_request({0, 1, 0, 0, 0, 2, 0}), std::out_of_range);
-  EXPECT_THROW(p.is_request({0, 1, 0, 0, 0, 2, 0, 0x5A, 0x00}), std::out_of_range);
-}
-
-TEST(GetStrategy, RequestShapedFrameGetsRequestStrategyWhoseCommandsThrow) {
-  unity_process::PRIVATE p;
-  auto strategy = p.get_strategy({0x00, 0x01, 0x00, 0x00, 0x00, 0x04, 0x00, 0x5A, 0x00, 0x26});
-  ASSERT_NE(dynamic_cast<request_strategy*>(strategy.get()), nullptr);
-  std::vector<unity_frame> out;
-  EXPECT_THROW(strategy->get_commands(out), std::out_of_range);
-  EXPECT_TRUE(out.empty());
-}
-
-TEST(GetStrategy, ReplyGetsResponseStrategy) {
-  unity_process::PRIVATE p;
-  auto strategy = p.get_strategy(test::modbus_reply(unity_message().zeros(10).get()));
-  EXPECT_NE(dynamic_cast<response_strategy*>(strategy.get()), nullptr);
-}
-
-TEST(RequestStrategy, ReplyFramesYieldNothing) {
-  for (unsigned char status : {0xFE, 0xFD}) {
-    std::vector<modbus_tcp_frame> frames(1);
-    frames[0].pdu = modbus_frame{0x5A, {0x00, status}};
-    bytes raw;
-    request_strategy s(frames, raw);
-    std::vector<unity_frame> out;
-    s.get_commands(out);
-    EXPECT_TRUE(out.empty());
+TEST(ResponseStrategy, RepliesWithoutAUsableMessageYieldNothing) {
+  const bytes cases[] = {
+      {0x00, 0x01, 0x00, 0x00, 0x00, 0x05, 0x00, 0x5A, 0x00, 0xFE, 0x00},  // MBAP length 5
+      {0x00, 0x01, 0x00, 0x00, 0x00, 0x0D, 0x00, 0x5A, 0x00, 0xFD, 0x09, 0x00, 0x00, 0x00, 0x00,
+       0x01, 0x00, 0x01, 0x00},  // error status
+      {0x00, 0x01, 0x00, 0x00, 0x00, 0x0E, 0x00, 0x03, 0x00, 0xFE,
+       0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00},  // not function 0x5A
+  };
+  for (const bytes& raw : cases) {
+    unity_process::PRIVATE p;
+    EXPECT_TRUE(commands_of(p, raw).empty()) << raw.size();
   }
-}
-
-TEST(ResponseStrategy, LengthFiveReplyYieldsNothing) {
-  unity_process::PRIVATE p;
-  EXPECT_TRUE(
-      commands_of(p, {0x00, 0x01, 0x00, 0x00, 0x00, 0x05, 0x00, 0x5A, 0x00, 0xFE, 0x00}).empty());
-}
-
-TEST(ResponseStrategy, ErrorStatusYieldsNothingWhateverFollows) {
-  unity_process::PRIVATE p;
-  const bytes raw = {0x00, 0x01, 0x00, 0x00, 0x00, 0x0D, 0x00, 0x5A, 0x00, 0xFD,
-                     0x09, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00, 0x01, 0x00};
-  EXPECT_TRUE(commands_of(p, raw).empty());
-}
-
-TEST(ResponseStrategy, NonUnityFunctionYieldsNothing) {
-  bytes raw = test::modbus_reply(unity_message().zeros(12).get());
-  raw[7] = 0x03;
-  unity_process::PRIVATE p;
-  EXPECT_TRUE(commands_of(p, raw).empty());
-}
-
-TEST(ResponseStrategy, HeaderFieldsAndRawMessageNode) {
-  const bytes message =
-      unity_message(0xFE, 0x42).dictionary_header(4, 0x11223344, 0).raw({0xAA, 0xBB}).get();
-  unity_process::PRIVATE p;
-  auto strategy = p.get_strategy(test::modbus_reply(message));
-  std::vector<unity_frame> out;
-  strategy->get_commands(out);
-  ASSERT_EQ(out.size(), 1u);
-  const unity_frame& f = out[0];
-  EXPECT_EQ(f.function_code, 0x5A);
-  EXPECT_EQ(f.status_word, 0xFE42);
-  EXPECT_EQ(f.record_format, 4);
-  EXPECT_EQ(f.next_address, 0x11223344u);
-  EXPECT_EQ(f.record_count, 0);
-  // record_count 0: only the raw-message entry.
-  ASSERT_EQ(f.nodes.size(), 1u);
-  EXPECT_EQ(f.nodes[0].name, message);
-  EXPECT_EQ(f.nodes[0].type_id, 0);
-  EXPECT_EQ(f.nodes[0].offset, 0u);
-  EXPECT_EQ(static_cast<response_strategy*>(strategy.get())->last_address, 0x11223344u);
 }
 
 // Regression: an 8-byte Unity message (MBAP length 10) ends inside its record count; reading
@@ -148,7 +87,7 @@ TEST(ResponseStrategy, EightByteMessageGivesOneFrameWithoutRecords) {
     SCOPED_TRACE(c.what);
     unity_process::PRIVATE p;
     std::vector<unity_frame> out;
-    ASSERT_NO_THROW(out = commands_of(p, test::modbus_reply(c.message)));
+    ASSERT_NO_THROW(out = commands_of(p, harness::modbus_reply(c.message)));
     ASSERT_EQ(out.size(), 1u);
     EXPECT_EQ(out[0].record_count, c.record_count);
     EXPECT_EQ(out[0].record_format, c.message[2]);
@@ -172,28 +111,6 @@ TEST(ResponseStrategy, RawMessageNodeFollowsMbapLengthNotBufferSize) {
   EXPECT_EQ(out[0].nodes[0].name, bytes(raw.begin() + 8, raw.begin() + 17));
 }
 
-TEST(ResponseStrategy, UnnamedRecordsAreEightBytes) {
-  const bytes message = unity_message()
-                            .dictionary_header(1, 0, 2)
-                            .u16(0x0102)
-                            .u16(0x0304)
-                            .u32(0x05060708)
-                            .u16(0x1112)
-                            .u16(0x1314)
-                            .u32(0x15161718)
-                            .get();
-  unity_process::PRIVATE p;
-  auto out = commands_of(p, test::modbus_reply(message));
-  ASSERT_EQ(out.size(), 1u);
-  ASSERT_EQ(out[0].nodes.size(), 3u);
-  EXPECT_EQ(out[0].nodes[1].type_id, 0x0102);
-  EXPECT_EQ(out[0].nodes[1].block, 0x0304);
-  EXPECT_EQ(out[0].nodes[1].offset, 0x05060708u);
-  EXPECT_TRUE(out[0].nodes[1].name.empty());
-  EXPECT_EQ(out[0].nodes[2].type_id, 0x1112);
-  EXPECT_EQ(out[0].nodes[2].offset, 0x15161718u);
-}
-
 // Regression guard: the dictionary download's record-less split must keep every frame's
 // header and raw-message node where get_commands puts them, and raise where it raises.
 TEST(ResponseStrategy, WithoutRecordsKeepsHeadersAndRawMessage) {
@@ -211,7 +128,7 @@ TEST(ResponseStrategy, WithoutRecordsKeepsHeadersAndRawMessage) {
                          .name("BC")
                          .get();
   for (const bytes& raw :
-       {test::modbus_reply(page), test::modbus_reply(unity_message(0xFD).get())}) {
+       {harness::modbus_reply(page), harness::modbus_reply(unity_message(0xFD).get())}) {
     unity_process::PRIVATE p;
     const auto full = commands_of(p, raw);
     std::vector<unity_frame> bare;
@@ -234,42 +151,10 @@ TEST(ResponseStrategy, WithoutRecordsKeepsHeadersAndRawMessage) {
                std::out_of_range);
 }
 
-TEST(ResponseStrategy, RecordCountLargerThanDataStopsAtTheEnd) {
-  // Three records announced, two present: raw-message entry plus two records.
-  const bytes raw = {0x00, 0x01, 0x00, 0x00, 0x00, 0x23, 0x00, 0x5A, 0x00, 0xFE, 0x09, 0x00, 0x00,
-                     0x00, 0x00, 0x03, 0x00,
-                     // record 1: type 0x0021, block 1, offset 0x10, 2 ignored, "A\0"
-                     0x21, 0x00, 0x01, 0x00, 0x10, 0x00, 0x00, 0x00, 0x00, 0x00, 0x41, 0x00,
-                     // record 2: type 0x0004, block 2, offset 0x20, 2 ignored, "B\0"
-                     0x04, 0x00, 0x02, 0x00, 0x20, 0x00, 0x00, 0x00, 0x00, 0x00, 0x42, 0x00};
-  unity_process::PRIVATE p;
-  auto out = commands_of(p, raw);
-  ASSERT_EQ(out.size(), 1u);
-  EXPECT_EQ(out[0].record_count, 3);
-  ASSERT_EQ(out[0].nodes.size(), 3u);
-  EXPECT_EQ(out[0].nodes[1].type_id, 0x21);
-  EXPECT_EQ(out[0].nodes[1].name, (bytes{0x41, 0x00}));
-  EXPECT_EQ(out[0].nodes[2].block, 2);
-  EXPECT_EQ(out[0].nodes[2].offset, 0x20u);
-  EXPECT_EQ(out[0].nodes[2].name, (bytes{0x42, 0x00}));
-}
-
-TEST(ResponseStrategy, ShortLastRecordIsPartlyFilled) {
-  const bytes message =
-      unity_message().dictionary_header(1, 0, 2).u16(7).u16(8).u32(9).u16(0x33).u8(0x01).get();
-  unity_process::PRIVATE p;
-  auto out = commands_of(p, test::modbus_reply(message));
-  ASSERT_EQ(out.size(), 1u);
-  ASSERT_EQ(out[0].nodes.size(), 3u);
-  EXPECT_EQ(out[0].nodes[2].type_id, 0x33);
-  EXPECT_EQ(out[0].nodes[2].block, 0x01);  // only the low byte arrived
-  EXPECT_EQ(out[0].nodes[2].offset, 0u);
-}
-
 TEST(OnSetCommSuccessed, ResponseStrategyBuildsContinuation) {
   const bytes message = unity_message().dictionary_header(9, 0x000012AB, 0).get();
   unity_process::PRIVATE p;
-  auto strategy = p.get_strategy(test::modbus_reply(message));
+  auto strategy = p.get_strategy(harness::modbus_reply(message));
   std::vector<unity_frame> out;
   strategy->get_commands(out);
   modbus_tcp_frame frame;
@@ -294,6 +179,23 @@ TEST(OnSetCommSuccessed, WithoutAddressOnlyBumpsTransaction) {
   EXPECT_EQ(frame.length, 0);
   EXPECT_EQ(frame.pdu.function_code, 0x5A);
   EXPECT_TRUE(frame.pdu.data.empty());
+}
+
+// A request echoed back, or a frame too short to classify: no commands, or a range error.
+TEST(RequestStrategy, RequestsAndShortFramesYieldNoCommands) {
+  unity_process::PRIVATE p;
+  EXPECT_THROW(p.is_request({0, 1, 0, 0, 0, 2, 0}), std::out_of_range);
+  EXPECT_THROW(p.is_request({0, 1, 0, 0, 0, 2, 0, 0x5A, 0x00}), std::out_of_range);
+  std::vector<unity_frame> out;
+  auto strategy = p.get_strategy({0x00, 0x01, 0x00, 0x00, 0x00, 0x04, 0x00, 0x5A, 0x00, 0x26});
+  EXPECT_THROW(strategy->get_commands(out), std::out_of_range);
+  for (unsigned char status : {0xFE, 0xFD}) {
+    std::vector<modbus_tcp_frame> frames(1);
+    frames[0].create_modbus(modbus_frame{0x5A, {0x00, status}});
+    bytes raw;
+    request_strategy(frames, raw).get_commands(out);
+  }
+  EXPECT_TRUE(out.empty());
 }
 
 }  // namespace

@@ -2,15 +2,15 @@
 
 #include <string>
 
-#include "reply_builder.h"
+#include "tools/common/unity_reply.h"
 #include "unity/message_strategy.h"
 
 namespace {
 
-using test::bytes;
+using harness::bytes;
 
 bytes named_record(uint16_t type, uint16_t block, uint32_t offset, const std::string& name) {
-  return test::unity_message().u16(type).u16(block).u32(offset).u16(0xCCCC).name(name).get();
+  return harness::unity_message().u16(type).u16(block).u32(offset).u16(0xCCCC).name(name).get();
 }
 
 // unity_message starts with pairing and status; records are read from index 2 here.
@@ -35,16 +35,6 @@ TEST(GetNextNodeData, UnnamedRecordIsEightBytes) {
   EXPECT_EQ(n.offset, 3u);
   EXPECT_TRUE(n.name.empty());
   EXPECT_EQ(cursor, record_start + 8);
-}
-
-TEST(GetNextNodeData, NameOfExactly34CharactersIsWhole) {
-  const std::string name(34, 'n');
-  const bytes data = named_record(1, 2, 3, name);
-  unsigned short cursor = record_start;
-  const node n = get_next_node_data(data, cursor, true);
-  EXPECT_EQ(n.name.size(), 35u);
-  EXPECT_EQ(n.name.back(), 0);
-  EXPECT_EQ(cursor, data.size());
 }
 
 TEST(GetNextNodeData, LongNameIsCutAndNextRecordStartsInsideIt) {

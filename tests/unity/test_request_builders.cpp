@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "tools/common/unity_reply.h"
 #include "unity/unity_process.h"
 
 namespace {
@@ -46,30 +47,6 @@ INSTANTIATE_TEST_SUITE_P(
                       init_case{7, {0x00, 0x03, 0x04}}, init_case{8, {0x00, 0x03, 0x03}},
                       init_case{9, {0x00, 0x04}}, init_case{10, read_block_30},
                       init_case{11, {0x00, 0x07, 0x01, 0x1A, 0x00, 0x00}}));
-
-TEST(InitRequestOutsideTable, StepOneCarriesTheCallersCode) {
-  unity_process session;
-  bool more = true;
-  EXPECT_EQ(session.create_init_request(1, 0x7F, more).pdu.data, (bytes{0x00, 0x7F}));
-}
-
-TEST(InitRequestOutsideTable, LaterStepsAreBareHeadersWithZeroLength) {
-  unity_process session;
-  bool more = true;
-  for (uint16_t step : {0, 12, 300}) {
-    const modbus_tcp_frame frame = session.create_init_request(step, 2, more);
-    EXPECT_TRUE(frame.pdu.data.empty()) << step;
-    EXPECT_EQ(frame.length, 0) << step;
-    EXPECT_EQ(frame.to_raw_data().size(), 8u) << step;
-  }
-}
-
-TEST(InitRequestOutsideTable, FirstStepOnTheWire) {
-  unity_process session;
-  bool more = true;
-  EXPECT_EQ(session.create_init_request(1, 2, more).to_raw_data(),
-            (bytes{0x00, 0x01, 0x00, 0x00, 0x00, 0x04, 0x00, 0x5A, 0x00, 0x02}));
-}
 
 TEST(FileHandleRequest, SendsAddressBytesInItsOwnOrder) {
   unity_process session;
@@ -114,17 +91,6 @@ TEST_F(DictionaryRequest, BrowseCarriesBrowseAddress) {
                                    0xB0, 0xB1, 0xB2, 0xB3}));
 }
 
-TEST_F(DictionaryRequest, ShortSourcesAreRefused) {
-  EXPECT_THROW(session.create_get_data_type_request(1, 2, more, {0, 0, 0}), std::out_of_range);
-  EXPECT_THROW(session.create_get_data_type_detail_request(1, 2, more, {0x01}), std::out_of_range);
-  session.browse_address.clear();
-  EXPECT_THROW(session.create_browse_request(1, 2, more), std::out_of_range);
-  session.browse_address = {0, 0, 0, 0};
-  session.dictionary_handle.resize(3);
-  EXPECT_THROW(session.create_browse_request(1, 2, more), std::out_of_range);
-  EXPECT_THROW(session.create_get_data_type_request(1, 2, more, {0, 0, 0, 0}), std::out_of_range);
-}
-
 // An item at block 0x0102, byte offset 0x012345; byte 5 of the location is never used.
 read_comm item_at_012345(uint8_t format, uint16_t type_id, uint16_t count) {
   read_comm item;
@@ -142,96 +108,58 @@ data_type array_of(uint16_t element_type) {
   return t;
 }
 
+// An item at block 0x0102, byte offset 0x012345 plus its offsets; its record in hex.
 struct read_item_case {
   const char* what;
-  read_comm item;
-  bytes expected;  // the item record
+  uint8_t format;
+  uint16_t type;
+  uint16_t count;
+  uint16_t element;  // element_offset
+  uint64_t member;   // member_offset
+  const char* record;
   uint8_t single_element;
 };
 
 class ReadItem : public ::testing::TestWithParam<read_item_case> {};
 
 TEST_P(ReadItem, RecordBytes) {
+  const read_item_case& c = GetParam();
   unity_process session;
   session.data_types[100] = array_of(4);   // INT elements
   session.data_types[101] = array_of(25);  // EBOOL elements
   session.data_types[102] = array_of(6);   // DINT elements
+  session.data_types[104] = array_of(0);   // elements of no controller type
   session.table_address = 0x0A0B0C0D;
-  std::vector<read_comm> items{GetParam().item};
+  std::vector<read_comm> items{item_at_012345(c.format, c.type, c.count)};
+  items[0].element_offset = c.element;
+  items[0].member_offset = c.member;
   bool expect_reply = true;
   bool normalise = false;
   const modbus_tcp_frame frame = session.create_read_request(42, 2, expect_reply, items, normalise);
   expect_frame_shape(frame, 42);
-  bytes expected{0x00, 0x22, 0x0D, 0x0C, 0x0B, 0x0A, 0x01};
-  expected.insert(expected.end(), GetParam().expected.begin(), GetParam().expected.end());
-  EXPECT_EQ(frame.pdu.data, expected) << GetParam().what;
-  EXPECT_EQ(items[0].single_element, GetParam().single_element) << GetParam().what;
+  bytes expected = harness::hex("00 22 0D0C0B0A 01");
+  const bytes record = harness::hex(c.record);
+  expected.insert(expected.end(), record.begin(), record.end());
+  EXPECT_EQ(frame.pdu.data, expected) << c.what;
+  EXPECT_EQ(items[0].single_element, c.single_element) << c.what;
   EXPECT_TRUE(expect_reply);
   EXPECT_FALSE(normalise);
 }
 
-read_comm with_offsets(read_comm item, uint16_t element, uint64_t member) {
-  item.element_offset = element;
-  item.member_offset = member;
-  return item;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Codes, ReadItem,
-    ::testing::Values(read_item_case{"direct format",
-                                     item_at_012345(2, 4, 1),
-                                     {0x02, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45},
-                                     0},
-                      read_item_case{"offsets add, member offset cut to 32 bits",
-                                     with_offsets(item_at_012345(3, 6, 1), 0x0100, 0x100000010ULL),
-                                     {0x03, 0x02, 0x01, 0x01, 0x24, 0x01, 0x55},
-                                     0},
-                      read_item_case{"type 9 sends length code 17 whatever its format",
-                                     item_at_012345(3, 9, 1),
-                                     {0x11, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45},
-                                     0},
-                      read_item_case{"typed single element: extra 01, EBOOL marks the item",
-                                     item_at_012345(0x21, 101, 1),
-                                     {0x21, 0x02, 0x01, 0x01, 0x23, 0x01, 0x01, 0x45},
-                                     1},
-                      read_item_case{"typed single element of another type stays unmarked",
-                                     item_at_012345(0x21, 100, 1),
-                                     {0x21, 0x02, 0x01, 0x01, 0x23, 0x01, 0x01, 0x45},
-                                     0},
-                      read_item_case{"typed run takes the element's length code and a count",
-                                     item_at_012345(0x21, 100, 3),
-                                     {0x12, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45, 0x03, 0x00},
-                                     0},
-                      read_item_case{"typed run of an unknown type keeps 0x21",
-                                     item_at_012345(0x21, 555, 0x0102),
-                                     {0x21, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45, 0x02, 0x01},
-                                     0},
-                      read_item_case{"no direct format, known type, one element still counted",
-                                     item_at_012345(255, 102, 1),
-                                     {0x13, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45, 0x01, 0x00},
-                                     0},
-                      read_item_case{"no direct format, unknown type",
-                                     item_at_012345(255, 555, 4),
-                                     {0xFF, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45, 0x04, 0x00},
-                                     0},
-                      read_item_case{"direct format with a count of 2 sends no count",
-                                     item_at_012345(1, 100, 2),
-                                     {0x01, 0x02, 0x01, 0x01, 0x23, 0x01, 0x45},
-                                     0}));
-
-TEST(ReadRequest, ItemCountIsOneByteAndItemsKeepOrder) {
-  unity_process session;
-  std::vector<read_comm> items{item_at_012345(1, 1, 1), item_at_012345(2, 4, 1)};
-  items[1].location[0] = 0x07;
-  bool expect_reply = true;
-  bool normalise = false;
-  const bytes data = session.create_read_request(1, 2, expect_reply, items, normalise).pdu.data;
-  ASSERT_EQ(data.size(), 7u + 7 + 7);
-  EXPECT_EQ(data[6], 2);
-  EXPECT_EQ(data[7], 0x01);
-  EXPECT_EQ(data[14], 0x02);
-  EXPECT_EQ(data[15], 0x07);
-}
+const read_item_case read_items[] = {
+    {"direct format", 2, 4, 1, 0, 0, "02 0201 01 2301 45", 0},
+    {"offsets add, member offset cut", 3, 6, 1, 0x100, 0x100000010, "03 0201 01 2401 55", 0},
+    {"type 9: length code 17, any format", 3, 9, 1, 0, 0, "11 0201 01 2301 45", 0},
+    {"typed one element: 01, EBOOL marks", 0x21, 101, 1, 0, 0, "21 0201 01 2301 01 45", 1},
+    {"typed one element, other type", 0x21, 100, 1, 0, 0, "21 0201 01 2301 01 45", 0},
+    {"typed run: length code and count", 0x21, 100, 3, 0, 0, "12 0201 01 2301 45 0300", 0},
+    {"typed run, unknown type: 0x21", 0x21, 555, 0x0102, 0, 0, "21 0201 01 2301 45 0201", 0},
+    {"no format, known type: counted", 255, 102, 1, 0, 0, "13 0201 01 2301 45 0100", 0},
+    {"no format, no controller type", 255, 104, 2, 0, 0, "FF 0201 01 2301 45 0200", 0},
+    {"no format, unknown type", 255, 555, 4, 0, 0, "FF 0201 01 2301 45 0400", 0},
+    {"direct format, count 2: no count", 1, 100, 2, 0, 0, "01 0201 01 2301 45", 0},
+};
+INSTANTIATE_TEST_SUITE_P(Codes, ReadItem, ::testing::ValuesIn(read_items));
 
 struct write_item_case {
   const char* what;
@@ -251,6 +179,7 @@ TEST_P(WriteItem, RecordBytes) {
   session.data_types[100] = array_of(4);
   session.data_types[101] = array_of(25);
   session.data_types[103] = array_of(9);
+  session.data_types[104] = array_of(0);
   session.table_address = 0x01020304;
   bool expect_reply = true;
   const modbus_tcp_frame frame = session.create_write_request(5, 2, expect_reply, GetParam().items);
@@ -287,6 +216,9 @@ INSTANTIATE_TEST_SUITE_P(
         write_item_case{"no direct format, string elements: length code even for one",
                         {with_data(item_at_012345(255, 103, 1), {'x'})},
                         {0x11, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x01, 0x00, 'x'}},
+        write_item_case{"no direct format, one element of no controller type: 255",
+                        {with_data(item_at_012345(255, 104, 1), {0x07})},
+                        {0xFF, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x07}},
         write_item_case{"no direct format, unknown type: 255 and no count",
                         {with_data(item_at_012345(255, 555, 1), {0x07})},
                         {0xFF, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x07}},
@@ -317,6 +249,18 @@ TEST(StringSize, OddDeclaredLength) {
   EXPECT_TRUE(session.is_string_size_odd(2));
   EXPECT_FALSE(session.is_string_size_odd(3));
   EXPECT_THROW(session.is_string_size_odd(4), std::out_of_range);
+}
+
+// Steps outside the table: step 1 carries the caller's code, the others are bare headers.
+TEST(InitRequestOutsideTable, StepOneCarriesTheCallersCodeLaterOnesAreEmpty) {
+  unity_process session;
+  bool more = true;
+  EXPECT_EQ(session.create_init_request(1, 0x7F, more).pdu.data, (bytes{0x00, 0x7F}));
+  for (uint16_t step : {0, 12, 300}) {
+    const modbus_tcp_frame frame = session.create_init_request(step, 2, more);
+    EXPECT_TRUE(frame.pdu.data.empty()) << step;
+    EXPECT_EQ(frame.to_raw_data().size(), 8u) << step;
+  }
 }
 
 }  // namespace

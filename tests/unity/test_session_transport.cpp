@@ -30,16 +30,6 @@ class SessionTransport : public ::testing::Test {
   boost::shared_ptr<orm::ClientSocket> peer;
 };
 
-TEST(UnityProcess, StartsDisconnectedWithZeroHandle) {
-  unity_process session;
-  EXPECT_TRUE(session.impl);
-  EXPECT_EQ(session.transaction_counter, 1);
-  EXPECT_EQ(session.dictionary_handle, bytes(8, 0));
-  EXPECT_EQ(session.state, unity_process::state_not_connected);
-  EXPECT_EQ(session.socket.descriptor(), -1);
-  EXPECT_FALSE(session.is_bme_p58());
-}
-
 TEST(UnityProcess, SetupDeviceRefusedSetsStateOneAndReturnsZero) {
   orm::ServerSocket closed_port;
   ASSERT_TRUE(closed_port.listenToClient(0, 1, true));
@@ -57,15 +47,6 @@ TEST_F(SessionTransport, ReceivesOneReadAsTheWholeReply) {
   const char first[] = "\x00\x01\x00\x00\x00\x03\x00\x5A\x00";
   ASSERT_EQ(::send(peer->descriptor(), first, 9, 0), 9);
   EXPECT_EQ(session.client_recv(), bytes(first, first + 9));
-}
-
-TEST_F(SessionTransport, NoReplyWithinTheWaitIsEmpty) {
-  EXPECT_TRUE(session.client_recv().empty());
-}
-
-TEST_F(SessionTransport, ClosedByPeerIsEmpty) {
-  peer->close();
-  EXPECT_TRUE(session.client_recv().empty());
 }
 
 TEST_F(SessionTransport, LongReplyIsCutAt2048) {

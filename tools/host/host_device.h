@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/host/driver_api.h"
+#include "tools/common/driver_api.h"
 #include "tools/host/value_parse.h"
 
 namespace panelhost {
@@ -27,10 +27,6 @@ struct host_result {
 
 // Units a request's result occupies.
 std::size_t result_units(const host_request& request);
-// Parses a dotted IPv4 address into InitEx's record; throws std::invalid_argument.
-unitydrv_init_params init_params_of(const std::string& address);
-// The same check alone, before anything connects.
-void check_ipv4_address(const std::string& address);
 
 class host_device {
  public:

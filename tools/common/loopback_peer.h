@@ -1,6 +1,6 @@
-// A controller stand-in for session tests: listens on 127.0.0.1 (ephemeral port), reads
-// one request per recv and answers with whatever the test's script returns for it
-// (nothing when the script returns an empty vector). Every wait is bounded.
+// A controller stand-in for tests, benchmarks and the fuzz corpus: listens on 127.0.0.1
+// (ephemeral port), reads one request per recv and answers with whatever the script
+// returns for it (nothing when it returns an empty vector). Every wait is bounded.
 #pragma once
 
 #include <arpa/inet.h>
@@ -16,32 +16,30 @@
 #include <thread>
 #include <vector>
 
-#include "wire/byte_cursor.h"
+#include "tools/common/unity_reply.h"
 
-namespace test_peer {
+namespace harness {
 
-using bytes = std::vector<unsigned char>;
-
-// A whole Modbus TCP reply around a Unity message.
-inline bytes reply_frame(uint16_t transaction, const bytes& message) {
-  bytes out(8, 0);
-  wire::be_writer w(out);
-  w.u16(transaction);
-  w.u16(0);
-  w.u16(static_cast<uint16_t>(message.size() + 2));
-  w.u8(0);
-  w.u8(0x5A);
-  out.insert(out.end(), message.begin(), message.end());
-  return out;
+// A TCP listener on 127.0.0.1 at an ephemeral port; port receives the port.
+inline int listen_on_loopback(uint16_t& port) {
+  const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  int on = 1;
+  ::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ::bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+  ::listen(listener, 4);
+  socklen_t len = sizeof addr;
+  ::getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len);
+  port = ntohs(addr.sin_port);
+  return listener;
 }
 
-inline uint16_t transaction_of(const bytes& request) {
-  return wire::be_reader(request).u16();
-}
-
-// The Unity message of a request (bytes after the function code).
-inline bytes message_of(const bytes& request) {
-  return bytes(request.begin() + 8, request.end());
+// True when fd has something to read within wait_ms.
+inline bool readable(int fd, int wait_ms = 20) {
+  pollfd p{fd, POLLIN, 0};
+  return ::poll(&p, 1, wait_ms) > 0;
 }
 
 class scripted_peer {
@@ -52,18 +50,7 @@ class scripted_peer {
       std::function<bytes(const bytes& request, std::size_t index, bool& close_connection)>;
 
   explicit scripted_peer(script s) : script_(std::move(s)) {
-    listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    int on = 1;
-    ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    addr.sin_port = 0;
-    ::bind(listener_, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-    ::listen(listener_, 4);
-    socklen_t len = sizeof addr;
-    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&addr), &len);
-    port_ = ntohs(addr.sin_port);
+    listener_ = listen_on_loopback(port_);
     thread_ = std::thread([this] { run(); });
   }
 
@@ -83,14 +70,9 @@ class scripted_peer {
   std::size_t connections() const { return connections_; }
 
  private:
-  bool wait_readable(int fd) {
-    pollfd p{fd, POLLIN, 0};
-    return ::poll(&p, 1, 20) > 0;
-  }
-
   void run() {
     while (!stopping_) {
-      if (!wait_readable(listener_)) continue;
+      if (!readable(listener_)) continue;
       const int fd = ::accept(listener_, nullptr, nullptr);
       if (fd < 0) continue;
       ++connections_;
@@ -102,7 +84,7 @@ class scripted_peer {
   void serve(int fd) {
     bytes buffer(4096);
     while (!stopping_) {
-      if (!wait_readable(fd)) continue;
+      if (!readable(fd)) continue;
       const ssize_t n = ::recv(fd, buffer.data(), buffer.size(), 0);
       if (n <= 0) return;
       bytes request(buffer.begin(), buffer.begin() + n);
@@ -129,4 +111,4 @@ class scripted_peer {
   std::vector<bytes> requests_;
 };
 
-}  // namespace test_peer
+}  // namespace harness

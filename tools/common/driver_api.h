@@ -1,4 +1,5 @@
-// The driver's 14 entry points, resolved by name from a loaded libunitydrv.so.
+// The driver's 14 entry points, resolved by name from a loaded libunitydrv.so, and the
+// InitEx record: the one way the host tool, the tests and the benchmarks load the driver.
 #pragma once
 
 #include <string>
@@ -33,5 +34,10 @@ class driver_api {
  private:
   void* library_;
 };
+
+// Parses a dotted IPv4 address into InitEx's record; throws std::invalid_argument.
+unitydrv_init_params init_params_of(const std::string& address);
+// The same check alone, before anything connects.
+void check_ipv4_address(const std::string& address);
 
 }  // namespace panelhost

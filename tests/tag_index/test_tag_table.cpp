@@ -1,9 +1,8 @@
-#include "tag_index/tag_table.h"
-
 #include <gtest/gtest.h>
 
 #include <cstring>
 
+#include "tag_index/tag_table.h"
 #include "tag_index/temp_tag_file.h"
 #include "wire/byte_cursor.h"
 

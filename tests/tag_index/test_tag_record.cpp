@@ -1,8 +1,8 @@
-#include "tag_index/tag_record.h"
-
 #include <gtest/gtest.h>
 
 #include <map>
+
+#include "tag_index/tag_record.h"
 
 namespace {
 

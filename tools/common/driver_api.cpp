@@ -1,7 +1,9 @@
-#include "tools/host/driver_api.h"
+#include "tools/common/driver_api.h"
 
 #include <dlfcn.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <stdexcept>
 
 namespace panelhost {
@@ -48,6 +50,34 @@ driver_api::driver_api(const std::string& library_path)
 
 driver_api::~driver_api() {
   dlclose(library_);
+}
+
+unitydrv_init_params init_params_of(const std::string& address) {
+  unsigned octet[4];
+  char tail = 0;
+  const auto colon = address.find(':');
+  if (colon != std::string::npos) {
+    throw std::invalid_argument("'" + address + "': the port is fixed at 502; give the address " +
+                                "alone (" + address.substr(0, colon) + ")");
+  }
+  if (std::sscanf(address.c_str(), "%3u.%3u.%3u.%3u%c", &octet[0], &octet[1], &octet[2], &octet[3],
+                  &tail) != 4 ||
+      std::any_of(octet, octet + 4, [](unsigned o) { return o > 255; }) ||
+      address.find_first_not_of("0123456789.") != std::string::npos) {
+    throw std::invalid_argument("'" + address +
+                                "' is not an IPv4 address (four numbers 0..255 joined by dots, "
+                                "e.g. 192.168.1.10; names are not looked up)");
+  }
+  unitydrv_init_params params{};
+  params.octet1 = static_cast<uint8_t>(octet[0]);
+  params.octet2 = static_cast<uint8_t>(octet[1]);
+  params.octet3 = static_cast<uint16_t>(octet[2]);
+  params.octet4 = static_cast<uint16_t>(octet[3]);
+  return params;
+}
+
+void check_ipv4_address(const std::string& address) {
+  init_params_of(address);
 }
 
 }  // namespace panelhost

@@ -5,7 +5,7 @@
 
 #include "tag_index/tag_table.h"
 #include "tag_index/temp_tag_file.h"
-#include "tests/support/dictionary_records.h"
+#include "tools/common/dictionary_builders.h"
 #include "unity/dictionary_records.h"
 #include "wire/byte_cursor.h"
 
@@ -136,6 +136,7 @@ TEST_F(SetupMemoryIndex, UnresolvedTagsKeepZeroLocationAndCountAsNothing) {
   expect_member(3, "Motor", 12, kDint);
   EXPECT_EQ(resolve({"A.B", "Counter.x", "Nope"}), 0);
   EXPECT_EQ(tags.setup_memory_index(tables, members, {}), 0);
+  EXPECT_EQ(resolve({}), 0);  // an empty table
 }
 
 TEST_F(SetupMemoryIndex, RunningAgainClearsEarlierLocations) {

@@ -1,9 +1,9 @@
-#include "tag_index/tag_names.h"
-
 #include <gtest/gtest.h>
 
 #include <boost/lexical_cast.hpp>
 #include <stdexcept>
+
+#include "tag_index/tag_names.h"
 
 namespace {
 
@@ -30,7 +30,7 @@ TEST(ParseArrayIndices, RejectsTokensThatAreNotPlainIntegers) {
   }
 }
 
-TEST(ParesArrayIndicesFromSubscript, TakesOnlyTheLastBracketGroup) {
+TEST(ParseArrayIndicesFromSubscript, TakesOnlyTheLastBracketGroup) {
   const std::pair<std::string, std::vector<int>> cases[] = {
       {z("Recipe"), {}},   {z("Recipe[3]"), {3}}, {z("M[1, 2]"), {1, 2}},
       {z("a[1][2]"), {2}}, {z("a[]"), {}},        {z("12]"), {12}}};

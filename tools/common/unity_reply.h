@@ -1,5 +1,5 @@
-// Builds received Modbus TCP buffers carrying Unity replies, so that tests state the
-// fields that matter instead of long runs of hex.
+// Builds Modbus TCP buffers carrying Unity replies, so that tests, benchmarks and fuzz
+// seeds state the fields that matter instead of long runs of hex.
 #pragma once
 
 #include <cstdint>
@@ -7,8 +7,10 @@
 #include <vector>
 
 #include "unity/dictionary_records.h"
+#include "wire/byte_cursor.h"
+#include "wire/unity_constants.h"
 
-namespace test {
+namespace harness {
 
 using bytes = std::vector<unsigned char>;
 
@@ -23,10 +25,12 @@ class unity_message {
     return *this;
   }
   unity_message& u16(uint16_t v) {
-    return u8(static_cast<uint8_t>(v)).u8(static_cast<uint8_t>(v >> 8));
+    wire::le_writer(bytes_).u16(v);
+    return *this;
   }
   unity_message& u32(uint32_t v) {
-    return u16(static_cast<uint16_t>(v)).u16(static_cast<uint16_t>(v >> 16));
+    wire::le_writer(bytes_).u32(v);
+    return *this;
   }
   unity_message& raw(const bytes& b) {
     bytes_.insert(bytes_.end(), b.begin(), b.end());
@@ -51,19 +55,45 @@ class unity_message {
   bytes bytes_;
 };
 
-// The whole received buffer: MBAP header (length = message + 2) and function code 0x5A.
+// "02 0201 FF" as bytes: pairs of hex digits, spaces ignored.
+inline bytes hex(const std::string& text) {
+  bytes out;
+  std::string digits;
+  for (char c : text)
+    if (c != ' ') digits += c;
+  for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
+    out.push_back(static_cast<unsigned char>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+  return out;
+}
+
+// The whole buffer: MBAP header (length = message + 2) and function code 0x5A.
 inline bytes modbus_reply(const bytes& message, uint16_t transaction_id = 1) {
-  const std::size_t length = message.size() + 2;
-  bytes out = {static_cast<unsigned char>(transaction_id >> 8),
-               static_cast<unsigned char>(transaction_id),
-               0x00,
-               0x00,
-               static_cast<unsigned char>(length >> 8),
-               static_cast<unsigned char>(length),
-               0x00,
-               0x5A};
+  bytes out(8, 0);
+  wire::be_writer header(out);
+  header.u16(transaction_id);
+  header.u16(0);
+  header.u16(static_cast<uint16_t>(message.size() + 2));
+  header.u8(0);
+  header.u8(wire::unity_function_code);
   out.insert(out.end(), message.begin(), message.end());
   return out;
+}
+
+// The transaction id of a request and its Unity message (the bytes after the function code).
+inline uint16_t transaction_of(const bytes& request) {
+  return wire::be_reader(request).u16();
+}
+inline bytes message_of(const bytes& request) {
+  return bytes(request.begin() + 8, request.end());
+}
+
+// The controller's answer to request: status 0xFE (accepted) then payload, or 0xFD (refused).
+inline bytes ok_reply(const bytes& request, bytes payload) {
+  payload.insert(payload.begin(), {0x00, wire::status_ok});
+  return modbus_reply(payload, transaction_of(request));
+}
+inline bytes refused_reply(const bytes& request) {
+  return modbus_reply({0x00, wire::status_error, 0x00}, transaction_of(request));
 }
 
 // A decoded reply as the decoders receive it: one frame whose nodes[0] holds the message.
@@ -79,4 +109,4 @@ inline unity_frame decoded_reply(const bytes& message, uint8_t record_format = 0
   return frame;
 }
 
-}  // namespace test
+}  // namespace harness

@@ -1,13 +1,20 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
+#include <vector>
 
-#include "plcsim/sim_client.h"
-
-using simtest::bytes;
-using simtest::hex;
+#include "tools/common/unity_reply.h"
+#include "tools/plcsim/plcsim.h"
 
 namespace {
+
+using bytes = std::vector<uint8_t>;
+using harness::hex;
+
+plcsim::project plant() {
+  return plcsim::load_project_file(std::string(UNITYDRV_SOURCE_DIR) + "/examples/plant.json");
+}
 
 struct location_case {
   const char* path;
@@ -17,7 +24,7 @@ struct location_case {
 };
 
 TEST(project, PlantValuesSitAtTheirLocations) {
-  plcsim::server srv(simtest::plant());
+  plcsim::server srv(plant());
   const location_case cases[] = {
       {"Motor1.Speed", 1, 0, "00 50 B5 44"},  // 1450.5f
       {"Motor1.Starts", 1, 12, "11 00 00 00"},  {"Motor2.Starts", 1, 28, "03 00 00 00"},
@@ -40,7 +47,7 @@ TEST(project, PlantValuesSitAtTheirLocations) {
 }
 
 TEST(project, UnknownPathsAreNotLocated) {
-  plcsim::server srv(simtest::plant());
+  plcsim::server srv(plant());
   uint16_t block = 0;
   uint32_t offset = 0;
   for (const char* path : {"Nothing", "Motor1.Torque", "Line[4].Speed", "Counter.x", "Line[1"})

@@ -1,0 +1,103 @@
+// Identification against a scripted peer: the eleven numbered steps, refused and silent
+// steps, and the file handle request.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/unity/session_fixture.h"
+
+namespace {
+
+// Identification replies: type text for step 1, dictionary handle for step 4, filler
+// (20 zero bytes) for the others.
+bytes identification_reply(const bytes& request, const std::string& type_text) {
+  const bytes message = message_of(request);
+  bytes payload(20, 0);
+  if (message == bytes{0x00, 0x02}) {
+    payload.assign(22, 0);
+    payload.push_back(static_cast<unsigned char>(type_text.size()));
+    payload.insert(payload.end(), type_text.begin(), type_text.end());
+  } else if (transaction_of(request) == 4) {
+    payload.assign(8, 0);
+    payload.insert(payload.end(), dictionary_handle.begin(), dictionary_handle.end());
+  }
+  return harness::ok_reply(request, payload);
+}
+
+TEST_F(Session, IdentificationNumbersElevenStepsAndDecodesTypeAndHandle) {
+  scripted_peer peer(
+      [](const bytes& r, std::size_t, bool&) { return identification_reply(r, "BMX P34 2020"); });
+  connect(peer);
+  ASSERT_TRUE(session.initial_device());
+  EXPECT_EQ(session.state, unity_process::state_identified);
+  EXPECT_EQ(session.transaction_counter, 12);
+  EXPECT_EQ(session.plc_type, "BMX P34 2020");
+  EXPECT_EQ(session.dictionary_handle, dictionary_handle);
+  EXPECT_EQ(session.table_address, 0u);
+  const auto requests = peer.requests();
+  ASSERT_EQ(requests.size(), 11u);
+  for (uint16_t step = 1; step <= 11; ++step) {
+    bool more = true;
+    EXPECT_EQ(requests[step - 1], session.create_init_request(step, 2, more).to_raw_data());
+  }
+}
+
+TEST_F(Session, RefusedIdentificationStepIsSkipped) {
+  scripted_peer peer([](const bytes& r, std::size_t, bool&) {
+    return transaction_of(r) == 4 ? harness::refused_reply(r)
+                                  : identification_reply(r, "BMX P34 2020");
+  });
+  connect(peer);
+  EXPECT_TRUE(session.initial_device());
+  EXPECT_EQ(peer.requests().size(), 11u);
+  EXPECT_EQ(session.dictionary_handle, bytes(8, 0));
+  EXPECT_EQ(session.plc_type, "BMX P34 2020");
+}
+
+TEST_F(Session, SilentControllerFailsIdentificationAfterOneRequest) {
+  scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
+  connect(peer);
+  EXPECT_FALSE(session.initial_device());
+  EXPECT_EQ(peer.requests().size(), 1u);
+  EXPECT_EQ(session.state, unity_process::state_connecting);
+  EXPECT_EQ(session.transaction_counter, 2);
+}
+
+TEST_F(Session, BmeP58WithShortPlcInformationReplyThrows) {
+  scripted_peer peer([](const bytes& r, std::size_t, bool&) {
+    if (message_of(r) == bytes{0x00, 0x04})
+      return harness::ok_reply(r, bytes(16, 0));  // 26 bytes in all
+    return identification_reply(r, "BME P58 2040");
+  });
+  connect(peer);
+  EXPECT_THROW(session.initial_device(), std::out_of_range);
+}
+
+class FileHandle : public Session {
+ protected:
+  void SetUp() override {
+    session.state = unity_process::state_ready;
+    session.transaction_counter = 30;
+    session.variable_address = {1, 2, 3, 4, 5, 6};
+  }
+};
+
+TEST_F(FileHandle, NoReplyKeepsEverything) {
+  scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
+  connect(peer);
+  session.table_address = 77;
+  EXPECT_TRUE(session.get_file_handle_pos());
+  EXPECT_EQ(session.table_address, 77u);
+  EXPECT_EQ(session.transaction_counter, 30);
+}
+
+TEST_F(FileHandle, OnlyInReadyState) {
+  scripted_peer peer(
+      [](const bytes& r, std::size_t, bool&) { return harness::ok_reply(r, bytes(10, 0)); });
+  connect(peer);
+  session.state = unity_process::state_identified;
+  EXPECT_FALSE(session.get_file_handle_pos());
+  EXPECT_TRUE(peer.requests().empty());
+}
+
+}  // namespace
