@@ -247,7 +247,9 @@ expect "real: memory block request and reply" "0x00|0x0013|0x00000000|100|100" \
     <(fields "$real" 'frame.number == 26' unity.mem.size))"
 expect "real: unknown functions keep their bytes" "0x58|07018000000000fb00" \
   "$(fields "$real" 'frame.number == 70' unity.function unity.params)"
-expect "tshark reported no Lua error" "" "$(grep -v 'Running as user' "$work/tshark.err" | joined)"
+# tshark's warning about running as root may reach the file in two pieces.
+expect "tshark reported no Lua error" "" \
+  "$(grep -v -e 'Running as user' -e 'This could be dangerous' "$work/tshark.err" | joined)"
 
 echo "dissector checks took $(($(date +%s) - started)) s"
 echo "wireshark: $passed passed, $failed failed"
