@@ -247,9 +247,9 @@ expect "real: memory block request and reply" "0x00|0x0013|0x00000000|100|100" \
     <(fields "$real" 'frame.number == 26' unity.mem.size))"
 expect "real: unknown functions keep their bytes" "0x58|07018000000000fb00" \
   "$(fields "$real" 'frame.number == 70' unity.function unity.params)"
-# tshark's warning about running as root may reach the file in two pieces.
-expect "tshark reported no Lua error" "" \
-  "$(grep -v -e 'Running as user' -e 'This could be dangerous' "$work/tshark.err" | joined)"
+# Only errors count: tshark's warning about running as root reaches the shared file in
+# pieces when several tshark runs write at once.
+expect "tshark reported no Lua error" "" "$(grep -i -e lua -e error "$work/tshark.err" | joined)"
 
 echo "dissector checks took $(($(date +%s) - started)) s"
 echo "wireshark: $passed passed, $failed failed"
