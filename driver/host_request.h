@@ -97,6 +97,8 @@ class unit_writer {
   void units(uint64_t value, unsigned count) {
     for (unsigned i = 0; i < count; ++i) unit(static_cast<uint16_t>(value >> (16 * i)));
   }
+  // Bytes from the area's start that were written or skipped over.
+  std::size_t pos() const { return pos_; }
 
  private:
   uint8_t* area_;

@@ -66,6 +66,7 @@ void read_offline(tag_driver_offline_578& driver, device_context& device, _gui_r
       const unsigned long long value = device.tag_values[element_key(tag, k)];
       if (known) out.units(value, units);
     }
+    device.tag_table.note_slot_written(static_cast<std::size_t>(i), room);
   }
 }
 

@@ -48,12 +48,12 @@ uint16_t bit_unit(uint8_t byte) {
 }
 
 // Unpacks the reply bytes of one request (its type code, and its element count in the
-// item) into the area from its slot's data on; advances the reader past them. A long
-// request runs on past its own slot, over the slots behind it, headers included: their
-// type and count are therefore taken from the request, never from a slot.
-void fill_slot(uint8_t* area, std::size_t room, uint8_t type, const read_comm& item,
-               wire::le_reader& in) {
-  std::memset(area, 0, 512);
+// item) into its slot's data area; advances the reader past them and returns how many bytes
+// of the area it wrote (all of them, save the high bytes of a string's units). A long request runs
+// on past its own slot, over the slots behind it, headers included: their type and count are
+// therefore taken from the request, never from a slot.
+std::size_t fill_slot(uint8_t* area, std::size_t room, uint8_t type, const read_comm& item,
+                      wire::le_reader& in) {
   host_request::unit_writer out(area, room);
   const unsigned count = item.count;
   // One type per request: its size is looked up once, not per element.
@@ -73,6 +73,7 @@ void fill_slot(uint8_t* area, std::size_t room, uint8_t type, const read_comm& i
   } else if (size == 8) {
     for (unsigned k = 0; k < count; ++k) out.units(in.u64(), 4);
   }
+  return out.pos();
 }
 
 // What a fill can write: never more than two bytes per reply byte left, and the clear.
@@ -128,7 +129,8 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
   // Grown once to hold the longest fill from the last slot, two bytes for each byte of a
   // 2,048-byte receive: the slots are addressed directly below.
   constexpr std::size_t longest_fill = 2 * 2048;
-  result_slot* const slots = device.tag_table.slots(items.size(), longest_fill);
+  offline_CTagTable_578& table = device.tag_table;
+  result_slot* const slots = table.slots(items.size(), longest_fill);
   for (int i = 0; i < count; ++i) {
     offline_stTag_578 tag;
     const uint16_t n = host_request::prepare_read(driver, device, requests[i], slots[i], tag);
@@ -145,7 +147,9 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
   // In request order: a fill that runs into the slots behind it is overwritten by theirs.
   for (std::size_t j = 0; j < static_cast<std::size_t>(count); ++j) {
     const std::size_t room = fill_room(bytes, in);
-    fill_slot(slot_area(slots, j), room, types[j], items[j], in);
+    // A string's fill writes only the low byte of each unit: its area is cleared first.
+    if (types[j] == host_request::type_string) table.clear_slot_area(j);
+    table.finish_fill(j, fill_slot(slot_area(slots, j), room, types[j], items[j], in));
   }
 }
 

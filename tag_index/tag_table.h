@@ -1,9 +1,11 @@
 // The device's tag table, loaded from the tag file and resolved against the dictionary.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <map>
 #include <string>
 #include <unordered_map>
@@ -33,6 +35,9 @@ struct result_slot {
   uint8_t data[792];  // values as 16-bit units; the first 512 bytes are cleared per fill
 };
 static_assert(sizeof(result_slot) == 804, "result slots are 804 bytes apart");
+
+// Bytes of a slot's data area that every fill clears before it writes.
+constexpr std::size_t slot_cleared_bytes = 512;
 
 // The data area of slot i of a block of slots; a fill or copy longer than one data area
 // runs on into the slots behind it.
@@ -81,6 +86,37 @@ class offline_CTagTable_578 {
     slot_data(count - 1, tail);
     return result_slots_.data();
   }
+  // A fill clears the first slot_cleared_bytes of its slot's data area and then writes
+  // its values. Only what was written there since the last clear needs clearing (the rest
+  // is zero already), and where a fill writes every byte of its values, only the part of
+  // that behind them: a cycle of short values then clears nothing at all.
+  //
+  // Clears the cleared part of slot i's data area, for a fill that leaves bytes among
+  // its values as they are.
+  void clear_slot_area(std::size_t i) {
+    std::memset(area(i), 0, written_[i]);
+    written_[i] = 0;
+  }
+  // Completes a fill that wrote every one of length bytes from the start of slot i's data
+  // area (on into the slots behind it when longer): clears the rest of the cleared part.
+  void finish_fill(std::size_t i, std::size_t length) {
+    if (length >= slot_cleared_bytes) {
+      note_slot_written(i, length);
+      written_[i] = slot_cleared_bytes;
+      return;
+    }
+    if (written_[i] > length) std::memset(area(i) + length, 0, written_[i] - length);
+    written_[i] = static_cast<uint16_t>(length);
+  }
+  // Records a write of length bytes from the start of slot i's data area that did not
+  // clear first. Every write into the data areas goes through here or finish_fill.
+  void note_slot_written(std::size_t i, std::size_t length) {
+    if (length > sizeof(result_slot) - offsetof(result_slot, data)) {
+      note_long_write(i, length);
+    } else if (length > written_[i]) {
+      written_[i] = static_cast<uint16_t>(std::min(length, slot_cleared_bytes));
+    }
+  }
   uint8_t* slot_data(std::size_t i, std::size_t length) {
     constexpr std::size_t stride = sizeof(result_slot);
     const std::size_t begin = i * stride + offsetof(result_slot, data);
@@ -96,8 +132,13 @@ class offline_CTagTable_578 {
  private:
   void build_name_index();
   void grow_slots(std::size_t count);
+  void note_long_write(std::size_t i, std::size_t length);
+  uint8_t* area(std::size_t i) { return slot_area(result_slots_.data(), i); }
 
   std::vector<result_slot> result_slots_;
+  // Per slot: how many bytes from the start of its data area may be non-zero, up to
+  // slot_cleared_bytes; everything behind them in the cleared part is zero.
+  std::vector<uint16_t> written_;
   std::unordered_map<std::string, uint32_t>
       name_index_;  // name (as strcmp sees it) -> first position
 };

@@ -140,7 +140,9 @@ TEST_F(OnlineRequests, ReadUnpacksEachWidthIntoItsSlot) {
     resolve(0, 4, 5, 1, 0x100);
     peer_answering(c.values);
     auto req = requests({{0, c.type, 0, c.count}});
+    // What an earlier read left behind.
     std::memset(device_->tag_table.slot(0).data, 0x77, 4);
+    device_->tag_table.note_slot_written(0, 4);
     driver_.outputfilter(req.data(), 1);
     EXPECT_EQ(slot_units(device_->tag_table.slot(0), c.units.size()), c.units);
   }
