@@ -22,8 +22,8 @@ struct device_context {
   std::set<std::string> element_names;
   // The items of the last read, kept so that each cycle reuses them (request translation).
   std::vector<read_comm> read_items;
-  // The type code of each request of the last read, and its value bytes, kept for the
+  // The slot head of each request of the last read, and its value bytes, kept for the
   // same reason.
-  std::vector<uint8_t> read_types;
+  std::vector<slot_head> read_heads;
   std::vector<unsigned char> read_values;
 };

@@ -58,17 +58,17 @@ struct write_target {
 write_target prepare_write(tag_driver_offline_578& driver, device_context& device,
                            const _gui_request_& request);
 
-// Fills the tag of a read request and the head of its result slot; returns the element
+// Fills the tag of a read request and the head for its result slot; returns the element
 // count. The tag then names the whole unit (the input filter picks the bit out), and for
 // a BitArray of more than one element the element that holds the first bit.
 // Inline, so that the read cycle's translation unit may devirtualize the fill.
 inline uint16_t prepare_read(tag_driver_offline_578& driver, device_context& device,
-                             const _gui_request_& request, result_slot& slot,
+                             const _gui_request_& request, slot_head& head,
                              offline_stTag_578& tag) {
   const uint16_t n = driver.offline_FillTagStruct(&device.tag_table, &tag, &request.ref);
-  slot.type_code = tag.request_byte;
-  slot.bit_number = static_cast<uint8_t>(tag.bit_number);
-  slot.element_count = n;
+  head.type_code = tag.request_byte;
+  head.bit_number = static_cast<uint8_t>(tag.bit_number);
+  head.element_count = n;
   tag.bit_number = static_cast<int8_t>(no_bit);
   if (tag.request_byte == type_bit_array && n > 1) rename_bit_array_element(device, tag);
   return n;

@@ -53,8 +53,9 @@ void read_offline(tag_driver_offline_578& driver, device_context& device, _gui_r
                   int count) {
   for (int i = 0; i < count; ++i) {
     offline_stTag_578 tag;
-    result_slot& slot = device.tag_table.slot(static_cast<std::size_t>(i));
-    const uint16_t n = host_request::prepare_read(driver, device, requests[i], slot, tag);
+    slot_head head;
+    const uint16_t n = host_request::prepare_read(driver, device, requests[i], head, tag);
+    set_head(device.tag_table.slot(static_cast<std::size_t>(i)), head);
     // A long request runs on past its own slot.
     const unsigned units = wire::result_units(tag.request_byte);
     const bool known = units != 0;

@@ -124,32 +124,36 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
   std::vector<read_comm>& items = device.read_items;
   items.resize(static_cast<std::size_t>(std::max(count, 0)));
   if (items.empty()) return;
-  std::vector<uint8_t>& types = device.read_types;
-  types.resize(items.size());
+  std::vector<slot_head>& heads = device.read_heads;
+  heads.resize(items.size());
+  for (int i = 0; i < count; ++i) {
+    offline_stTag_578 tag;
+    slot_head& head = heads[static_cast<std::size_t>(i)];
+    const uint16_t n = host_request::prepare_read(driver, device, requests[i], head, tag);
+    read_comm& item = items[static_cast<std::size_t>(i)];
+    fill_item(item, tag, element_size(tag.request_byte) * tag.request_word, n);
+    // A BitArray's length comes from its data type.
+    if (tag.request_byte == host_request::type_bit_array) item.read_format = 0x21;
+  }
+  // The request goes out first; the slot heads are written while the reply is on its way.
+  const bool sent = device.session.send_read(items);
   // Grown once to hold the longest fill from the last slot, two bytes for each byte of a
   // 2,048-byte receive: the slots are addressed directly below.
   constexpr std::size_t longest_fill = 2 * 2048;
   offline_CTagTable_578& table = device.tag_table;
   result_slot* const slots = table.slots(items.size(), longest_fill);
-  for (int i = 0; i < count; ++i) {
-    offline_stTag_578 tag;
-    const uint16_t n = host_request::prepare_read(driver, device, requests[i], slots[i], tag);
-    read_comm& item = items[static_cast<std::size_t>(i)];
-    fill_item(item, tag, element_size(tag.request_byte) * tag.request_word, n);
-    // A BitArray's length comes from its data type.
-    if (tag.request_byte == host_request::type_bit_array) item.read_format = 0x21;
-    types[static_cast<std::size_t>(i)] = tag.request_byte;
-  }
+  for (std::size_t i = 0; i < heads.size(); ++i) set_head(slots[i], heads[i]);
   // Kept by the device, like the items, so that a warm cycle allocates nothing.
   std::vector<unsigned char>& bytes = device.read_values;
-  if (device.session.read(items, bytes) == 0) return;
+  if (!sent || device.session.receive_read(bytes) == 0) return;
   wire::le_reader in(bytes);
   // In request order: a fill that runs into the slots behind it is overwritten by theirs.
   for (std::size_t j = 0; j < static_cast<std::size_t>(count); ++j) {
     const std::size_t room = fill_room(bytes, in);
     // A string's fill writes only the low byte of each unit: its area is cleared first.
-    if (types[j] == host_request::type_string) table.clear_slot_area(j);
-    table.finish_fill(j, fill_slot(slot_area(slots, j), room, types[j], items[j], in));
+    const uint8_t type = heads[j].type_code;
+    if (type == host_request::type_string) table.clear_slot_area(j);
+    table.finish_fill(j, fill_slot(slot_area(slots, j), room, type, items[j], in));
   }
 }
 

@@ -36,6 +36,20 @@ struct result_slot {
 };
 static_assert(sizeof(result_slot) == 804, "result slots are 804 bytes apart");
 
+// What a result slot's head says of its request: set for every request of a read, before
+// any value arrives.
+struct slot_head {
+  uint8_t type_code = 0;
+  uint8_t bit_number = 255;
+  uint16_t element_count = 0;
+};
+
+inline void set_head(result_slot& slot, const slot_head& head) {
+  slot.type_code = head.type_code;
+  slot.bit_number = head.bit_number;
+  slot.element_count = head.element_count;
+}
+
 // Bytes of a slot's data area that every fill clears before it writes.
 constexpr std::size_t slot_cleared_bytes = 512;
 

@@ -81,6 +81,12 @@ class unity_process {
   // Variable access. The read builder marks single_element on the caller's items, which
   // the request translation reads back, so the item list is taken by reference.
   int read(std::vector<read_comm>& items, std::vector<unsigned char>& values);
+  // read in two halves, so that the caller can do its own work while the reply is on its
+  // way: send_read builds and sends the request (false when it sent nothing; the session
+  // then stands as read leaves it), receive_read waits for the reply and takes its values.
+  // Call receive_read only after a send_read that returned true.
+  bool send_read(std::vector<read_comm>& items);
+  int receive_read(std::vector<unsigned char>& values);
   int write(std::vector<read_comm> items);
   modbus_tcp_frame create_read_request(unsigned short transaction, unsigned char mode,
                                        bool& expect_reply, std::vector<read_comm>& items,

@@ -128,11 +128,15 @@ modbus_tcp_frame unity_process::create_write_request(unsigned short transaction,
 }
 
 int unity_process::read(std::vector<read_comm>& items, std::vector<unsigned char>& values) {
-  if (items.size() > max_items) return 0;
+  return send_read(items) ? receive_read(values) : 0;
+}
+
+bool unity_process::send_read(std::vector<read_comm>& items) {
+  if (items.size() > max_items) return false;
   if (state == state_write_ok || state == state_read_ok) state = state_ready;
   if (state != state_ready) {
     state = state_failed;
-    return 0;
+    return false;
   }
   // The same bytes as create_read_request(...).to_raw_data(), built in the session's kept
   // buffer (never shrunk, so only a larger request than any before allocates).
@@ -143,8 +147,12 @@ int unity_process::read(std::vector<read_comm>& items, std::vector<unsigned char
   put_unity_header(request_buffer_, transaction_counter, size);
   if (send_bytes(request_buffer_.data(), unity_header_size + size) == -1) {
     state = state_failed;
-    return 0;
+    return false;
   }
+  return true;
+}
+
+int unity_process::receive_read(std::vector<unsigned char>& values) {
   receive_reply();
   const receive_buffer& reply = reply_buffer_;
   if (reply.empty() || reply.at(reply_status_pos) != status_ok) {
