@@ -1,6 +1,8 @@
-// Waiting on one descriptor with a time-out. select() cannot watch a descriptor numbered
-// FD_SETSIZE (1024) or above, which a host with many open files hands out; such a
-// descriptor is waited on with poll(), with the same time-out and the same results.
+// Waiting on one descriptor with a time-out. Readability and writability are waited for
+// with poll(): the same time-out and the same results as select(), for any descriptor
+// (select() cannot watch one numbered FD_SETSIZE (1024) or above, which a host with many
+// open files hands out), and cheaper, which the read cycle feels. The exception set keeps
+// select(), whose meaning poll() does not have exactly, below FD_SETSIZE.
 #pragma once
 
 namespace orm {

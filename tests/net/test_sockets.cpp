@@ -4,7 +4,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "net/client_socket.h"
+#include "net/descriptor_wait.h"
 #include "net/server_socket.h"
 #include "net/socket_address.h"
 #include "net/socket_functions.h"
@@ -131,6 +134,46 @@ TEST(ServerSocket, SelectReadTimesOutWithoutClient) {
   ASSERT_TRUE(server.listenToClient(0, 1, true));
   EXPECT_EQ(server.selectRead(0), 0);
   EXPECT_EQ(server.selectError(0), 0);
+}
+
+// The wait gives select's results for every kind of descriptor it may be handed: ready,
+// not ready, numbered past select's limit, and closed (-1 with EBADF, as select fails).
+TEST(DescriptorWait, ResultsAreSelectsForAnyDescriptor) {
+  int pair[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+  const int high = ::fcntl(pair[0], F_DUPFD, 1500);
+  ASSERT_GE(high, 1500);
+  const int closed = ::dup(pair[1]);
+  ::close(closed);
+  struct row {
+    const char* what;
+    int fd;
+    orm::wait_for wait;
+    int expected;
+  };
+  const row before[] = {
+      {"nothing to read", pair[0], orm::wait_for::read, 0},
+      {"nothing to read, high number", high, orm::wait_for::read, 0},
+      {"room to write", pair[0], orm::wait_for::write, 1},
+      {"no exception", pair[0], orm::wait_for::error, 0},
+      {"closed, read", closed, orm::wait_for::read, -1},
+      {"closed, write", closed, orm::wait_for::write, -1},
+      {"closed, exception", closed, orm::wait_for::error, -1},
+  };
+  for (const row& r : before) {
+    SCOPED_TRACE(r.what);
+    errno = 0;
+    EXPECT_EQ(orm::wait_one(r.fd, r.wait, 0), r.expected);
+    if (r.expected == -1) {
+      EXPECT_EQ(errno, EBADF);
+    }
+  }
+  ASSERT_EQ(::write(pair[1], "x", 1), 1);
+  EXPECT_EQ(orm::wait_one(pair[0], orm::wait_for::read, 1000), 1);
+  EXPECT_EQ(orm::wait_one(high, orm::wait_for::read, 1000), 1);
+  ::close(high);
+  ::close(pair[0]);
+  ::close(pair[1]);
 }
 
 TEST(UdpSocket, DatagramRoundTripReportsSender) {
