@@ -126,11 +126,14 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
   if (items.empty()) return;
   std::vector<slot_head>& heads = device.read_heads;
   heads.resize(items.size());
+  // Held in locals: the byte stores below may alias anything reached through the device.
+  read_comm* const item_at = items.data();
+  slot_head* const head_at = heads.data();
   for (int i = 0; i < count; ++i) {
     offline_stTag_578 tag;
-    slot_head& head = heads[static_cast<std::size_t>(i)];
+    slot_head& head = head_at[i];
     const uint16_t n = host_request::prepare_read(driver, device, requests[i], head, tag);
-    read_comm& item = items[static_cast<std::size_t>(i)];
+    read_comm& item = item_at[i];
     fill_item(item, tag, element_size(tag.request_byte) * tag.request_word, n);
     // A BitArray's length comes from its data type.
     if (tag.request_byte == host_request::type_bit_array) item.read_format = 0x21;
