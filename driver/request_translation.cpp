@@ -48,10 +48,10 @@ uint16_t bit_unit(uint8_t byte) {
 }
 
 // Unpacks the reply bytes of one request (its type code, and its element count in the
-// item) into its slot's data area; advances the reader past them and returns how many bytes
-// of the area it wrote (all of them, save the high bytes of a string's units). A long request runs
-// on past its own slot, over the slots behind it, headers included: their type and count are
-// therefore taken from the request, never from a slot.
+// item) into its slot's data area; advances the reader past them and returns how many
+// bytes of the area it wrote (all of them, save the high bytes of a string's units). A
+// long request runs on past its own slot, over the slots behind it, headers included:
+// their type and count are therefore taken from the request, never from a slot.
 std::size_t fill_slot(uint8_t* area, std::size_t room, uint8_t type, const read_comm& item,
                       wire::le_reader& in) {
   host_request::unit_writer out(area, room);
@@ -153,9 +153,14 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
   // In request order: a fill that runs into the slots behind it is overwritten by theirs.
   for (std::size_t j = 0; j < static_cast<std::size_t>(count); ++j) {
     const std::size_t room = fill_room(bytes, in);
-    // A string's fill writes only the low byte of each unit: its area is cleared first.
     const uint8_t type = heads[j].type_code;
-    if (type == host_request::type_string) table.clear_slot_area(j);
+    // A string's fill writes only the low byte of each unit, and a reply too short for a
+    // request stops its fill part way with out_of_range: both clear the whole area first,
+    // and the short one counts all its room as written.
+    const std::size_t left = bytes.size() > in.pos() ? bytes.size() - in.pos() : 0;
+    const bool whole = std::size_t{items[j].count} * element_size(type) <= left;
+    if (type == host_request::type_string || !whole) table.clear_slot_area(j);
+    if (!whole) table.note_slot_written(j, room);
     table.finish_fill(j, fill_slot(slot_area(slots, j), room, type, items[j], in));
   }
 }

@@ -242,13 +242,18 @@ TEST_F(OnlineRequests, SingleElementOfABooleanTypeMasksBitOne) {
   EXPECT_EQ(slot_units(device_->tag_table.slot(3), 1), (std::vector<uint16_t>{1}));
 }
 
-// Regression: a reply shorter than the elements asked for must raise, not read past it.
+// Regression: a reply shorter than the elements asked for must raise, not read past it,
+// and the fill it stops stands on a cleared area: what an earlier read left is gone.
 TEST_F(OnlineRequests, ShortReplyRaisesOutOfRange) {
   load({"D"}, 0);
   resolve(0, 6, 7, 1, 0x20);
-  peer_answering({1, 2, 3});
-  auto req = requests({{0, 196, 0, 1}});
+  peer_answering({1, 2, 3, 4, 5});
+  auto req = requests({{0, 196, 0, 2}});
+  std::memset(device_->tag_table.slot(0).data, 0x77, 8);
+  device_->tag_table.note_slot_written(0, 8);
   EXPECT_THROW(driver_.outputfilter(req.data(), 1), std::out_of_range);
+  EXPECT_EQ(slot_units(device_->tag_table.slot(0), 4),
+            (std::vector<uint16_t>{0x0201, 0x0403, 0, 0}));
 }
 
 TEST_F(OnlineRequests, FailedReadKeepsTheSlotDataAndSetsStateNine) {
