@@ -62,12 +62,13 @@ void read_offline(tag_driver_offline_578& driver, device_context& device, _gui_r
     const std::size_t room = known ? std::size_t{n} * units * 2 : 0;
     host_request::unit_writer out(device.tag_table.slot_data(static_cast<std::size_t>(i), room),
                                   room);
+    // Noted before the writes, which an exception may cut short.
+    device.tag_table.note_slot_written(static_cast<std::size_t>(i), room);
     for (unsigned k = 0; k < n; ++k) {
       // Never written reads as 0, and leaves a 0 entry behind.
       const unsigned long long value = device.tag_values[element_key(tag, k)];
       if (known) out.units(value, units);
     }
-    device.tag_table.note_slot_written(static_cast<std::size_t>(i), room);
   }
 }
 
