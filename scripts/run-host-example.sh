@@ -34,3 +34,6 @@ done
 [ -n "$sim_pid" ] || { echo "no simulator could listen" >&2; cat "$work/sim.log" >&2; exit 1; }
 # shellcheck disable=SC2086  # the emulator is a command with its arguments
 $emulator "$host" "$library" "$address" "$work/plant.tags" "$root/examples/plant_tags.txt"
+# The host tool finds the driver without --lib: the one installed beside it (the unpacked
+# packages), or the one of its build tree.
+"$panelhost" read --plc "$address" --tags "$work/plant.tags" Counter >/dev/null

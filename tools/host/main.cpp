@@ -1,6 +1,9 @@
 // panelhost: drives libunitydrv.so the way an operator panel does, from the command line.
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <iostream>
+#include <string>
+#include <system_error>
 
 #include "tools/host/commands.h"
 #include "tools/host/tag_export.h"
@@ -10,11 +13,25 @@ using namespace panelhost;
 
 namespace {
 
+// The driver panelhost loads without --lib: the one installed beside it (lib/ next to
+// the bin/ it runs from, as the packages lay them out), else the one of the build tree it
+// was built in, else whatever the dynamic loader finds under the library's soname.
+std::string default_library() {
+  std::error_code error;
+  const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (!error) {
+    const auto beside = self.parent_path().parent_path() / "lib" / PANELHOST_LIBRARY_SONAME;
+    if (std::filesystem::exists(beside, error)) return beside.string();
+  }
+  if (std::filesystem::exists(PANELHOST_DEFAULT_LIBRARY, error)) return PANELHOST_DEFAULT_LIBRARY;
+  return PANELHOST_LIBRARY_SONAME;
+}
+
 // Options that name where the dictionary comes from; --offline is recorded in `offline`.
 std::vector<CLI::Option*> offline_options;
 
 CLI::Option* add_connection(CLI::App* cmd, connection_options& conn, bool needs_plc) {
-  cmd->add_option("--lib", conn.library, "path of libunitydrv.so");
+  cmd->add_option("--lib", conn.library, "path of libunitydrv.so (default: the installed one)");
   auto* plc = cmd->add_option("--plc", conn.plc, "controller IPv4 address (port 502)");
   if (needs_plc) plc->required();
   return plc;
@@ -59,7 +76,7 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", "panelhost " UNITYDRV_VERSION);
   app.require_subcommand(1);
   connection_options conn;
-  conn.library = PANELHOST_DEFAULT_LIBRARY;
+  conn.library = default_library();
   selection_options sel;
 
   auto* tags = app.add_subcommand("tags", "build or list tag files")->require_subcommand(1);
