@@ -63,6 +63,7 @@ class PanelhostCli : public ::testing::Test {
           "Motor1.Speed.X\nMotor1\n");
     ASSERT_EQ(run("tags build " + dir + "/list.txt " + dir + "/list.tags").status, 0);
     ASSERT_EQ(run("tags build " + dir + "/mistakes.txt " + dir + "/mistakes.tags").status, 0);
+    ASSERT_EQ(run("tags build --wide " + dir + "/list.txt " + dir + "/wide.tags").status, 0);
     ready = true;
   }
   void SetUp() override { ASSERT_TRUE(ready) << "no simulator or no runnable " << k_host; }
@@ -135,6 +136,8 @@ const cli_case k_cases[] = {
     {"tags check $D/list.tags $P", 0, "2 tags: 2 resolve, 0 do not"},
     {"tags check $D/mistakes.tags $P", 1, "8 tags: 1 resolve, 7 do not"},
     {"tags check $D/mistakes.tags $P --json", 1, "\"reason\": \"malformed subscript\""},
+    {"tags check $D/wide.tags $P", 1, "looks for \"C\": build the tag file without --wide"},
+    {"read $P --tags $D/wide.tags Counter", 1, "looks for \"C\""},
     {"browse $P --json", 0, "\"name\": \"ARRAY[0..9] OF INT\""},
     {"read $P --json Motor1", 1, "\"reason\": \"structure: name a member\""},
 };

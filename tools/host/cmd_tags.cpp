@@ -42,11 +42,12 @@ struct checked_tag {
   uint32_t read_format = 0;
 };
 
-checked_tag check_one(const tag_checker& checker, const std::string& name, const tag_entry& entry) {
+checked_tag check_one(const tag_checker& checker, const std::string& name, const tag_entry& entry,
+                      bool wide_names) {
   checked_tag out{checker.check(name)};
   if (out.check.ok() && entry.type_id == 0) {
     out.check.fault = tag_fault::unknown_variable;
-    out.check.message = "the driver does not resolve it";
+    out.check.message = unresolved_reason(entry.name, wide_names);
   }
   wire::basic_le_reader<std::array<unsigned char, 6>> location(entry.location);
   out.block = location.u16();
@@ -170,7 +171,8 @@ int run_tags_check(const connection_options& conn, const std::string& file, uint
   checked.reserve(names.size());
   std::size_t bad = 0;
   for (std::size_t i = 0; i < names.size(); ++i) {
-    checked.push_back(check_one(checker, names[i], *table.Get(static_cast<uint32_t>(i))));
+    checked.push_back(
+        check_one(checker, names[i], *table.Get(static_cast<uint32_t>(i)), table.wide_names != 0));
     bad += checked.back().check.ok() ? 0 : 1;
   }
   if (as_json) {

@@ -86,7 +86,8 @@ int main(int argc, char** argv) {
   auto* build = tags->add_subcommand("build", "tag file from a list of names");
   build->add_option("LIST", list)->required();
   build->add_option("OUT", out)->required();
-  build->add_flag("--wide", wide, "16-bit names");
+  build->add_flag("--wide", wide,
+                  "16-bit names (the driver reads each one only up to its first zero byte)");
   build->add_option("--offset", offset, "bytes before the tag file");
   auto* show = tags->add_subcommand("list", "the tags of a tag file");
   show->add_option("FILE", file)->required();

@@ -80,6 +80,13 @@ tag_check fault(tag_fault kind, std::string message) {
 
 }  // namespace
 
+std::string unresolved_reason(const char* driver_name, bool wide_names) {
+  if (!wide_names) return "the driver does not resolve it";
+  return "the driver reads 16-bit names up to their first zero byte and looks for \"" +
+         std::string(driver_name == nullptr ? "" : driver_name) +
+         "\": build the tag file without --wide";
+}
+
 const char* fault_name(tag_fault fault) {
   switch (fault) {
     case tag_fault::none:

@@ -36,6 +36,11 @@ struct tag_check {
   bool ok() const { return fault == tag_fault::none; }
 };
 
+// Why the driver left a tag unresolved that the dictionary has. driver_name is the name
+// the driver holds; with 16-bit names it reads each name as 8-bit text up to the first
+// zero byte, so "Motor" becomes "M", and says so.
+std::string unresolved_reason(const char* driver_name, bool wide_names);
+
 class tag_checker {
  public:
   explicit tag_checker(const dictionary& dict) : dict_(dict) {}

@@ -28,7 +28,8 @@ std::map<std::string, type_choice> type_overrides(const std::vector<std::string>
 }
 
 struct resolved_types {
-  std::vector<uint16_t> type_ids;  // 0: the tag did not resolve
+  std::vector<uint16_t> type_ids;    // 0: the tag did not resolve
+  std::vector<std::string> reasons;  // why, for each one that did not
 };
 
 resolved_types resolve_against(const std::string& tag_file, const dictionary& dict) {
@@ -36,7 +37,12 @@ resolved_types resolve_against(const std::string& tag_file, const dictionary& di
   table.Read(tag_file.c_str(), 0);
   table.setup_memory_index_in_place(dict.tables, dict.struct_members);
   resolved_types out;
-  for (uint32_t i = 0; i < table.tag_count; ++i) out.type_ids.push_back(table.Get(i)->type_id);
+  for (uint32_t i = 0; i < table.tag_count; ++i) {
+    const tag_entry& entry = *table.Get(i);
+    out.type_ids.push_back(entry.type_id);
+    out.reasons.push_back(entry.type_id == 0 ? unresolved_reason(entry.name, table.wide_names != 0)
+                                             : std::string());
+  }
   return out;
 }
 
@@ -116,7 +122,7 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
         continue;
       }
       if (resolved.type_ids.at(positions_[i]) == 0) {
-        errors.push_back({choice.name, "not resolved", "the driver does not resolve it"});
+        errors.push_back({choice.name, "not resolved", resolved.reasons.at(positions_[i])});
         continue;
       }
       shape = shape_of_type(check.type_id, dict->data_types);
