@@ -76,10 +76,10 @@ std::size_t fill_slot(uint8_t* area, std::size_t room, uint8_t type, const read_
   return out.pos();
 }
 
-// What a fill can write: never more than two bytes per reply byte left, and the clear.
-std::size_t fill_room(const std::vector<unsigned char>& bytes, const wire::le_reader& in) {
-  const std::size_t left = bytes.size() > in.pos() ? bytes.size() - in.pos() : 0;
-  return std::max<std::size_t>(512, 2 * left);
+// What a fill can write with left reply bytes to go: never more than two bytes per byte,
+// and the clear.
+std::size_t fill_room(std::size_t left) {
+  return std::max(slot_cleared_bytes, 2 * left);
 }
 
 // The write size of a type: STRING counts 2 here although it reads 1 byte per element.
@@ -152,12 +152,12 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
   wire::le_reader in(bytes);
   // In request order: a fill that runs into the slots behind it is overwritten by theirs.
   for (std::size_t j = 0; j < static_cast<std::size_t>(count); ++j) {
-    const std::size_t room = fill_room(bytes, in);
+    const std::size_t left = bytes.size() > in.pos() ? bytes.size() - in.pos() : 0;
+    const std::size_t room = fill_room(left);
     const uint8_t type = heads[j].type_code;
     // A string's fill writes only the low byte of each unit, and a reply too short for a
     // request stops its fill part way with out_of_range: both clear the whole area first,
     // and the short one counts all its room as written.
-    const std::size_t left = bytes.size() > in.pos() ? bytes.size() - in.pos() : 0;
     const bool whole = std::size_t{items[j].count} * element_size(type) <= left;
     if (type == host_request::type_string || !whole) table.clear_slot_area(j);
     if (!whole) table.note_slot_written(j, room);

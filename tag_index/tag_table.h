@@ -85,15 +85,11 @@ class offline_CTagTable_578 {
       const std::map<std::string, table>& tables,
       const std::map<unsigned short, std::vector<data_type>>& struct_members);
 
-  // Slot i of the last host request; grown on demand, never shrunk. Inline: the read
-  // cycle asks for every slot twice.
+  // Slot i of the last host request; grown on demand, never shrunk.
   result_slot& slot(std::size_t i) {
     if (i >= result_slots_.size()) grow_slots(i + 1);
     return result_slots_[i];
   }
-  // The data area of slot i, with length bytes of room from its start. The slots are one
-  // consecutive block, so a fill or copy longer than one data area runs on through the
-  // slots behind it; the block grows to hold it. Valid until the block grows again.
   // The slots of a request of count positions, grown once so that the last one's data
   // area has tail bytes of room; address them with slot_area. Valid until the block grows.
   result_slot* slots(std::size_t count, std::size_t tail) {
@@ -115,8 +111,7 @@ class offline_CTagTable_578 {
   // area (on into the slots behind it when longer): clears the rest of the cleared part.
   void finish_fill(std::size_t i, std::size_t length) {
     if (length >= slot_cleared_bytes) {
-      note_slot_written(i, length);
-      written_[i] = slot_cleared_bytes;
+      note_slot_written(i, length);  // the whole cleared part is written over
       return;
     }
     if (written_[i] > length) std::memset(area(i) + length, 0, written_[i] - length);
@@ -131,6 +126,9 @@ class offline_CTagTable_578 {
       written_[i] = static_cast<uint16_t>(std::min(length, slot_cleared_bytes));
     }
   }
+  // The data area of slot i, with length bytes of room from its start. The slots are one
+  // consecutive block, so a fill or copy longer than one data area runs on through the
+  // slots behind it; the block grows to hold it. Valid until the block grows again.
   uint8_t* slot_data(std::size_t i, std::size_t length) {
     constexpr std::size_t stride = sizeof(result_slot);
     const std::size_t begin = i * stride + offsetof(result_slot, data);
