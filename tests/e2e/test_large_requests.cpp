@@ -2,12 +2,12 @@
 // tests/e2e/large_arrays.json (600 INT, 300 DINT, 300 LINT) and offline.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <string>
 #include <vector>
 
+#include "support/open_file_limit.h"
 #include "support/plant_device.h"
 
 namespace {
@@ -161,14 +161,9 @@ TEST_F(LargeRequests, DeviceWithASocketPastDescriptor1023IsServed) {
       {"Doubles", UNITYDRV_TYPE_DINT, 4, 0, 300},
       {"Longs", UNITYDRV_TYPE_LINT, 8, 7, 2},
   };
-  rlimit files{};
-  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &files), 0);
-  if (files.rlim_max < 1200) GTEST_SKIP() << "the hard limit on open files is below 1200";
-  const rlimit before = files;
-  if (files.rlim_cur < 1200) {
-    files.rlim_cur = 1200;
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &files), 0);
-  }
+  open_file_limit files(1200);
+  if (!files.allowed()) GTEST_SKIP() << "the hard limit on open files is below 1200";
+  ASSERT_TRUE(files.raise());
   {
     descriptor_filler filler(1100);
     ASSERT_GT(filler.held(), 0u);
@@ -183,7 +178,6 @@ TEST_F(LargeRequests, DeviceWithASocketPastDescriptor1023IsServed) {
     lib_->CloseDevice(0, device_);
     device_ = nullptr;
   }
-  ::setrlimit(RLIMIT_NOFILE, &before);
 }
 
 }  // namespace

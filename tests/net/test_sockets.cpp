@@ -1,7 +1,6 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -14,6 +13,7 @@
 #include "net/socket_address.h"
 #include "net/socket_functions.h"
 #include "net/udp_socket.h"
+#include "support/open_file_limit.h"
 
 namespace {
 
@@ -141,14 +141,9 @@ TEST(ServerSocket, SelectReadTimesOutWithoutClient) {
 // The wait gives select's results for every kind of descriptor it may be handed: ready,
 // not ready, numbered past select's limit, and closed (-1 with EBADF, as select fails).
 TEST(DescriptorWait, ResultsAreSelectsForAnyDescriptor) {
-  rlimit files{};
-  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &files), 0);
-  if (files.rlim_max < 1100) GTEST_SKIP() << "the hard limit on open files is below 1100";
-  const rlimit files_before = files;
-  if (files.rlim_cur < 1100) {
-    files.rlim_cur = 1100;
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &files), 0);
-  }
+  open_file_limit files(1100);
+  if (!files.allowed()) GTEST_SKIP() << "the hard limit on open files is below 1100";
+  ASSERT_TRUE(files.raise());
   int pair[2];
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
   const int high = ::fcntl(pair[0], F_DUPFD, FD_SETSIZE + 6);
@@ -184,7 +179,6 @@ TEST(DescriptorWait, ResultsAreSelectsForAnyDescriptor) {
   ::close(high);
   ::close(pair[0]);
   ::close(pair[1]);
-  ::setrlimit(RLIMIT_NOFILE, &files_before);
 }
 
 TEST(UdpSocket, DatagramRoundTripReportsSender) {
