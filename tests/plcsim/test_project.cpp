@@ -1,4 +1,9 @@
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <string>
@@ -133,3 +138,36 @@ TEST(project, GeneratedProjectSurvivesJsonRoundTrip) {
 }
 
 }  // namespace
+
+// A program download replaces the dictionary and the memory and drops open connections.
+TEST(project, ProgramDownloadReplacesProjectAndClosesConnections) {
+  plcsim::server srv(plant());
+  ASSERT_TRUE(srv.start_on_free_loopback(0));
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in sa{};
+  sa.sin_family = AF_INET;
+  sa.sin_port = htons(srv.port());
+  ::inet_pton(AF_INET, srv.address().c_str(), &sa.sin_addr);
+  ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa), 0);
+  for (int i = 0; i < 200 && srv.connection_count() == 0; ++i) ::usleep(10000);
+  ASSERT_EQ(srv.connection_count(), 1u);
+
+  plcsim::project next = plcsim::parse_project(
+      R"({"types": [], "variables": [{"name": "Level", "type": 4, "block": 3, "offset": 8,
+          "value": 7}]})");
+  srv.load_program(next);
+  uint16_t block = 0;
+  uint32_t offset = 0;
+  EXPECT_FALSE(srv.variable_location("Counter", block, offset));
+  ASSERT_TRUE(srv.variable_location("Level", block, offset));
+  EXPECT_EQ(block, 3);
+  EXPECT_EQ(offset, 8u);
+  EXPECT_EQ(srv.read_memory(3, 8, 2), hex("07 00"));
+  EXPECT_EQ(srv.read_memory(1, 96, 2), hex("00 00"));  // the old Counter's bytes are gone
+
+  pollfd pfd{fd, POLLIN, 0};
+  ASSERT_EQ(::poll(&pfd, 1, 2000), 1);  // the server closes its end
+  char c = 0;
+  EXPECT_EQ(::recv(fd, &c, 1, 0), 0);
+  ::close(fd);
+}

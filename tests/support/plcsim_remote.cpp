@@ -7,6 +7,7 @@
 //   requests | connections              -> count
 //   memory BLOCK OFFSET N               -> N bytes in hex
 //   location NAME                       -> "BLOCK OFFSET" or "none"
+//   program PROJECT.json                -> "ok" (a program download) or "fail"
 #include <cstdio>
 #include <iostream>
 #include <sstream>
@@ -63,6 +64,16 @@ std::string answer(plcsim::server& srv, const std::string& line) {
     uint32_t offset = 0;
     if (!srv.variable_location(name, block, offset)) return "none";
     return std::to_string(block) + " " + std::to_string(offset);
+  }
+  if (cmd == "program") {
+    std::string path;
+    in >> path;
+    try {
+      srv.load_program(plcsim::load_project_file(path));
+    } catch (const std::exception&) {
+      return "fail";
+    }
+    return "ok";
   }
   return "fail";
 }

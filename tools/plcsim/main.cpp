@@ -13,8 +13,23 @@
 namespace {
 
 volatile std::sig_atomic_t stop_requested = 0;
+volatile std::sig_atomic_t reload_requested = 0;
 void on_signal(int) {
   stop_requested = 1;
+}
+void on_hangup(int) {
+  reload_requested = 1;
+}
+
+// SIGHUP reads the project file again, as a program download to the controller would change it.
+void reload(plcsim::server& srv, const std::string& project_file) {
+  reload_requested = 0;
+  try {
+    srv.load_program(plcsim::load_project_file(project_file));
+    std::cout << "plcsim: program reloaded from " << project_file << std::endl;
+  } catch (const std::exception& e) {
+    std::cerr << "plcsim: program not reloaded: " << e.what() << std::endl;
+  }
 }
 
 int write_generated(std::size_t vars, std::size_t types, bool m580, const std::string& out) {
@@ -46,9 +61,13 @@ int serve(const std::string& project_file, std::string listen, const std::string
   }
   std::signal(SIGINT, on_signal);
   std::signal(SIGTERM, on_signal);
+  std::signal(SIGHUP, on_hangup);
   std::cout << "plcsim: listening on " << srv.address() << ':' << srv.port() << " ("
             << srv.loaded_project().plc_type << ")" << std::endl;
-  while (!stop_requested) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  while (!stop_requested) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    if (reload_requested) reload(srv, project_file);
+  }
   srv.stop();
   return 0;
 }

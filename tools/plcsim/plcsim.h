@@ -98,7 +98,12 @@ class server {
   // Location of a variable of the project: block and byte offset; false if unknown.
   bool variable_location(const std::string& name, uint16_t& block, uint32_t& offset) const;
 
-  const project& loaded_project() const;
+  // A program download: the project is replaced, memory is laid out afresh from its initial
+  // values and every open connection is closed, as a controller does when its program changes.
+  // Thread-safe; later requests see only the new project.
+  void load_program(project p);
+
+  const project& loaded_project() const;  // not to be held across load_program()
   uint32_t table_address() const;
   uint64_t dictionary_handle() const;
 

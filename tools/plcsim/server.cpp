@@ -44,8 +44,10 @@ struct connection {
 }  // namespace
 
 struct server::impl {
+  mutable std::mutex proj_mu;  // a program download replaces proj and memory
   project proj;
-  sim_memory memory;
+  std::unique_ptr<sim_memory> memory = std::make_unique<sim_memory>();
+  std::atomic<uint64_t> program{0};  // counts program downloads; connections of an older one close
   mutable std::mutex fault_mu;
   faults fault;
   std::atomic<uint64_t> requests{0};
@@ -59,7 +61,15 @@ struct server::impl {
   std::list<connection> conns;
   std::unique_ptr<pcap_writer> capture;  // null unless traffic is recorded
 
-  explicit impl(project p) : proj(std::move(p)) {}
+  explicit impl(project p) : proj(std::move(p)) { lay_out_memory(); }
+
+  // Identification reads the dictionary handle from block 0x0030, bytes 5..12.
+  void lay_out_memory() {
+    memory = std::make_unique<sim_memory>();
+    memory->write(0x0030, 5, msg_writer().le64(proj.dictionary_handle).bytes());
+    for (const auto& [block, runs] : proj.initial)
+      for (const auto& [offset, bytes] : runs) memory->write(block, offset, bytes);
+  }
 
   faults current_faults() const {
     std::lock_guard<std::mutex> lock(fault_mu);
@@ -81,7 +91,8 @@ struct server::impl {
       reply = error_reply(request, 7);
       reply.insert(reply.begin(), unity_function);
     } else {
-      reply = answer_unity(proj, memory, request);
+      std::lock_guard<std::mutex> lock(proj_mu);
+      reply = answer_unity(proj, *memory, request);
       reply.insert(reply.begin(), unity_function);
     }
     msg_writer w;
@@ -136,12 +147,12 @@ struct server::impl {
     return true;
   }
 
-  void serve_connection(int fd, connection* self) {
+  void serve_connection(int fd, connection* self, uint64_t my_program) {
     int stream =
         capture ? capture->open_stream(end_of(fd, ::getpeername), end_of(fd, ::getsockname)) : 0;
     byte_vector buf;
     uint8_t chunk[4096];
-    while (running) {
+    while (running && program == my_program) {
       pollfd pfd{fd, POLLIN, 0};
       int r = ::poll(&pfd, 1, poll_ms);
       if (r < 0) break;
@@ -182,16 +193,20 @@ struct server::impl {
       std::lock_guard<std::mutex> lock(conn_mu);
       conns.emplace_back();
       connection* c = &conns.back();
-      c->thread = std::thread([this, fd, c] { serve_connection(fd, c); });
+      c->thread = std::thread([this, fd, c, p = program.load()] { serve_connection(fd, c, p); });
     }
   }
 };
 
-server::server(project p) : impl_(std::make_unique<impl>(std::move(p))) {
-  // Identification reads the dictionary handle from block 0x0030, bytes 5..12.
-  impl_->memory.write(0x0030, 5, msg_writer().le64(impl_->proj.dictionary_handle).bytes());
-  for (const auto& [block, runs] : impl_->proj.initial)
-    for (const auto& [offset, bytes] : runs) impl_->memory.write(block, offset, bytes);
+server::server(project p) : impl_(std::make_unique<impl>(std::move(p))) {}
+
+void server::load_program(project p) {
+  {
+    std::lock_guard<std::mutex> lock(impl_->proj_mu);
+    impl_->proj = std::move(p);
+    impl_->lay_out_memory();
+  }
+  ++impl_->program;
 }
 
 server::~server() {
@@ -273,15 +288,18 @@ std::size_t server::connection_count() const {
 }
 
 std::vector<uint8_t> server::read_memory(uint16_t block, uint32_t offset, std::size_t n) const {
-  return impl_->memory.read(block, offset, n);
+  std::lock_guard<std::mutex> lock(impl_->proj_mu);
+  return impl_->memory->read(block, offset, n);
 }
 
 void server::write_memory(uint16_t block, uint32_t offset, const std::vector<uint8_t>& bytes) {
-  impl_->memory.write(block, offset, bytes);
+  std::lock_guard<std::mutex> lock(impl_->proj_mu);
+  impl_->memory->write(block, offset, bytes);
 }
 
 bool server::variable_location(const std::string& name, uint16_t& block, uint32_t& offset) const {
   uint16_t type = 0;
+  std::lock_guard<std::mutex> lock(impl_->proj_mu);
   return resolve_location(impl_->proj, name, block, offset, type);
 }
 
