@@ -49,6 +49,9 @@ session open_session(const connection_options& conn, const selection_options& se
   const std::unique_ptr<dictionary> dict = dictionary_for(conn);
   s.tags = s.selection->requests(dict.get(), s.refused);
   for (const tag_refusal& r : s.refused) std::cerr << "panelhost: " << r.text() << '\n';
+  for (const tag_refusal& n : s.selection->notes()) {
+    std::cerr << "panelhost: note: " << n.text() << '\n';
+  }
   if (!s.refused.empty() && all_or_nothing) {
     throw std::runtime_error("nothing written: " + std::to_string(s.refused.size()) +
                              " tag(s) refused");

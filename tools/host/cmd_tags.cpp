@@ -44,11 +44,7 @@ struct checked_tag {
 
 checked_tag check_one(const tag_checker& checker, const std::string& name, const tag_entry& entry,
                       bool wide_names) {
-  checked_tag out{checker.check(name)};
-  if (out.check.ok() && entry.type_id == 0) {
-    out.check.fault = tag_fault::unknown_variable;
-    out.check.message = unresolved_reason(entry.name, wide_names);
-  }
+  checked_tag out{checker.check(name, entry, wide_names)};
   wire::basic_le_reader<std::array<unsigned char, 6>> location(entry.location);
   out.block = location.u16();
   out.offset = location.u32() + entry.member_offset;
@@ -70,9 +66,20 @@ void print_check_json(const std::vector<std::string>& names, const std::vector<c
                              {"type", type_text(c, dict)},
                              {"format", tags[i].read_format}};
     if (c.element) fields["element"] = c.element_number;
+    if (!c.notes.empty()) fields["notes"] = c.notes;
     report.add_tag(names[i], true, fields);
   }
   report.print(std::cout);
+}
+
+void print_notes(const std::vector<std::string>& names, const std::vector<checked_tag>& tags) {
+  bool first = true;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    for (const std::string& note : tags[i].check.notes) {
+      std::cout << (first ? "\nNotes:\n" : "") << names[i] << ": " << note << '\n';
+      first = false;
+    }
+  }
 }
 
 // Resolved tags stream out line by line (a file may hold millions); the few that fail
@@ -105,6 +112,7 @@ void print_check_tables(const std::vector<std::string>& names, const std::vector
          c.element ? std::to_string(c.element_number) : "", type_text(c, dict),
          std::to_string(tags[i].read_format));
   }
+  print_notes(names, tags);
   if (bad == 0) return;
   std::cout << (bad < names.size() ? "\n" : "") << "Not resolved:\n";
   failed.print(std::cout);

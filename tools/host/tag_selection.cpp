@@ -27,25 +27,6 @@ std::map<std::string, type_choice> type_overrides(const std::vector<std::string>
   return out;
 }
 
-struct resolved_types {
-  std::vector<uint16_t> type_ids;    // 0: the tag did not resolve
-  std::vector<std::string> reasons;  // why, for each one that did not
-};
-
-resolved_types resolve_against(const std::string& tag_file, const dictionary& dict) {
-  offline_CTagTable_578 table;
-  table.Read(tag_file.c_str(), 0);
-  table.setup_memory_index_in_place(dict.tables, dict.struct_members);
-  resolved_types out;
-  for (uint32_t i = 0; i < table.tag_count; ++i) {
-    const tag_entry& entry = *table.Get(i);
-    out.type_ids.push_back(entry.type_id);
-    out.reasons.push_back(entry.type_id == 0 ? unresolved_reason(entry.name, table.wide_names != 0)
-                                             : std::string());
-  }
-  return out;
-}
-
 }  // namespace
 
 temp_tag_file::temp_tag_file(const std::vector<tag_choice>& tags) {
@@ -104,9 +85,15 @@ tag_selection::tag_selection(const selection_options& options) : options_(option
 std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
                                                   std::vector<tag_refusal>& errors) const {
   const auto overrides = type_overrides(options_.types);
-  const resolved_types resolved = dict ? resolve_against(tag_file_, *dict) : resolved_types{};
+  // The tags resolved as the driver resolves them, so that each is checked where the
+  // driver will place it.
+  offline_CTagTable_578 table;
   std::optional<tag_checker> checker;
-  if (dict) checker.emplace(*dict);
+  if (dict) {
+    table.Read(tag_file_.c_str(), 0);
+    table.setup_memory_index_in_place(dict->tables, dict->struct_members);
+    checker.emplace(*dict);
+  }
   errors.insert(errors.end(), errors_.begin(), errors_.end());
   std::vector<selected_tag> out;
   for (std::size_t i = 0; i < chosen_.size(); ++i) {
@@ -116,15 +103,13 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
     tag_shape shape;
     uint32_t elements = 1;
     if (checker) {
-      const tag_check check = checker->check(choice.name);
+      const tag_check check =
+          checker->check(choice.name, *table.Get(positions_[i]), table.wide_names != 0);
       if (!check.ok()) {
         errors.push_back({choice.name, fault_name(check.fault), check.message});
         continue;
       }
-      if (resolved.type_ids.at(positions_[i]) == 0) {
-        errors.push_back({choice.name, "not resolved", resolved.reasons.at(positions_[i])});
-        continue;
-      }
+      if (check.counting_note) notes_.push_back({choice.name, "note", check.notes.back()});
       shape = shape_of_type(check.type_id, dict->data_types);
       elements = shape.is_array ? shape.count : 1;
       if (check.element) {
@@ -148,7 +133,7 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
       errors.push_back(
           {choice.name, "no type",
            (dict ? "no PLC type fits " +
-                       dictionary_type_name(resolved.type_ids.at(positions_[i]), dict->data_types) +
+                       dictionary_type_name(table.Get(positions_[i])->type_id, dict->data_types) +
                        ": give Name:TYPE in the list or --type Name=TYPE"
                  : "no type (a tag file carries no types): give Name:TYPE "
                    "in the list, --type Name=TYPE, or --offline PROJECT.json")});

@@ -61,6 +61,9 @@ class tag_selection {
   // the others are returned in order.
   std::vector<selected_tag> requests(const dictionary* dict,
                                      std::vector<tag_refusal>& errors) const;
+  // Resolved tags worth a word (a structure-array subscript counted apart from its
+  // declared bounds), filled by requests().
+  const std::vector<tag_refusal>& notes() const { return notes_; }
 
  private:
   selection_options options_;
@@ -70,6 +73,7 @@ class tag_selection {
   std::vector<tag_choice> chosen_;
   std::vector<uint32_t> positions_;
   std::vector<tag_refusal> errors_;
+  mutable std::vector<tag_refusal> notes_;
 
   std::string apply_range(const tag_shape& shape, uint32_t elements, host_request& request) const;
 };
