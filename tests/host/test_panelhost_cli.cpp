@@ -6,17 +6,25 @@
 
 #include <array>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
+#include <map>
 #include <memory>
+#include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 #include <thread>
 
 #include "support/plant_device.h"
+#include "tools/plcsim/project_layout.h"
 
 namespace {
 
 const std::string k_lib = UNITYDRV_LIBRARY_PATH;
 const std::string k_plant = std::string(UNITYDRV_SOURCE_DIR) + "/examples/plant.json";
+// Arrays that start at 1, as integrators declare them.
+const std::string k_commissioning =
+    std::string(UNITYDRV_SOURCE_DIR) + "/tests/host/commissioning.json";
 #if defined(UNITYDRV_EMULATOR)
 // Each emulated start translates the whole program again: allow it more time.
 const std::string k_host = "timeout 60 " UNITYDRV_EMULATOR " " + k_lib.substr(0, k_lib.rfind('/')) +
@@ -82,6 +90,9 @@ class PanelhostCli : public ::testing::Test {
     for (auto at = args.find("$P"); at != std::string::npos; at = args.find("$P")) {
       args.replace(at, 2, plc);
     }
+    for (auto at = args.find("$C"); at != std::string::npos; at = args.find("$C")) {
+      args.replace(at, 2, k_commissioning);
+    }
     return args;
   }
 
@@ -97,7 +108,9 @@ std::string PanelhostCli::plc;
 std::string PanelhostCli::dir;
 
 struct cli_case {
-  const char* args;  // $D: the test's directory, $P: --plc and the simulator's address
+  // $D: the test's directory, $P: --plc and the simulator's address, $C: the project of
+  // arrays that start at 1
+  const char* args;
   int status;
   const char* output_part;
 };
@@ -140,6 +153,20 @@ const cli_case k_cases[] = {
     {"read $P --tags $D/wide.tags Counter", 1, "looks for \"C\""},
     {"browse $P --json", 0, "\"name\": \"ARRAY[0..9] OF INT\""},
     {"read $P --json Motor1", 1, "\"reason\": \"structure: name a member\""},
+    // The driver counts structure-array subscripts from 0 whatever the declared low bound.
+    {"read --offline $C Pumps[3].Speed", 1,
+     "Pumps[3].Speed lies past Pumps (ARRAY[1..3] OF PUMP): the driver counts structure-array "
+     "subscripts from 0; the element declared as Pumps[3] is Pumps[2].Speed"},
+    {"write --offline $C Line.Spare[2].Mode=1", 1,
+     "the element declared as Line.Spare[2] is Line.Spare[1].Mode"},
+    {"read --offline $C Pumps[-1].Speed", 1, "Pumps[-1].Speed lies before Pumps"},
+    {"read --offline $C Pumps[1].Speed", 0,
+     "note: tag 'Pumps[1].Speed': the driver counts structure-array subscripts from 0: "
+     "Pumps[1].Speed is the element declared as Pumps[2].Speed"},
+    {"read $P Line[4].Speed", 1,
+     "Line[4].Speed lies past Line (ARRAY[0..3] OF MOTOR): Line takes subscripts 0..3"},
+    {"tags check $D/mistakes.tags $P", 1,
+     "Levels[3]: the driver addresses all of Levels; the host selects element 3"},
 };
 
 TEST_F(PanelhostCli, MistakesGetTheirMessageAndStatus) {
@@ -184,6 +211,48 @@ TEST_F(PanelhostCli, ExportBuildCheckRoundTrips) {
     EXPECT_EQ(r.status, 0) << r.output;
     EXPECT_NE(r.output.find("78 tags: 78 resolve, 0 do not"), std::string::npos) << r.output;
   }
+}
+
+// Over a project whose arrays start at 1, every exported tag resolves to the element the
+// export meant: the driver's block and byte (plus the host's element index) equal the
+// simulator's own layout of the declared name.
+TEST_F(PanelhostCli, ExportedElementsOfLowBoundArraysResolveWhereDeclared) {
+  const std::string project = std::string(UNITYDRV_SOURCE_DIR) + "/tests/host/commissioning.json";
+  ASSERT_EQ(run("tags export --elements --offline " + project + " " + dir + "/low.txt").status, 0);
+  ASSERT_EQ(run("tags build " + dir + "/low.txt " + dir + "/low.tags").status, 0);
+  const run_result check = run("tags check --json " + dir + "/low.tags --offline " + project);
+  ASSERT_EQ(check.status, 0) << check.output;
+  // "# Pumps[0] is the element declared as Pumps[1] (...)": driver prefix -> declared one.
+  std::map<std::string, std::string> declared_prefix;
+  std::ifstream list(dir + "/low.txt");
+  for (std::string line; std::getline(list, line);) {
+    const auto is = line.find(" is the element declared as ");
+    if (line.rfind("# ", 0) != 0 || is == std::string::npos) continue;
+    const auto from = is + std::strlen(" is the element declared as ");
+    declared_prefix[line.substr(2, is - 2)] = line.substr(from, line.find(" (") - from);
+  }
+  EXPECT_EQ(declared_prefix["Pumps[2]"], "Pumps[3]");
+  EXPECT_EQ(declared_prefix["Line.Spare[0]"], "Line.Spare[1]");
+  const plcsim::project p = plcsim::load_project_file(project);
+  const std::size_t begin = check.output.find("{\n"), end = check.output.rfind("\n}") + 2;
+  const auto doc = nlohmann::json::parse(check.output.substr(begin, end - begin));
+  std::size_t checked = 0;
+  for (const auto& tag : doc.at("tags")) {
+    const std::string exported = tag.at("name").get<std::string>();
+    std::string name = exported;
+    for (const auto& [driver, declared] : declared_prefix) {
+      if (exported.rfind(driver + ".", 0) == 0) name = declared + exported.substr(driver.size());
+    }
+    uint16_t block = 0, type = 0;
+    uint32_t offset = 0;
+    ASSERT_TRUE(plcsim::resolve_location(p, name, block, offset, type)) << name;
+    const uint64_t element = tag.value("element", 0u);
+    EXPECT_EQ(tag.at("block").get<uint16_t>(), block) << name;
+    EXPECT_EQ(tag.at("offset").get<uint64_t>() + element * plcsim::type_size(p, type), offset)
+        << exported << " meant as " << name;
+    ++checked;
+  }
+  EXPECT_EQ(checked, 45u);
 }
 
 // watch showed "(read failed)" for ever after the controller restarted.
