@@ -7,6 +7,7 @@
 #include "tools/common/tag_file_writer.h"
 #include "tools/host/commands.h"
 #include "tools/host/dictionary_shape.h"
+#include "tools/host/driver_resolution.h"
 #include "tools/host/json_report.h"
 #include "tools/host/offline_project.h"
 #include "tools/host/plc_type.h"
@@ -173,7 +174,7 @@ int run_tags_check(const connection_options& conn, const std::string& file, uint
   const dictionary dict = load_dictionary(conn);
   offline_CTagTable_578 table;
   table.Read(file.c_str(), offset);
-  table.setup_memory_index_in_place(dict.tables, dict.struct_members);
+  const std::optional<uint32_t> stop = resolve_as_driver(table, dict);
   const tag_checker checker(dict);
   std::vector<checked_tag> checked;
   checked.reserve(names.size());
@@ -181,6 +182,8 @@ int run_tags_check(const connection_options& conn, const std::string& file, uint
   for (std::size_t i = 0; i < names.size(); ++i) {
     checked.push_back(
         check_one(checker, names[i], *table.Get(static_cast<uint32_t>(i)), table.wide_names != 0));
+    explain_stop(checked.back().check, static_cast<uint32_t>(i), stop,
+                 stop ? names.at(*stop) : std::string());
     bad += checked.back().check.ok() ? 0 : 1;
   }
   if (as_json) {

@@ -80,7 +80,21 @@ tag_check fault(tag_fault kind, std::string message) {
   return c;
 }
 
+std::string malformed_message(const std::string& name, const std::string& part) {
+  return part.find_first_of("[]") == std::string::npos
+             ? "empty name part in '" + name + "'"
+             : "malformed subscript in '" + part +
+                   "' (expected integers in one bracket group, e.g. A[3] or M[1, 2])";
+}
+
 }  // namespace
+
+std::string name_syntax_error(const std::string& name) {
+  for (const std::string& part : split_at_dots(name)) {
+    if (!parse_part(part)) return malformed_message(name, part);
+  }
+  return "";
+}
 
 std::string unresolved_reason(const char* driver_name, bool wide_names) {
   if (!wide_names) return "the driver does not resolve it";
@@ -179,13 +193,7 @@ tag_check tag_checker::check(const std::string& name) const {
   std::string path;
   for (std::size_t i = 0; i < texts.size(); ++i) {
     const std::optional<name_part> part = parse_part(texts[i]);
-    if (!part) {
-      return fault(tag_fault::malformed,
-                   texts[i].find_first_of("[]") == std::string::npos
-                       ? "empty name part in '" + name + "'"
-                       : "malformed subscript in '" + texts[i] +
-                             "' (expected integers in one bracket group, e.g. A[3] or M[1, 2])");
-    }
+    if (!part) return fault(tag_fault::malformed, malformed_message(name, texts[i]));
     tag_check step =
         i == 0 ? variable_step(part->ident, result) : member_step(part->ident, path, result);
     if (!step.ok()) return step;

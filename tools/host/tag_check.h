@@ -45,6 +45,11 @@ struct tag_check {
   bool ok() const { return fault == tag_fault::none; }
 };
 
+// Why a name cannot be read at all (an empty part, a subscript that is not a list of
+// integers), or "" when it can. The driver gives up on the rest of a tag table at such a
+// name.
+std::string name_syntax_error(const std::string& name);
+
 // Why the driver left a tag unresolved that the dictionary has. driver_name is the name
 // the driver holds; with 16-bit names it reads each name as 8-bit text up to the first
 // zero byte, so "Motor" becomes "M", and says so.

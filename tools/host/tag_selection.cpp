@@ -5,11 +5,13 @@
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
+#include <set>
 #include <stdexcept>
 
 #include "tag_index/tag_table.h"
 #include "tools/common/tag_file_writer.h"
 #include "tools/host/dictionary_shape.h"
+#include "tools/host/driver_resolution.h"
 #include "tools/host/nearest_name.h"
 #include "tools/host/tag_check.h"
 #include "unitydrv/unitydrv.h"
@@ -50,15 +52,27 @@ temp_tag_file::~temp_tag_file() {
 tag_selection::tag_selection(const selection_options& options) : options_(options) {
   std::vector<tag_choice> named;
   for (const std::string& n : options.names) named.push_back(parse_tag_choice(n));
+  std::set<std::string> unreadable;
   if (!options.tag_file.empty()) {
     tag_file_ = options.tag_file;
   } else {
     const std::vector<tag_choice> listed =
         options.list_file.empty() ? named : read_tag_list(options.list_file);
     if (listed.empty()) throw std::runtime_error("no tags given");
-    temp_ = std::make_unique<temp_tag_file>(listed);
+    // A name the driver cannot read would stop it resolving the tags behind it: leave it
+    // out of the tag file and refuse it.
+    std::vector<tag_choice> readable;
+    for (const tag_choice& l : listed) {
+      if (std::string error = name_syntax_error(l.name); !error.empty()) {
+        errors_.push_back({l.name, fault_name(tag_fault::malformed), error});
+        unreadable.insert(l.name);
+      } else {
+        readable.push_back(l);
+      }
+    }
+    temp_ = std::make_unique<temp_tag_file>(readable);
     tag_file_ = temp_->path();
-    if (named.empty()) named = listed;
+    if (named.empty()) named = readable;
     // The list's types hold unless a name on the command line gives its own.
     for (tag_choice& n : named) {
       auto it = std::find_if(listed.begin(), listed.end(),
@@ -71,6 +85,7 @@ tag_selection::tag_selection(const selection_options& options) : options_(option
     for (const std::string& n : file_names_) named.push_back({n, {}});
   }
   for (const tag_choice& n : named) {
+    if (unreadable.count(n.name) != 0) continue;
     auto it = std::find(file_names_.begin(), file_names_.end(), n.name);
     if (it == file_names_.end()) {
       errors_.push_back(
@@ -88,10 +103,11 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
   // The tags resolved as the driver resolves them, so that each is checked where the
   // driver will place it.
   offline_CTagTable_578 table;
+  std::optional<uint32_t> stop;
   std::optional<tag_checker> checker;
   if (dict) {
     table.Read(tag_file_.c_str(), 0);
-    table.setup_memory_index_in_place(dict->tables, dict->struct_members);
+    stop = resolve_as_driver(table, *dict);
     checker.emplace(*dict);
   }
   errors.insert(errors.end(), errors_.begin(), errors_.end());
@@ -103,8 +119,9 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
     tag_shape shape;
     uint32_t elements = 1;
     if (checker) {
-      const tag_check check =
+      tag_check check =
           checker->check(choice.name, *table.Get(positions_[i]), table.wide_names != 0);
+      explain_stop(check, positions_[i], stop, stop ? file_names_.at(*stop) : std::string());
       if (!check.ok()) {
         errors.push_back({choice.name, fault_name(check.fault), check.message});
         continue;
