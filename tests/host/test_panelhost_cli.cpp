@@ -66,6 +66,9 @@ class PanelhostCli : public ::testing::Test {
     dir = mkdtemp(pattern);
     write(dir + "/list.txt", "Counter:INT\nLevels\n");
     write(dir + "/garbage.bin", std::string("\x13\x99\xfe\x01garbage\xff\x00\x07zz", 16));
+    write(dir + "/noblock.json", R"({"variables": [{"name": "Counter", "type": 4, "offset": 2}]})");
+    write(dir + "/unreadable.txt", "Levels\nPumps[x].Speed\nLabel\n");
+    ASSERT_EQ(run("tags build " + dir + "/unreadable.txt " + dir + "/unreadable.tags").status, 0);
     write(dir + "/mistakes.txt",
           "Levels[3]\nTmperature\nLine[1].Sped\nLevels[10]\nTemperature[3]\nLevels[x]\n"
           "Motor1.Speed.X\nMotor1\n");
@@ -133,9 +136,52 @@ const cli_case k_cases[] = {
     {"write $P Levels=7", 1, "the array holds 10 elements: give all of them"},
     {"write $P Counter=70000", 1, "bad value '70000' for INT (accepted: -32768..32767)"},
     {"write $P Ready=yes", 1, "(accepted: 1, 0, TRUE, FALSE, ON, OFF, in any case)"},
-    {"read --plc plc1.local Counter", 1, "'plc1.local' is not an IPv4 address"},
-    {"read --plc 10.0.0.1.5 Counter", 1, "'10.0.0.1.5' is not an IPv4 address"},
-    {"read --plc 127.0.0.42:5020 Counter", 1, "the port is fixed at 502"},
+    // Addresses: dotted decimal IPv4 only, a usage error otherwise.
+    {"read --plc plc1.local Counter", 2,
+     "'plc1.local' is not an IPv4 address: an IPv4 address is needed"},
+    {"read --plc ::1 Counter", 2, "'::1' is an IPv6 address: an IPv4 address is needed"},
+    {"read --plc 10.0.0.1.5 Counter", 2, "'10.0.0.1.5' is not an IPv4 address"},
+    {"read --plc 127.0.0.42:5020 Counter", 2,
+     "the port is fixed at 502; give the address alone "
+     "(127.0.0.42)"},
+    {"read --plc :502 Counter", 2, "':502': an IPv4 address is needed before the port"},
+    {"read --plc 127.000.000.042 Counter", 2,
+     "leading zeros are refused (the C library reads them as octal and reaches 127.0.0.34); "
+     "write 127.0.0.42"},
+    // The parser's own errors are usage errors too.
+    {"read $P --bogus Counter", 2, "--bogus"},
+    {"read $P --index 99999 Levels", 2, "--index"},
+    {"--help", 0, "Exit status: 0 success; 1 a failure at run time"},
+    // Options are limited to what the tag holds.
+    {"read $P --type Levels=UINT Levels Counter", 0, "Counter  INT "},
+    {"read $P --bit 16 Counter", 1, "--bit 16 is past the 16 bits of INT (0..15)"},
+    {"read $P --bit 0 Ready", 1, "--bit needs a value with bits"},
+    {"read $P --count 2 Temperature", 1, "--count 2 runs past a single REAL"},
+    {"read $P --count 17 Name", 1, "--count 17 runs past the 16 characters of its STRING[16]"},
+    {"write $P --bit 3 Alarms=1", 1,
+     "bit 3 inside a WORD is kept in the driver's memory only: the driver sends nothing to the "
+     "controller; add --memory-bit"},
+    {"write $P --bit 3 --memory-bit Alarms=1", 0, "bit 3 kept in the driver's memory"},
+    {"write $P Name=PLANT-A", 0,
+     "Name: writes \"PLANT-A\" (7 of 16 characters, then a terminating"},
+    {"write $P Name=ABCDEFGHIJKLMNOPQ", 1, "is longer than 16 characters"},
+    // Where a raw library text used to come through.
+    {"read --offline $C .x Levels", 1, "tag '.x': empty name part in '.x'"},
+    {"read --offline $C --tags $D Levels", 1, "cannot read tag file $D: it is a directory"},
+    {"tags build $D $D/x.tags", 1, "cannot read tag list $D: it is a directory"},
+    {"tags build $D/list.txt $D/none/x.tags", 1,
+     "cannot write tag file $D/none/x.tags: No such file or directory"},
+    {"tags export $P $D/none/x.txt", 1, "cannot write tag list $D/none/x.txt: No such file"},
+    {"read --offline $D/noblock.json Counter", 1, "variable 'Counter': key 'block' not found"},
+    {"tags check $D/unreadable.tags --offline $C", 1,
+     "the driver stopped resolving the tag file at tag 1 ('Pumps[x].Speed')"},
+    // JSON a script can use: typed values, in the order given.
+    {"write $P --json Temperature=21.5 Counter=-42", 0,
+     "\"name\": \"Counter\",\n   \"ok\": true,\n   \"type\": \"INT\",\n   \"value\": -42"},
+    {"watch $P --json --rounds 1 Running Counter", 0,
+     "\"tags\":[{\"name\":\"Running\",\"ok\":true,\"type\":\"BOOL\",\"value\":true},"
+     "{\"name\":\"Counter\""},
+    {"read $P --json Nope Counter", 1, "[\n  {\n   \"message\": \"unknown variable 'Nope'"},
     {"read $P --tags $D/list.txt", 1, "list.txt is not a tag file"},
     {"tags list $D/list.txt", 1, "(it is text: pass a tag list with --list)"},
     {"read $P --list $D/list.tags", 1, "is not a text tag list: it holds binary data"},
@@ -169,12 +215,20 @@ const cli_case k_cases[] = {
      "Levels[3]: the driver addresses all of Levels; the host selects element 3"},
 };
 
+// Texts of the standard library and the JSON parser that an integrator cannot act on.
+const char* const k_raw_texts[] = {
+    "_M_range_check", "basic_string",     "json.exception", "bad lexical cast",
+    "std::",          "terminate called", "what()"};
+
 TEST_F(PanelhostCli, MistakesGetTheirMessageAndStatus) {
   for (const cli_case& c : k_cases) {
     const run_result r = run(with_dir(c.args));
     EXPECT_EQ(r.status, c.status) << c.args << '\n' << r.output;
     EXPECT_NE(r.output.find(with_dir(c.output_part)), std::string::npos) << c.args << '\n'
                                                                          << r.output;
+    for (const char* raw : k_raw_texts) {
+      EXPECT_EQ(r.output.find(raw), std::string::npos) << c.args << '\n' << r.output;
+    }
   }
 }
 
@@ -275,7 +329,9 @@ TEST_F(PanelhostCli, WatchReconnectsAfterTheControllerRestarts) {
   }
   pclose(p);
   EXPECT_TRUE(restarted) << output;
-  EXPECT_NE(output.find("read failed; reconnecting (Timeout, GetInitCmdEx2)"), std::string::npos)
+  EXPECT_NE(
+      output.find("read failed; reconnecting (CloseDevice, StartDeviceEx, InitEx, GetInitCmdEx2)"),
+      std::string::npos)
       << output;
   const auto reconnected = output.find("reconnected to " + address);
   ASSERT_NE(reconnected, std::string::npos) << output;

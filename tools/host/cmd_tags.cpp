@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
@@ -132,8 +134,10 @@ dictionary load_dictionary(const connection_options& conn) {
 int run_tags_build(const std::string& list, const std::string& out, bool wide, uint32_t offset) {
   std::vector<tag_file::record> records;
   for (const tag_choice& t : read_tag_list(list)) records.push_back({t.name, 0, 0, 0});
+  errno = 0;
   if (!tag_file::write(out, records, wide, offset)) {
-    std::cerr << "panelhost: cannot write tag file " << out << '\n';
+    std::cerr << "panelhost: cannot write tag file " << out << ": "
+              << (errno != 0 ? std::strerror(errno) : "write failed") << '\n';
     return 1;
   }
   std::cout << "wrote " << records.size() << " tags to " << out << (wide ? " (16-bit names)" : "")
@@ -153,7 +157,7 @@ int run_tags_export(const connection_options& conn, const std::string& out,
                     const export_options& options) {
   const dictionary dict = load_dictionary(conn);
   std::ofstream file(out);
-  if (!file) throw std::runtime_error("cannot write tag list " + out);
+  if (!file) throw std::runtime_error("cannot write tag list " + out + ": " + std::strerror(errno));
   file << "# tags of " << (conn.offline_project.empty() ? conn.plc : conn.offline_project) << " ("
        << dict.plc_type << ")\n";
   const std::size_t lines = export_tags(
@@ -162,7 +166,7 @@ int run_tags_export(const connection_options& conn, const std::string& out,
         std::cerr << "  exported " << done << " of " << total << " variables\n";
       });
   file.close();
-  if (!file) throw std::runtime_error("cannot write tag list " + out);
+  if (!file) throw std::runtime_error("cannot write tag list " + out + ": write failed");
   std::cerr << "wrote " << lines << " tags of " << dict.tables.size() << " variables to " << out
             << '\n';
   return 0;

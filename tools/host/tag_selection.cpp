@@ -13,6 +13,7 @@
 #include "tools/host/dictionary_shape.h"
 #include "tools/host/driver_resolution.h"
 #include "tools/host/nearest_name.h"
+#include "tools/host/plc_type.h"
 #include "tools/host/tag_check.h"
 #include "unitydrv/unitydrv.h"
 
@@ -162,7 +163,10 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
       errors.push_back({choice.name, "outside the bounds", error});
       continue;
     }
-    if (options_.bit) request.bit = *options_.bit;
+    if (std::string error = apply_bit(request); !error.empty()) {
+      errors.push_back({choice.name, "outside the bounds", error});
+      continue;
+    }
     out.push_back({choice.name, request});
   }
   return out;
@@ -183,11 +187,35 @@ std::string tag_selection::apply_range(const tag_shape& shape, uint32_t elements
     request.array_index = static_cast<uint16_t>(first);
     request.count = static_cast<uint16_t>(elements - first);
   }
+  const uint16_t declared = request.count;
   if (options_.count) request.count = *options_.count;
-  if (shape.is_array && request.array_index + request.count > elements) {
+  if ((shape.is_array || elements > 1) && request.array_index + request.count > elements) {
     return "--count " + std::to_string(request.count) + " runs past the last of its " +
            std::to_string(elements) + " elements";
   }
+  if (shape.is_array || elements > 1 || request.count <= declared) return "";
+  if (shape.code == UNITYDRV_TYPE_STRING) {
+    return "--count " + std::to_string(request.count) + " runs past the " +
+           std::to_string(declared) + " characters of its STRING[" + std::to_string(declared) + "]";
+  }
+  return "--count " + std::to_string(request.count) + " runs past a single " +
+         plc_type_name(shape.code) + (declared > 1 ? "[" + std::to_string(declared) + "]" : "");
+}
+
+// --bit picks a bit of a value that has bits to pick: not past the width of its type.
+std::string tag_selection::apply_bit(host_request& request) const {
+  if (!options_.bit) return "";
+  const plc_type* type = find_plc_type(request.code);
+  const unsigned width = type == nullptr ? 0 : type->bit_source_width * 8u;
+  if (width == 0) {
+    return "--bit needs a value with bits (INT, WORD, DINT ...): " + plc_type_name(request.code) +
+           " has none to pick";
+  }
+  if (static_cast<unsigned>(*options_.bit) >= width) {
+    return "--bit " + std::to_string(*options_.bit) + " is past the " + std::to_string(width) +
+           " bits of " + plc_type_name(request.code) + " (0.." + std::to_string(width - 1) + ")";
+  }
+  request.bit = *options_.bit;
   return "";
 }
 

@@ -23,6 +23,7 @@ struct selection_options {
   std::optional<uint16_t> index;   // --index
   std::optional<uint16_t> count;   // --count
   std::optional<int> bit;          // --bit
+  bool memory_bit = false;         // write: a bit inside a word, into the driver's memory
 };
 
 // A tag left out of a command, and why.
@@ -76,6 +77,7 @@ class tag_selection {
   mutable std::vector<tag_refusal> notes_;
 
   std::string apply_range(const tag_shape& shape, uint32_t elements, host_request& request) const;
+  std::string apply_bit(host_request& request) const;
 };
 
 }  // namespace panelhost
