@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -307,6 +308,59 @@ TEST_F(PanelhostCli, ExportedElementsOfLowBoundArraysResolveWhereDeclared) {
     ++checked;
   }
   EXPECT_EQ(checked, 45u);
+}
+
+// A program download into the simulator (it drops the connections, as a controller does).
+bool load_program(plant::sim_server& sim, const std::string& file) {
+  const std::string path = std::string(UNITYDRV_SOURCE_DIR) + "/" + file;
+#if defined(UNITYDRV_REMOTE_SIM)
+  return sim.load_program_file(path);
+#else
+  sim.load_program(plcsim::load_project_file(path));
+  return true;
+#endif
+}
+
+// Runs watch until `seen` appears, then downloads `changed` into sim; the whole output.
+std::string watch_across_download(plant::sim_server& sim, const std::string& tags,
+                                  const std::string& seen, int& status) {
+  FILE* p = start("watch --plain --rounds 40 --interval 100 --plc " + sim.address() + " " + tags);
+  if (p == nullptr) return "";
+  std::string output;
+  std::array<char, 4096> buf;
+  bool loaded = false;
+  while (std::fgets(buf.data(), buf.size(), p)) {
+    output += buf.data();
+    if (!loaded && output.find(seen) != std::string::npos) {
+      loaded = load_program(sim, "tests/host/commissioning_changed.json");
+    }
+  }
+  const int raw = pclose(p);
+  status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  return loaded ? output : "no program download\n" + output;
+}
+
+// watch went on showing a variable that the controller's new program no longer had.
+TEST_F(PanelhostCli, WatchFollowsAProgramChange) {
+  const auto program = plant::make_server("tests/host/commissioning.json");
+  ASSERT_TRUE(program->start_on_free_loopback());
+  int status = -1;
+  std::string out = watch_across_download(*program, "Level", "Level=42", status);
+  EXPECT_EQ(status, 0) << out;
+  EXPECT_NE(out.find("controller program changed: Temps removed; Level moved 2:0x0200 -> "
+                     "2:0x0300"),
+            std::string::npos)
+      << out;
+  EXPECT_NE(out.find("Level=43", out.find("program changed")), std::string::npos) << out;
+
+  ASSERT_TRUE(load_program(*program, "tests/host/commissioning.json"));
+  out = watch_across_download(*program, "Level Temps", "Level=42", status);
+  EXPECT_EQ(status, 1) << out;
+  EXPECT_NE(out.find("in the new program, tag 'Temps': unknown variable 'Temps'"),
+            std::string::npos)
+      << out;
+  EXPECT_NE(out.find("stopping the watch"), std::string::npos) << out;
+  EXPECT_LT(std::count(out.begin(), out.end(), '\n'), 40) << out;
 }
 
 // watch showed "(read failed)" for ever after the controller restarted.

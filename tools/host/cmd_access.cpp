@@ -136,7 +136,7 @@ bool reconnect(session& s, const connection_options& conn, unsigned round) {
       std::vector<tag_refusal> refused;
       std::vector<selected_tag> tags = s.selection->requests(now.get(), refused);
       for (const tag_refusal& r : refused) {
-        std::cerr << "panelhost: watched " << r.text() << " in the new program\n";
+        std::cerr << "panelhost: in the new program, " << r.text() << '\n';
       }
       if (refused.size() > s.refused.size()) {
         std::cerr << "panelhost: stopping the watch: a watched tag is gone\n";
@@ -320,7 +320,8 @@ int run_watch(const connection_options& conn, const selection_options& sel,
   for (unsigned round = 1; options.rounds == 0 || round <= options.rounds; ++round) {
     if (round > 1) std::this_thread::sleep_for(std::chrono::milliseconds(options.interval_ms));
     const std::vector<host_result> results = read_all(*s.device, s.tags);
-    for (const host_result& r : results) ok = ok && r.ok;
+    // A watch that got its connection back ends as well as its last round.
+    ok = std::all_of(results.begin(), results.end(), [](const host_result& r) { return r.ok; });
     if (options.json) {
       json_report report = round_report("watch", s, sel, results);
       report.set("round", round);

@@ -31,24 +31,27 @@ std::string location_text(const wire::bytes& location) {
 }
 
 std::string program_changes(const dictionary& before, const dictionary& after) {
-  std::string changes;
+  std::string removed, changed, added;
   for (const auto& [name, old] : before.tables) {
     const auto now = after.tables.find(name);
     if (now == after.tables.end()) {
-      add(changes, plain(name) + " removed");
+      add(removed, plain(name) + " removed");
       continue;
     }
     const std::string was = dictionary_type_name(old.type_id, before.data_types);
     const std::string is = dictionary_type_name(now->second.type_id, after.data_types);
-    if (was != is) add(changes, plain(name) + " retyped " + was + " -> " + is);
+    if (was != is) add(changed, plain(name) + " retyped " + was + " -> " + is);
     if (old.location != now->second.location) {
-      add(changes, plain(name) + " moved " + location_text(old.location) + " -> " +
+      add(changed, plain(name) + " moved " + location_text(old.location) + " -> " +
                        location_text(now->second.location));
     }
   }
   for (const auto& [name, now] : after.tables) {
-    if (before.tables.count(name) == 0) add(changes, plain(name) + " added");
+    if (before.tables.count(name) == 0) add(added, plain(name) + " added");
   }
+  std::string changes = removed;
+  if (!changed.empty()) add(changes, changed);
+  if (!added.empty()) add(changes, added);
   for (const auto& [id, members] : before.struct_members) {
     // An array of structures shares its element's members: the structure says it.
     const auto type = before.data_types.find(id);
