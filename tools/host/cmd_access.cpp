@@ -17,6 +17,7 @@
 #include "tools/host/text_table.h"
 #include "tools/host/value_format.h"
 #include "tools/host/value_json.h"
+#include "tools/plcsim/plcsim.h"
 #include "unitydrv/unitydrv.h"
 
 namespace panelhost {
@@ -45,6 +46,8 @@ std::unique_ptr<dictionary> dictionary_for(const connection_options& conn) {
   return std::make_unique<dictionary>(project_dictionary(conn.offline_project, std::cerr));
 }
 
+void seed_from_project(session& s, const std::string& project);
+
 // all_or_nothing: one refused tag refuses the command. allow_empty: every tag may be
 // refused (the session then has no device, and --json still reports them).
 session open_session(const connection_options& conn, const selection_options& sel,
@@ -68,6 +71,7 @@ session open_session(const connection_options& conn, const selection_options& se
   s.api = std::make_unique<driver_api>(conn.library);
   s.device = std::make_unique<host_device>(*s.api, s.selection->tag_file(), conn.offline);
   s.device->connect(conn.offline ? "0.0.0.0" : conn.plc);
+  if (!conn.offline_project.empty()) seed_from_project(s, conn.offline_project);
   return s;
 }
 
@@ -106,6 +110,38 @@ std::vector<host_result> read_all(host_device& device, const std::vector<selecte
   }
   if (!batch.empty()) flush();
   return out;
+}
+
+// An offline device starts from the project's initial values: the driver reads them from
+// the project served on a loopback address, and they are written into the offline device.
+void seed_from_project(session& s, const std::string& project) {
+  plcsim::server sim(plcsim::load_project_file(project));
+  if (!sim.start_on_free_loopback()) {
+    throw std::runtime_error("cannot serve project " + project + " on a loopback address");
+  }
+  std::vector<selected_tag> whole = s.tags;
+  for (selected_tag& t : whole) t.request.bit = -1;  // the offline value is the whole one
+  std::vector<host_result> values;
+  {
+    host_device online(*s.api, s.selection->tag_file(), false);
+    online.connect(sim.address());
+    values = read_all(online, whole);
+  }
+  std::size_t seeded = 0;
+  for (std::size_t i = 0; i < whole.size(); ++i) {
+    const host_request& r = whole[i].request;
+    if (!values[i].ok) continue;
+    std::string text = format_value(r.code, values[i].units, r.count);
+    if (r.code == UNITYDRV_TYPE_STRING) text = text.substr(1, text.size() - 2);
+    try {
+      s.device->write(r, encode_request_value(r.code, text, r.count));
+      ++seeded;
+    } catch (const bad_value&) {
+      // A run of bits is written one bit at a time: it starts from zeros.
+    }
+  }
+  std::cerr << "offline: " << seeded << " of " << whole.size()
+            << " tags start from the initial values of " << project << '\n';
 }
 
 // Prints the table; false when a tag could not be read.

@@ -39,6 +39,6 @@ int run_write(const connection_options& conn, selection_options sel,
               const std::vector<std::string>& assignments, bool as_json);
 int run_watch(const connection_options& conn, const selection_options& sel,
               const watch_options& options);
-int run_browse(const std::string& plc, bool as_json);
+int run_browse(const connection_options& conn, bool as_json);
 
 }  // namespace panelhost

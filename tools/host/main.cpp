@@ -153,7 +153,8 @@ int main(int argc, char** argv) {
   watch->add_flag("--json", watching.json, "one JSON object per round, on one line");
 
   auto* browse = app.add_subcommand("browse", "print the controller's data dictionary");
-  add_connection(browse, conn, true);
+  add_offline(browse, conn, add_connection(browse, conn, false),
+              "PROJECT.json: the dictionary of a simulator project");
   browse->add_flag("--json", as_json, "JSON output");
 
   try {
@@ -172,7 +173,7 @@ int main(int argc, char** argv) {
       sel.names.insert(sel.names.begin(), project);
       conn.offline_project.clear();
     }
-    if (browse->parsed()) return run_browse(conn.plc, as_json);
+    if (browse->parsed()) return run_browse(conn, as_json);
     if (export_cmd->parsed()) return run_tags_export(conn, out, exported);
     if (check->parsed()) return run_tags_check(conn, file, offset, as_json);
     if (read->parsed()) return run_read(conn, sel, as_json);
