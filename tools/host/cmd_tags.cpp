@@ -117,7 +117,7 @@ void print_check_tables(const std::vector<std::string>& names, const std::vector
   }
   print_notes(names, tags);
   if (bad == 0) return;
-  std::cout << (bad < names.size() ? "\n" : "") << "Not resolved:\n";
+  std::cout << (bad < names.size() ? "\n" : "") << "Refused:\n";
   failed.print(std::cout);
 }
 
