@@ -58,6 +58,8 @@ class server {
     return started(ask("start_free " + std::to_string(port)));
   }
   void stop() { ask("stop"); }
+  // A program download: the project file replaces the running one.
+  bool load_program_file(const std::string& path) { return ask("program " + path) == "ok"; }
   std::string address() const { return address_; }
   uint16_t port() const { return 502; }
   void set_faults(const plcsim::faults& f) {

@@ -125,6 +125,8 @@ expect "array details" "100|0|3, 1|0|15, 25|0|7, 4|0|9" \
 err_req=$(fields "$plant" 'unity.status == 0xfd' unity.request_frame | head -1)
 expect "error reply answers the STRING[16] detail" "102" \
   "$(fields "$plant" "frame.number == ${err_req:-0}" unity.dict.type_id)"
+expect "the STRING detail's error replies are expected, none other" "$(fields "$plant" 'unity.status == 0xfd' frame.number | joined)|" \
+  "$(fields "$plant" 'unity.error_expected' frame.number | joined)|$(fields "$plant" unity.error_reply frame.number | joined)"
 expect "variables table records" "Motor1|100|1|0, Counter|4|1|96, Name|102|1|160" \
   "$(records "$plant" unity.var.name unity.var.name unity.var.type_id unity.var.block unity.var.offset |
     grep -E '^(Counter|Name|Motor1)\|' | sort -u | sort -t'|' -k4n -k1 | joined)"
@@ -151,6 +153,14 @@ expect "read-back request items" "0x02|1|0x00000060, 0x03|1|0x00000000, 0x11|1|0
     unity.item.address | joined)"
 expect "read-back values split per item" "2efb, 0000c742, 48454c4c4f0000000000000000000000" \
   "$(records "$plant" "unity.request_frame == $readback" unity.item.value | joined)"
+# Items name the variable the driver's own dictionary download placed at their address.
+expect "read-back items name their variables" "Counter, Motor1, Name" \
+  "$(records "$plant" "frame.number == $readback" unity.item.variable | joined)"
+expect "write items name their variables" "Counter, Motor1, Name" \
+  "$(records "$plant" 'unity.function == 0x23 && !unity.request_frame' unity.item.variable | joined)"
+expect "a member's item names its variable and offset" "Line+32" \
+  "$(records "$plant" 'unity.item.address == 64' unity.item.address unity.item.variable |
+    awk -F'|' '$1 == "0x00000040" { print $2 }' | sort -u)"
 
 # --- A generated project whose variables table, type list and widest structure page ---
 paged=$work/paged.pcap
@@ -226,6 +236,9 @@ expect "hostile: messages that end inside a field" \
   "$(fields "$hostile" unity.short frame.number | joined)"
 expect "hostile: values that do not fit the request" "2" \
   "$(fields "$hostile" unity.values_mismatch frame.number)"
+expect "hostile: an error reply without its request is a real one" \
+  "$(awk '$3 ~ /^00\.fd/ { print NR }' "$work/hostile.rows")" \
+  "$(fields "$hostile" unity.error_reply frame.number)"
 expect "hostile: unknown function keeps its bytes" "0102" \
   "$(fields "$hostile" 'unity.function == 0x99' unity.params)"
 

@@ -1,5 +1,6 @@
 #include "tools/common/driver_api.h"
 
+#include <arpa/inet.h>
 #include <dlfcn.h>
 
 #include <algorithm>
@@ -52,22 +53,64 @@ driver_api::~driver_api() {
   dlclose(library_);
 }
 
+namespace {
+
+const char* const k_ipv4_form =
+    " (four numbers 0..255 joined by dots, e.g. 192.168.1.10; names are not looked up)";
+
+[[noreturn]] void refuse(const std::string& text) {
+  throw std::invalid_argument(text);
+}
+
+// What the C library makes of a text with leading zeros (it reads them as octal).
+std::string c_library_reading(const std::string& address) {
+  in_addr parsed{};
+  if (inet_aton(address.c_str(), &parsed) == 0) return "the C library refuses it";
+  return "the C library reads them as octal and reaches " + std::string(inet_ntoa(parsed));
+}
+
+// Dotted decimal only, each number written without leading zeros.
+void check_form(const std::string& address, unsigned (&octet)[4]) {
+  if (address.empty()) refuse(std::string("an IPv4 address is needed") + k_ipv4_form);
+  if (std::count(address.begin(), address.end(), ':') > 1) {
+    refuse("'" + address + "' is an IPv6 address: an IPv4 address is needed" + k_ipv4_form);
+  }
+  const auto colon = address.find(':');
+  if (colon == 0) {
+    refuse("'" + address + "': an IPv4 address is needed before the port" + k_ipv4_form);
+  }
+  if (colon != std::string::npos) {
+    refuse("'" + address + "': the port is fixed at 502; give the address alone (" +
+           address.substr(0, colon) + ")");
+  }
+  if (address.find_first_not_of("0123456789.") != std::string::npos) {
+    refuse("'" + address + "' is not an IPv4 address: an IPv4 address is needed" + k_ipv4_form);
+  }
+  std::size_t at = 0;
+  bool zeros = false;
+  for (int i = 0; i < 4; ++i) {
+    const std::size_t end = i < 3 ? address.find('.', at) : address.size();
+    const std::string number = address.substr(at, end == std::string::npos ? 0 : end - at);
+    if (end == std::string::npos || number.empty() || number.size() > 3 ||
+        number.find('.') != std::string::npos || std::stoul(number) > 255) {
+      refuse("'" + address + "' is not an IPv4 address" + k_ipv4_form);
+    }
+    zeros = zeros || (number.size() > 1 && number[0] == '0');
+    octet[i] = static_cast<unsigned>(std::stoul(number));
+    at = end + 1;
+  }
+  if (zeros) {
+    refuse("'" + address + "': leading zeros are refused (" + c_library_reading(address) +
+           "); write " + std::to_string(octet[0]) + "." + std::to_string(octet[1]) + "." +
+           std::to_string(octet[2]) + "." + std::to_string(octet[3]));
+  }
+}
+
+}  // namespace
+
 unitydrv_init_params init_params_of(const std::string& address) {
   unsigned octet[4];
-  char tail = 0;
-  const auto colon = address.find(':');
-  if (colon != std::string::npos) {
-    throw std::invalid_argument("'" + address + "': the port is fixed at 502; give the address " +
-                                "alone (" + address.substr(0, colon) + ")");
-  }
-  if (std::sscanf(address.c_str(), "%3u.%3u.%3u.%3u%c", &octet[0], &octet[1], &octet[2], &octet[3],
-                  &tail) != 4 ||
-      std::any_of(octet, octet + 4, [](unsigned o) { return o > 255; }) ||
-      address.find_first_not_of("0123456789.") != std::string::npos) {
-    throw std::invalid_argument("'" + address +
-                                "' is not an IPv4 address (four numbers 0..255 joined by dots, "
-                                "e.g. 192.168.1.10; names are not looked up)");
-  }
+  check_form(address, octet);
   unitydrv_init_params params{};
   params.octet1 = static_cast<uint8_t>(octet[0]);
   params.octet2 = static_cast<uint8_t>(octet[1]);

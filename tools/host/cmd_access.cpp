@@ -3,17 +3,22 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <sstream>
 #include <thread>
 
 #include "tools/host/commands.h"
+#include "tools/host/dictionary_diff.h"
 #include "tools/host/json_report.h"
 #include "tools/host/offline_project.h"
 #include "tools/host/plc_type.h"
 #include "tools/host/text_table.h"
 #include "tools/host/value_format.h"
+#include "tools/host/value_json.h"
+#include "tools/plcsim/plcsim.h"
+#include "unitydrv/unitydrv.h"
 
 namespace panelhost {
 
@@ -30,6 +35,7 @@ struct session {
   std::unique_ptr<host_device> device;
   std::vector<selected_tag> tags;
   std::vector<tag_refusal> refused;  // tags left out
+  std::unique_ptr<dictionary> dict;  // what the tags were checked against
 };
 
 std::unique_ptr<dictionary> dictionary_for(const connection_options& conn) {
@@ -40,15 +46,20 @@ std::unique_ptr<dictionary> dictionary_for(const connection_options& conn) {
   return std::make_unique<dictionary>(project_dictionary(conn.offline_project, std::cerr));
 }
 
+void seed_from_project(session& s, const std::string& project);
+
 // all_or_nothing: one refused tag refuses the command. allow_empty: every tag may be
 // refused (the session then has no device, and --json still reports them).
 session open_session(const connection_options& conn, const selection_options& sel,
                      bool all_or_nothing, bool allow_empty = false) {
   session s;
   s.selection = std::make_unique<tag_selection>(sel);
-  const std::unique_ptr<dictionary> dict = dictionary_for(conn);
-  s.tags = s.selection->requests(dict.get(), s.refused);
+  s.dict = dictionary_for(conn);
+  s.tags = s.selection->requests(s.dict.get(), s.refused);
   for (const tag_refusal& r : s.refused) std::cerr << "panelhost: " << r.text() << '\n';
+  for (const tag_refusal& n : s.selection->notes()) {
+    std::cerr << "panelhost: note: " << n.text() << '\n';
+  }
   if (!s.refused.empty() && all_or_nothing) {
     throw std::runtime_error("nothing written: " + std::to_string(s.refused.size()) +
                              " tag(s) refused");
@@ -60,6 +71,7 @@ session open_session(const connection_options& conn, const selection_options& se
   s.api = std::make_unique<driver_api>(conn.library);
   s.device = std::make_unique<host_device>(*s.api, s.selection->tag_file(), conn.offline);
   s.device->connect(conn.offline ? "0.0.0.0" : conn.plc);
+  if (!conn.offline_project.empty()) seed_from_project(s, conn.offline_project);
   return s;
 }
 
@@ -100,6 +112,38 @@ std::vector<host_result> read_all(host_device& device, const std::vector<selecte
   return out;
 }
 
+// An offline device starts from the project's initial values: the driver reads them from
+// the project served on a loopback address, and they are written into the offline device.
+void seed_from_project(session& s, const std::string& project) {
+  plcsim::server sim(plcsim::load_project_file(project));
+  if (!sim.start_on_free_loopback()) {
+    throw std::runtime_error("cannot serve project " + project + " on a loopback address");
+  }
+  std::vector<selected_tag> whole = s.tags;
+  for (selected_tag& t : whole) t.request.bit = -1;  // the offline value is the whole one
+  std::vector<host_result> values;
+  {
+    host_device online(*s.api, s.selection->tag_file(), false);
+    online.connect(sim.address());
+    values = read_all(online, whole);
+  }
+  std::size_t seeded = 0;
+  for (std::size_t i = 0; i < whole.size(); ++i) {
+    const host_request& r = whole[i].request;
+    if (!values[i].ok) continue;
+    std::string text = format_value(r.code, values[i].units, r.count);
+    if (r.code == UNITYDRV_TYPE_STRING) text = text.substr(1, text.size() - 2);
+    try {
+      s.device->write(r, encode_request_value(r.code, text, r.count));
+      ++seeded;
+    } catch (const bad_value&) {
+      // A run of bits is written one bit at a time: it starts from zeros.
+    }
+  }
+  std::cerr << "offline: " << seeded << " of " << whole.size()
+            << " tags start from the initial values of " << project << '\n';
+}
+
 // Prints the table; false when a tag could not be read.
 bool print_values(std::ostream& out, const std::vector<selected_tag>& tags,
                   const std::vector<host_result>& results, std::size_t* lines = nullptr) {
@@ -114,18 +158,37 @@ bool print_values(std::ostream& out, const std::vector<selected_tag>& tags,
   return ok;
 }
 
-// What a panel does when a round fails: drop the connection (Timeout) and start the
-// handshake again (GetInitCmdEx2); the next round tells whether it worked.
-void reconnect(host_device& device, const std::string& address, unsigned round) {
+// What a panel does when a round fails: close the device and start it again (CloseDevice,
+// StartDeviceEx, InitEx, GetInitCmdEx2), so that a new program's dictionary replaces the
+// old. The dictionary is compared first: a watched tag the new program lacks ends the
+// watch (false). The next round tells whether the connection is back.
+bool reconnect(session& s, const connection_options& conn, unsigned round) {
   std::cerr << "panelhost: round " << round
-            << ": read failed; reconnecting (Timeout, GetInitCmdEx2)\n";
-  device.drop();
+            << ": read failed; reconnecting (CloseDevice, StartDeviceEx, InitEx, GetInitCmdEx2)\n";
   try {
-    device.connect(address);
-    std::cerr << "panelhost: reconnected to " << address << '\n';
+    std::unique_ptr<dictionary> now = dictionary_for(conn);
+    if (const std::string changes = program_changes(*s.dict, *now); !changes.empty()) {
+      std::cerr << "panelhost: controller program changed: " << changes << '\n';
+      std::vector<tag_refusal> refused;
+      std::vector<selected_tag> tags = s.selection->requests(now.get(), refused);
+      for (const tag_refusal& r : refused) {
+        std::cerr << "panelhost: in the new program, " << r.text() << '\n';
+      }
+      if (refused.size() > s.refused.size()) {
+        std::cerr << "panelhost: stopping the watch: a watched tag is gone\n";
+        return false;
+      }
+      s.tags = std::move(tags);
+      s.dict = std::move(now);
+    }
+    s.device.reset();
+    s.device = std::make_unique<host_device>(*s.api, s.selection->tag_file(), false);
+    s.device->connect(conn.plc);
+    std::cerr << "panelhost: reconnected to " << conn.plc << '\n';
   } catch (const std::runtime_error& e) {
     std::cerr << "panelhost: " << e.what() << "; trying again next round\n";
   }
+  return true;
 }
 
 std::string clock_text() {
@@ -135,17 +198,43 @@ std::string clock_text() {
   return buf;
 }
 
-void print_json(std::ostream& out, const session& s, const std::vector<host_result>& results) {
-  json_report report("read");
+// Position of a tag among the names given, so that JSON lists the tags in that order.
+std::size_t given_position(const selection_options& sel, const std::string& name) {
+  return static_cast<std::size_t>(std::find(sel.names.begin(), sel.names.end(), name) -
+                                  sel.names.begin());
+}
+
+nlohmann::json value_field(const host_request& r, const host_result& result) {
+  return result.ok ? value_json(value_text(r, result)) : nlohmann::json(nullptr);
+}
+
+// One report of a round: refused tags with their reason, the others with their type and
+// typed value (null when the read failed); extra(i) adds fields to tag i.
+json_report round_report(const char* command, const session& s, const selection_options& sel,
+                         const std::vector<host_result>& results,
+                         const std::function<void(std::size_t, nlohmann::json&)>& extra = {}) {
+  std::vector<std::pair<std::size_t, std::pair<std::string, nlohmann::json>>> rows;
   for (const tag_refusal& r : s.refused) {
-    report.add_tag(r.name, false, {{"reason", r.reason}, {"message", r.message}});
+    rows.push_back({given_position(sel, r.name),
+                    {r.name, {{"ok", false}, {"reason", r.reason}, {"message", r.message}}}});
   }
   for (std::size_t i = 0; i < s.tags.size(); ++i) {
     const host_request& r = s.tags[i].request;
-    report.add_tag(s.tags[i].name, results[i].ok,
-                   {{"type", type_text(r)}, {"value", value_text(r, results[i])}});
+    nlohmann::json fields = {{"ok", i < results.size() && results[i].ok},
+                             {"type", type_text(r)},
+                             {"value", i < results.size() ? value_field(r, results[i]) : nullptr}};
+    if (extra) extra(i, fields);
+    rows.push_back({given_position(sel, s.tags[i].name), {s.tags[i].name, fields}});
   }
-  report.print(out);
+  std::stable_sort(rows.begin(), rows.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  json_report report(command);
+  for (auto& [position, row] : rows) {
+    const bool ok = row.second.at("ok").get<bool>();
+    row.second.erase("ok");
+    report.add_tag(row.first, ok, row.second);
+  }
+  return report;
 }
 
 }  // namespace
@@ -157,15 +246,55 @@ int run_read(const connection_options& conn, const selection_options& sel, bool 
   bool ok = s.refused.empty();
   for (const host_result& r : results) ok = ok && r.ok;
   if (as_json) {
-    print_json(std::cout, s, results);
+    round_report("read", s, sel, results).print(std::cout);
   } else {
     print_values(std::cout, s.tags, results);
   }
   return ok ? 0 : 1;
 }
 
+namespace {
+
+// What a STRING write puts into the controller: the text, then zeros up to the declared
+// length (the first of them terminates the text).
+std::string string_write_note(const selected_tag& tag, const std::string& text) {
+  const std::size_t length = tag.request.count;
+  return tag.name + ": writes \"" + text + "\" (" + std::to_string(text.size()) + " of " +
+         std::to_string(length) + " characters" +
+         (text.size() < length ? ", then a terminating zero and zeros to the end)"
+                               : ", no terminator)");
+}
+
+// The data of one write; a bit inside a word only when asked for, since the driver keeps it
+// in its own memory and sends nothing.
+write_data encode_write(const selected_tag& tag, const std::string& text, bool memory_bit) {
+  const host_request& r = tag.request;
+  if (r.bit < 0) return encode_request_value(r.code, text, r.count);
+  if (!memory_bit) {
+    throw bad_value("bit " + std::to_string(r.bit) + " inside a " + plc_type_name(r.code) +
+                    " is kept in the driver's memory only: the driver sends nothing to the "
+                    "controller; add --memory-bit to write it there anyway");
+  }
+  return encode_value(UNITYDRV_TYPE_BOOL, text);
+}
+
+// The written value as a read prints it, to compare with the value read back.
+std::string written_text(const host_request& r, const write_data& data) {
+  if (is_bit_type(r.code)) return data.bit_value ? "TRUE" : "FALSE";
+  std::vector<uint16_t> units;
+  if (r.code == UNITYDRV_TYPE_STRING) {
+    for (uint16_t w : data.words) units.insert(units.end(), {uint16_t(w & 0xFF), uint16_t(w >> 8)});
+  } else {
+    units = data.words;
+  }
+  units.resize(result_units(r), 0);
+  return format_value(r.code, units, r.count);
+}
+
+}  // namespace
+
 int run_write(const connection_options& conn, selection_options sel,
-              const std::vector<std::string>& assignments) {
+              const std::vector<std::string>& assignments, bool as_json) {
   std::vector<std::pair<std::string, std::string>> values;
   sel.names.clear();
   for (const std::string& a : assignments) {
@@ -176,47 +305,84 @@ int run_write(const connection_options& conn, selection_options sel,
   // Encode everything first: a bad value writes nothing.
   std::vector<write_data> data;
   for (std::size_t i = 0; i < s.tags.size(); ++i) {
-    const host_request& r = s.tags[i].request;
+    const std::string& text = values[given_position(sel, s.tags[i].name)].second;
     try {
-      data.push_back(encode_request_value(r.code, values[i].second, r.count));
+      data.push_back(encode_write(s.tags[i], text, sel.memory_bit));
     } catch (const bad_value& e) {
       throw bad_value("nothing written: " + s.tags[i].name + ": " + e.what());
     }
+    if (s.tags[i].request.code == UNITYDRV_TYPE_STRING) {
+      std::cerr << "panelhost: " << string_write_note(s.tags[i], text) << '\n';
+    }
   }
   for (std::size_t i = 0; i < s.tags.size(); ++i) s.device->write(s.tags[i].request, data[i]);
-  std::cout << "read back:\n";
-  return print_values(std::cout, s.tags, read_all(*s.device, s.tags)) ? 0 : 1;
+  const std::vector<host_result> back = read_all(*s.device, s.tags);
+  bool ok = true;
+  std::vector<bool> differs(s.tags.size(), false);
+  for (std::size_t i = 0; i < s.tags.size(); ++i) {
+    const host_request& r = s.tags[i].request;
+    if (r.bit >= 0) {
+      std::cerr << "panelhost: " << s.tags[i].name << ": bit " << r.bit
+                << " kept in the driver's memory; the controller's value is unchanged\n";
+      continue;
+    }
+    const std::string written = written_text(r, data[i]);
+    if (back[i].ok && value_text(r, back[i]) != written) {
+      std::cerr << "panelhost: " << s.tags[i].name << ": read back " << value_text(r, back[i])
+                << ", not the " << written << " written\n";
+      differs[i] = true;
+      ok = false;
+    }
+    ok = ok && back[i].ok;
+  }
+  if (as_json) {
+    round_report("write", s, sel, back, [&](std::size_t i, nlohmann::json& fields) {
+      fields["written"] = value_json(written_text(s.tags[i].request, data[i]));
+      if (differs[i]) fields["ok"] = false;
+    }).print(std::cout);
+  } else {
+    std::cout << "read back:\n";
+    print_values(std::cout, s.tags, back);
+  }
+  return ok ? 0 : 1;
 }
 
-int run_watch(const connection_options& conn, const selection_options& sel, unsigned interval_ms,
-              unsigned rounds, bool plain) {
+int run_watch(const connection_options& conn, const selection_options& sel,
+              const watch_options& options) {
   session s = open_session(conn, sel, false);
-  const bool redraw = !plain && isatty(STDOUT_FILENO) != 0;
+  const bool redraw = !options.plain && !options.json && isatty(STDOUT_FILENO) != 0;
   std::size_t last_lines = 0;
   bool ok = true;
-  for (unsigned round = 1; rounds == 0 || round <= rounds; ++round) {
-    if (round > 1) std::this_thread::sleep_for(std::chrono::milliseconds(interval_ms));
+  for (unsigned round = 1; options.rounds == 0 || round <= options.rounds; ++round) {
+    if (round > 1) std::this_thread::sleep_for(std::chrono::milliseconds(options.interval_ms));
     const std::vector<host_result> results = read_all(*s.device, s.tags);
-    if (!conn.offline &&
-        std::none_of(results.begin(), results.end(), [](const host_result& r) { return r.ok; })) {
-      reconnect(*s.device, conn.plc, round);
-    }
-    if (redraw) {
+    // A watch that got its connection back ends as well as its last round.
+    ok = std::all_of(results.begin(), results.end(), [](const host_result& r) { return r.ok; });
+    if (options.json) {
+      json_report report = round_report("watch", s, sel, results);
+      report.set("round", round);
+      report.set("time", clock_text());
+      report.print_line(std::cout);
+    } else if (redraw) {
       // Move up over the previous table and clear to the end of the screen.
       if (last_lines != 0) std::cout << "\x1b[" << last_lines << "A\x1b[J";
       std::cout << "round " << round << "  " << clock_text() << '\n';
-      ok = print_values(std::cout, s.tags, results, &last_lines) && ok;
+      print_values(std::cout, s.tags, results, &last_lines);
       ++last_lines;
     } else {
       std::ostringstream line;
       line << clock_text();
       for (std::size_t i = 0; i < s.tags.size(); ++i) {
-        ok = ok && results[i].ok;
         line << ' ' << s.tags[i].name << '=' << value_text(s.tags[i].request, results[i]);
       }
       std::cout << line.str() << '\n';
     }
     std::cout.flush();
+    if (!conn.offline &&
+        std::none_of(results.begin(), results.end(), [](const host_result& r) { return r.ok; }) &&
+        !reconnect(s, conn, round)) {
+      return 1;
+    }
   }
   return ok && s.refused.empty() ? 0 : 1;
 }

@@ -102,8 +102,8 @@ void print_json(const dictionary& dict) {
 
 }  // namespace
 
-int run_browse(const std::string& plc, bool as_json) {
-  const dictionary dict = download_dictionary(plc, std::cerr);
+int run_browse(const connection_options& conn, bool as_json) {
+  const dictionary dict = load_dictionary(conn);
   if (as_json) {
     print_json(dict);
     return 0;

@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
@@ -7,6 +9,7 @@
 #include "tools/common/tag_file_writer.h"
 #include "tools/host/commands.h"
 #include "tools/host/dictionary_shape.h"
+#include "tools/host/driver_resolution.h"
 #include "tools/host/json_report.h"
 #include "tools/host/offline_project.h"
 #include "tools/host/plc_type.h"
@@ -44,11 +47,7 @@ struct checked_tag {
 
 checked_tag check_one(const tag_checker& checker, const std::string& name, const tag_entry& entry,
                       bool wide_names) {
-  checked_tag out{checker.check(name)};
-  if (out.check.ok() && entry.type_id == 0) {
-    out.check.fault = tag_fault::unknown_variable;
-    out.check.message = unresolved_reason(entry.name, wide_names);
-  }
+  checked_tag out{checker.check(name, entry, wide_names)};
   wire::basic_le_reader<std::array<unsigned char, 6>> location(entry.location);
   out.block = location.u16();
   out.offset = location.u32() + entry.member_offset;
@@ -70,9 +69,20 @@ void print_check_json(const std::vector<std::string>& names, const std::vector<c
                              {"type", type_text(c, dict)},
                              {"format", tags[i].read_format}};
     if (c.element) fields["element"] = c.element_number;
+    if (!c.notes.empty()) fields["notes"] = c.notes;
     report.add_tag(names[i], true, fields);
   }
   report.print(std::cout);
+}
+
+void print_notes(const std::vector<std::string>& names, const std::vector<checked_tag>& tags) {
+  bool first = true;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    for (const std::string& note : tags[i].check.notes) {
+      std::cout << (first ? "\nNotes:\n" : "") << names[i] << ": " << note << '\n';
+      first = false;
+    }
+  }
 }
 
 // Resolved tags stream out line by line (a file may hold millions); the few that fail
@@ -105,8 +115,9 @@ void print_check_tables(const std::vector<std::string>& names, const std::vector
          c.element ? std::to_string(c.element_number) : "", type_text(c, dict),
          std::to_string(tags[i].read_format));
   }
+  print_notes(names, tags);
   if (bad == 0) return;
-  std::cout << (bad < names.size() ? "\n" : "") << "Not resolved:\n";
+  std::cout << (bad < names.size() ? "\n" : "") << "Refused:\n";
   failed.print(std::cout);
 }
 
@@ -123,8 +134,10 @@ dictionary load_dictionary(const connection_options& conn) {
 int run_tags_build(const std::string& list, const std::string& out, bool wide, uint32_t offset) {
   std::vector<tag_file::record> records;
   for (const tag_choice& t : read_tag_list(list)) records.push_back({t.name, 0, 0, 0});
+  errno = 0;
   if (!tag_file::write(out, records, wide, offset)) {
-    std::cerr << "panelhost: cannot write tag file " << out << '\n';
+    std::cerr << "panelhost: cannot write tag file " << out << ": "
+              << (errno != 0 ? std::strerror(errno) : "write failed") << '\n';
     return 1;
   }
   std::cout << "wrote " << records.size() << " tags to " << out << (wide ? " (16-bit names)" : "")
@@ -144,7 +157,7 @@ int run_tags_export(const connection_options& conn, const std::string& out,
                     const export_options& options) {
   const dictionary dict = load_dictionary(conn);
   std::ofstream file(out);
-  if (!file) throw std::runtime_error("cannot write tag list " + out);
+  if (!file) throw std::runtime_error("cannot write tag list " + out + ": " + std::strerror(errno));
   file << "# tags of " << (conn.offline_project.empty() ? conn.plc : conn.offline_project) << " ("
        << dict.plc_type << ")\n";
   const std::size_t lines = export_tags(
@@ -153,7 +166,7 @@ int run_tags_export(const connection_options& conn, const std::string& out,
         std::cerr << "  exported " << done << " of " << total << " variables\n";
       });
   file.close();
-  if (!file) throw std::runtime_error("cannot write tag list " + out);
+  if (!file) throw std::runtime_error("cannot write tag list " + out + ": write failed");
   std::cerr << "wrote " << lines << " tags of " << dict.tables.size() << " variables to " << out
             << '\n';
   return 0;
@@ -165,7 +178,7 @@ int run_tags_check(const connection_options& conn, const std::string& file, uint
   const dictionary dict = load_dictionary(conn);
   offline_CTagTable_578 table;
   table.Read(file.c_str(), offset);
-  table.setup_memory_index_in_place(dict.tables, dict.struct_members);
+  const std::optional<uint32_t> stop = resolve_as_driver(table, dict);
   const tag_checker checker(dict);
   std::vector<checked_tag> checked;
   checked.reserve(names.size());
@@ -173,6 +186,8 @@ int run_tags_check(const connection_options& conn, const std::string& file, uint
   for (std::size_t i = 0; i < names.size(); ++i) {
     checked.push_back(
         check_one(checker, names[i], *table.Get(static_cast<uint32_t>(i)), table.wide_names != 0));
+    explain_stop(checked.back().check, static_cast<uint32_t>(i), stop,
+                 stop ? names.at(*stop) : std::string());
     bad += checked.back().check.ok() ? 0 : 1;
   }
   if (as_json) {

@@ -28,10 +28,17 @@ int run_tags_export(const connection_options& conn, const std::string& out,
 int run_tags_check(const connection_options& conn, const std::string& file, uint32_t offset,
                    bool as_json);
 int run_read(const connection_options& conn, const selection_options& sel, bool as_json);
+struct watch_options {
+  unsigned interval_ms = 1000;
+  unsigned rounds = 0;  // 0: until stopped
+  bool plain = false;   // one line per round, no redraw
+  bool json = false;    // one JSON object per round, on one line
+};
+
 int run_write(const connection_options& conn, selection_options sel,
-              const std::vector<std::string>& assignments);
-int run_watch(const connection_options& conn, const selection_options& sel, unsigned interval_ms,
-              unsigned rounds, bool plain);
-int run_browse(const std::string& plc, bool as_json);
+              const std::vector<std::string>& assignments, bool as_json);
+int run_watch(const connection_options& conn, const selection_options& sel,
+              const watch_options& options);
+int run_browse(const connection_options& conn, bool as_json);
 
 }  // namespace panelhost

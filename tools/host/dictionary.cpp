@@ -36,8 +36,15 @@ dictionary download_dictionary(const std::string& address, std::ostream& progres
          session.data_types.size(), "types");
   mark = session.transaction_counter;
   session.get_data_type_detail();
+  // An array of structures shares its element's member list: count it apart.
+  std::size_t arrays = 0;
+  for (const auto& entry : session.struct_members) {
+    const auto type = session.data_types.find(entry.first);
+    arrays += type != session.data_types.end() && type->second.element_type != 0 ? 1 : 0;
+  }
   report(progress, "type details", static_cast<uint16_t>(session.transaction_counter - mark),
-         session.struct_members.size(), "structures");
+         session.struct_members.size() - arrays,
+         ("structures, " + std::to_string(arrays) + " arrays of structures").c_str());
   mark = session.transaction_counter;
   const bool browsed = session.browse();
   report(progress, "variables", static_cast<uint16_t>(session.transaction_counter - mark),

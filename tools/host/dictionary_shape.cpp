@@ -1,8 +1,10 @@
 #include "tools/host/dictionary_shape.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <vector>
 
+#include "tools/host/plc_type.h"
 #include "unitydrv/unitydrv.h"
 #include "wire/byte_cursor.h"
 #include "wire/unity_constants.h"
@@ -113,6 +115,48 @@ bool array_elements(const data_type& type, uint32_t& elements, int32_t& low_boun
 std::vector<std::pair<int32_t, int32_t>> array_dimensions(const data_type& type) {
   if (type.element_type == 0) return {};
   return bounds_of(type);
+}
+
+namespace {
+
+// Nesting deeper than this is taken for a loop in a damaged dictionary.
+constexpr int k_max_depth = 32;
+
+uint64_t size_at_depth(uint16_t type_id, const std::map<unsigned short, data_type>& data_types,
+                       const std::map<unsigned short, std::vector<data_type>>& struct_members,
+                       int depth) {
+  if (depth > k_max_depth) return 0;
+  const tag_shape shape = shape_of_type(type_id, data_types);
+  const auto type = data_types.find(type_id);
+  const bool array = type != data_types.end() && !array_dimensions(type->second).empty();
+  if (shape.code != 0 && (!array || shape.is_array)) {
+    const plc_type* code = find_plc_type(shape.code);
+    return uint64_t{shape.count} * (code ? code->size : 0);
+  }
+  if (array) {
+    uint32_t elements = 0;
+    int32_t low = 0;
+    if (!array_elements(type->second, elements, low)) return 0;
+    return elements *
+           size_at_depth(type->second.element_type, data_types, struct_members, depth + 1);
+  }
+  const auto members = struct_members.find(type_id);
+  if (members == struct_members.end()) return 0;
+  uint64_t end = 0;
+  for (const data_type& m : members->second) {
+    if (m.bounds.size() < 2 || m.member_offset_bytes.size() < 4) continue;
+    const uint64_t at = wire::le_reader(m.member_offset_bytes).u32();
+    const uint16_t member_type = wire::le_reader(m.bounds).u16();
+    end = std::max(end, at + size_at_depth(member_type, data_types, struct_members, depth + 1));
+  }
+  return end;
+}
+
+}  // namespace
+
+uint64_t declared_size(uint16_t type_id, const std::map<unsigned short, data_type>& data_types,
+                       const std::map<unsigned short, std::vector<data_type>>& struct_members) {
+  return size_at_depth(type_id, data_types, struct_members, 0);
 }
 
 std::string dictionary_type_name(uint16_t type_id,

@@ -28,6 +28,12 @@ bool array_elements(const data_type& type, uint32_t& elements, int32_t& low_boun
 // Declared [low, high] bounds per dimension; empty when type is not an array.
 std::vector<std::pair<int32_t, int32_t>> array_dimensions(const data_type& type);
 
+// Bytes a value of type_id takes in controller memory as the dictionary declares it:
+// elementary widths, a STRING's declared length, elements times the element's size, and a
+// structure up to the end of its furthest member. 0 when the type is unknown.
+uint64_t declared_size(uint16_t type_id, const std::map<unsigned short, data_type>& data_types,
+                       const std::map<unsigned short, std::vector<data_type>>& struct_members);
+
 // Text for a dictionary type id: its name from data_types, or the elementary name.
 std::string dictionary_type_name(uint16_t type_id,
                                  const std::map<unsigned short, data_type>& data_types);

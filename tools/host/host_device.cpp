@@ -101,6 +101,8 @@ void host_device::write(const host_request& request, const write_data& data) {
   gui[0].device_handle = handle_;
   if (is_bit_type(request.code) || request.bit >= 0) {
     gui[0].write.bit.write_bit_value = data.bit_value;
+    // An offline device stores whole values from the words, a bit type's too.
+    gui[0].write_words[0] = data.bit_value;
   } else {
     gui[0].write.write_count = static_cast<uint16_t>(data.words.size());
     std::copy(data.words.begin(), data.words.end(), gui[0].write_words);

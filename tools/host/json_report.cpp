@@ -24,4 +24,10 @@ void json_report::print(std::ostream& out) const {
   out << doc.dump(1) << '\n';
 }
 
+void json_report::print_line(std::ostream& out) const {
+  nlohmann::json doc = doc_;
+  doc["ok"] = ok_;
+  out << doc.dump() << '\n';
+}
+
 }  // namespace panelhost

@@ -17,6 +17,7 @@ class json_report {
   void set(const std::string& key, nlohmann::json value);
   bool ok() const { return ok_; }
   void print(std::ostream& out) const;
+  void print_line(std::ostream& out) const;  // on one line, as watch prints each round
 
  private:
   nlohmann::json doc_;

@@ -50,7 +50,9 @@ void add_access(CLI::App* cmd, connection_options& conn, selection_options& sel)
               "types from PROJECT.json (a simulator project) when given");
   auto* tags = cmd->add_option("--tags", sel.tag_file, "tag file");
   cmd->add_option("--list", sel.list_file, "tag list (Name or Name:TYPE per line)")->excludes(tags);
-  cmd->add_option("--type", sel.types, "NAME=TYPE: PLC type of a tag (INT, REAL, STRING[20] ...)");
+  // One NAME=TYPE per --type, so that the tag names after it stay names.
+  cmd->add_option("--type", sel.types, "NAME=TYPE: PLC type of a tag (INT, REAL, STRING[20] ...)")
+      ->allow_extra_args(false);
   cmd->add_option("--index", sel.index, "first array element");
   auto* count = cmd->add_option("--count", sel.count, "number of elements");
   // The driver reads as many words as bits, so a bit read takes one bit.
@@ -65,8 +67,25 @@ int check_plc(connection_options& conn) {
     std::cerr << "panelhost: --plc ADDR is required (or --offline)\n";
     return 2;
   }
-  if (!conn.offline) check_ipv4_address(conn.plc);
+  if (conn.offline) return 0;
+  try {
+    check_ipv4_address(conn.plc);
+  } catch (const std::invalid_argument& e) {
+    std::cerr << "panelhost: " << e.what() << '\n';
+    return 2;
+  }
   return 0;
+}
+
+// Texts of the standard library and of the JSON parser mean nothing to an integrator; the
+// commands catch them where they can name the tag or file. One that gets here anyway is
+// not shown raw.
+bool raw_library_text(const std::string& text) {
+  for (const char* mark : {"_M_", "basic_string", "json.exception", "bad lexical cast",
+                           "std::", "vector::", "map::at", "stoul", "stoi"}) {
+    if (text.find(mark) != std::string::npos) return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -75,6 +94,10 @@ int main(int argc, char** argv) {
   CLI::App app{"Drives the driver libunitydrv.so like an operator panel"};
   app.set_version_flag("--version", "panelhost " UNITYDRV_VERSION);
   app.require_subcommand(1);
+  app.footer(
+      "Exit status: 0 success; 1 a failure at run time (controller unreachable, a read failed, "
+      "a tag unresolved or refused, a value read back differs from the one written); 2 a usage "
+      "error (a bad option, a missing argument, an address that is not dotted IPv4).");
   connection_options conn;
   conn.library = default_library();
   selection_options sel;
@@ -116,21 +139,30 @@ int main(int argc, char** argv) {
   auto* write = app.add_subcommand("write", "write tags and read them back");
   add_access(write, conn, sel);
   write->add_option("NAME=VALUE", assignments)->required();
+  write->add_flag("--json", as_json, "JSON output");
+  write->add_flag("--memory-bit", sel.memory_bit,
+                  "with --bit: write the bit although the driver only keeps it in its memory");
 
-  unsigned interval = 1000, rounds = 0;
-  bool plain = false;
+  watch_options watching;
   auto* watch = app.add_subcommand("watch", "poll tags and show a live table");
   add_access(watch, conn, sel);
   watch->add_option("NAME", sel.names, "tags to watch (default: every tag)");
-  watch->add_option("--interval", interval, "milliseconds between rounds");
-  watch->add_option("--rounds", rounds, "stop after this many rounds (0: never)");
-  watch->add_flag("--plain", plain, "one line per round, no redraw");
+  watch->add_option("--interval", watching.interval_ms, "milliseconds between rounds");
+  watch->add_option("--rounds", watching.rounds, "stop after this many rounds (0: never)");
+  watch->add_flag("--plain", watching.plain, "one line per round, no redraw");
+  watch->add_flag("--json", watching.json, "one JSON object per round, on one line");
 
   auto* browse = app.add_subcommand("browse", "print the controller's data dictionary");
-  add_connection(browse, conn, true);
+  add_offline(browse, conn, add_connection(browse, conn, false),
+              "PROJECT.json: the dictionary of a simulator project");
   browse->add_flag("--json", as_json, "JSON output");
 
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    // The parser's own codes become the one usage status; --help and --version exit 0.
+    return app.exit(e) == 0 ? 0 : 2;
+  }
   try {
     if (build->parsed()) return run_tags_build(list, out, wide, offset);
     if (show->parsed()) return run_tags_list(file, offset);
@@ -141,14 +173,19 @@ int main(int argc, char** argv) {
       sel.names.insert(sel.names.begin(), project);
       conn.offline_project.clear();
     }
-    if (browse->parsed()) return run_browse(conn.plc, as_json);
+    if (browse->parsed()) return run_browse(conn, as_json);
     if (export_cmd->parsed()) return run_tags_export(conn, out, exported);
     if (check->parsed()) return run_tags_check(conn, file, offset, as_json);
     if (read->parsed()) return run_read(conn, sel, as_json);
-    if (write->parsed()) return run_write(conn, sel, assignments);
-    return run_watch(conn, sel, interval, rounds, plain);
+    if (write->parsed()) return run_write(conn, sel, assignments, as_json);
+    return run_watch(conn, sel, watching);
   } catch (const std::exception& e) {
-    std::cerr << "panelhost: " << e.what() << '\n';
+    const std::string text = e.what();
+    std::cerr << "panelhost: "
+              << (raw_library_text(text) ? "unexpected failure inside panelhost; nothing more "
+                                           "is known (please report the command line)"
+                                         : text)
+              << '\n';
     return 1;
   }
 }

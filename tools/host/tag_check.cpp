@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <iomanip>
 #include <optional>
+#include <sstream>
 
 #include "tools/host/dictionary_shape.h"
 #include "tools/host/nearest_name.h"
@@ -78,7 +80,21 @@ tag_check fault(tag_fault kind, std::string message) {
   return c;
 }
 
+std::string malformed_message(const std::string& name, const std::string& part) {
+  return part.find_first_of("[]") == std::string::npos
+             ? "empty name part in '" + name + "'"
+             : "malformed subscript in '" + part +
+                   "' (expected integers in one bracket group, e.g. A[3] or M[1, 2])";
+}
+
 }  // namespace
+
+std::string name_syntax_error(const std::string& name) {
+  for (const std::string& part : split_at_dots(name)) {
+    if (!parse_part(part)) return malformed_message(name, part);
+  }
+  return "";
+}
 
 std::string unresolved_reason(const char* driver_name, bool wide_names) {
   if (!wide_names) return "the driver does not resolve it";
@@ -107,6 +123,10 @@ const char* fault_name(tag_fault fault) {
       return "structure: name a member";
     case tag_fault::needs_subscript:
       return "array of structures: give a subscript";
+    case tag_fault::outside_variable:
+      return "outside its variable";
+    case tag_fault::unresolved:
+      return "not resolved";
   }
   return "?";
 }
@@ -120,6 +140,10 @@ bool tag_checker::is_structure(uint16_t type) const {
   return !is_array(type) && dict_.struct_members.count(type) != 0;
 }
 
+bool tag_checker::is_structure_array(uint16_t type) const {
+  return is_array(type) && is_structure(dict_.data_types.at(type).element_type);
+}
+
 std::vector<std::string> tag_checker::variable_names() const {
   if (names_.empty()) {
     for (const auto& entry : dict_.tables) names_.push_back(plain(entry.first));
@@ -127,34 +151,207 @@ std::vector<std::string> tag_checker::variable_names() const {
   return names_;
 }
 
+// One subscript on an array of structures, as the driver applies it: it takes the first
+// number as the element counted from 0 and steps by the element's size.
+struct tag_checker::walk {
+  struct step {
+    std::size_t part = 0;        // which part of the name carries the subscript
+    std::string path;            // the name up to the array ("Pumps", "Plant.Pumps")
+    std::string type_name;       // "ARRAY[1..3] OF PUMP"
+    std::string written;         // "[3]"
+    int64_t driver_element = 0;  // the element the driver addresses, from 0
+    uint32_t elements = 0;
+    bool counted_apart = false;      // declared subscripts differ from the driver's count
+    std::optional<uint32_t> meant;   // the element the subscript names as declared
+    std::string declared_of_driver;  // "[2]": the driver's element as declared
+    bool inside() const { return driver_element >= 0 && driver_element < elements; }
+  };
+  std::vector<std::string> texts;
+  std::vector<step> steps;
+
+  // The name with each structure-array subscript replaced by pick(step); empty when pick
+  // gives nothing for one of them.
+  template <typename Pick>
+  std::string renamed(Pick pick) const {
+    std::vector<std::string> parts = texts;
+    for (const step& s : steps) {
+      const std::string subscript = pick(s);
+      if (subscript.empty()) return "";
+      parts[s.part] = parts[s.part].substr(0, parts[s.part].find('[')) + subscript;
+    }
+    std::string name;
+    for (const std::string& p : parts) name += (name.empty() ? "" : ".") + p;
+    return name;
+  }
+};
+
 tag_check tag_checker::check(const std::string& name) const {
-  const std::vector<std::string> texts = split_at_dots(name);
+  walk w;
+  w.texts = split_at_dots(name);
+  const std::vector<std::string>& texts = w.texts;
   tag_check result;
   std::string path;
   for (std::size_t i = 0; i < texts.size(); ++i) {
     const std::optional<name_part> part = parse_part(texts[i]);
-    if (!part) {
-      return fault(tag_fault::malformed,
-                   texts[i].find_first_of("[]") == std::string::npos
-                       ? "empty name part in '" + name + "'"
-                       : "malformed subscript in '" + texts[i] +
-                             "' (expected integers in one bracket group, e.g. A[3] or M[1, 2])");
-    }
+    if (!part) return fault(tag_fault::malformed, malformed_message(name, texts[i]));
     tag_check step =
         i == 0 ? variable_step(part->ident, result) : member_step(part->ident, path, result);
     if (!step.ok()) return step;
     path += (i == 0 ? "" : ".") + part->ident;
     result.element = false;
     if (!part->subscripted) continue;
-    step = subscript_step(part->subscripts, texts[i], path, result);
-    if (!step.ok()) return step;
+    const std::string array_path = path;
     path += texts[i].substr(texts[i].find('['));
+    if (i + 1 < texts.size() && is_structure_array(result.type_id)) {
+      step = structure_subscript_step(part->subscripts, array_path, i, w, result);
+      if (!step.ok()) return step;
+      continue;
+    }
+    step = subscript_step(part->subscripts, texts[i], array_path, result);
+    if (!step.ok()) return step;
     if (i + 1 < texts.size()) {
       result.element = false;
       result.type_id = dict_.data_types.at(result.type_id).element_type;
+    } else {
+      result.notes.push_back("the driver addresses all of " + array_path +
+                             "; the host selects element " + std::to_string(result.element_number) +
+                             " (counted from 0) with its array index");
     }
   }
-  return end_check(path, result);
+  result = end_check(path, result);
+  return result.ok() ? counting_verdict(name, w, result) : result;
+}
+
+tag_check tag_checker::check(const std::string& name, const tag_entry& entry,
+                             bool wide_names) const {
+  tag_check result = check(name);
+  if (!result.ok()) return result;
+  if (entry.type_id == 0) {
+    return fault(tag_fault::unresolved, unresolved_reason(entry.name, wide_names));
+  }
+  return placement_check(name, entry, result);
+}
+
+tag_check tag_checker::structure_subscript_step(const std::vector<int32_t>& subscripts,
+                                                const std::string& path, std::size_t part, walk& w,
+                                                tag_check& result) const {
+  const data_type& array = dict_.data_types.at(result.type_id);
+  const auto dims = array_dimensions(array);
+  if (subscripts.size() != 1 && subscripts.size() != dims.size()) {
+    return fault(tag_fault::malformed, path + " has " + std::to_string(dims.size()) +
+                                           " dimension(s), '" + w.texts[part] + "' gives " +
+                                           std::to_string(subscripts.size()));
+  }
+  walk::step s;
+  s.part = part;
+  s.path = path;
+  s.type_name = dictionary_type_name(result.type_id, dict_.data_types);
+  s.written = w.texts[part].substr(w.texts[part].find('['));
+  s.driver_element = subscripts.front();
+  s.elements = 1;
+  for (const auto& [low, high] : dims) s.elements *= static_cast<uint32_t>(high - low + 1);
+  s.counted_apart = dims.size() > 1 || dims.front().first != 0;
+  if (subscripts.size() == dims.size()) {
+    uint32_t number = 0;
+    bool inside = true;
+    for (std::size_t d = 0; d < dims.size(); ++d) {
+      inside = inside && subscripts[d] >= dims[d].first && subscripts[d] <= dims[d].second;
+      number = number * static_cast<uint32_t>(dims[d].second - dims[d].first + 1) +
+               static_cast<uint32_t>(subscripts[d] - dims[d].first);
+    }
+    if (inside) s.meant = number;
+  }
+  if (s.inside()) {
+    // The driver's element as the declared subscripts name it, last dimension fastest.
+    std::vector<int64_t> at(dims.size());
+    int64_t rest = s.driver_element;
+    for (std::size_t d = dims.size(); d-- > 0;) {
+      const int64_t extent = dims[d].second - dims[d].first + 1;
+      at[d] = dims[d].first + rest % extent;
+      rest /= extent;
+    }
+    for (int64_t a : at)
+      s.declared_of_driver += (s.declared_of_driver.empty() ? "" : ",") + std::to_string(a);
+    s.declared_of_driver = "[" + s.declared_of_driver + "]";
+  }
+  w.steps.push_back(s);
+  result.type_id = array.element_type;
+  return {};
+}
+
+// A structure-array subscript outside the driver's count fails; inside it, a declared low
+// bound other than 0 gets a note saying which element the name reaches.
+tag_check tag_checker::counting_verdict(const std::string& name, const walk& w,
+                                        tag_check result) const {
+  if (w.steps.empty()) return result;
+  const bool apart = std::any_of(w.steps.begin(), w.steps.end(),
+                                 [](const walk::step& s) { return s.counted_apart; });
+  const std::string meant_name = w.renamed([](const walk::step& s) {
+    return s.meant ? "[" + std::to_string(*s.meant) + "]" : std::string();
+  });
+  const auto outside =
+      std::find_if(w.steps.begin(), w.steps.end(), [](const walk::step& s) { return !s.inside(); });
+  if (outside != w.steps.end()) {
+    const walk::step& s = *outside;
+    std::string text = name + " lies " + (s.driver_element < 0 ? "before " : "past ") + s.path +
+                       " (" + s.type_name + ")";
+    const std::string range = "0.." + std::to_string(s.elements - 1);
+    if (!apart) {
+      text += ": " + s.path + " takes subscripts " + range;
+    } else if (!meant_name.empty()) {
+      text += ": the driver counts structure-array subscripts from 0; the element declared as " +
+              s.path + s.written + " is " + meant_name;
+    } else {
+      text +=
+          ": the driver counts structure-array subscripts from 0, so " + s.path + " takes " + range;
+    }
+    return fault(tag_fault::outside_variable, text);
+  }
+  if (!apart) return result;
+  std::string note = "the driver counts structure-array subscripts from 0: " + name +
+                     " is the element declared as " +
+                     w.renamed([](const walk::step& s) { return s.declared_of_driver; });
+  if (!meant_name.empty() && meant_name != name) {
+    note += "; the element declared as " + name + " is " + meant_name;
+  }
+  result.notes.push_back(note);
+  result.counting_note = true;
+  return result;
+}
+
+namespace {
+
+std::string location_text(uint16_t block, uint64_t offset) {
+  std::ostringstream text;
+  text << block << ":0x" << std::hex << std::setw(4) << std::setfill('0') << offset;
+  return text.str();
+}
+
+}  // namespace
+
+// The bytes the driver placed the tag at, against the variable's declared extent: catches
+// what the name alone does not, such as a structure whose size the driver counts short.
+tag_check tag_checker::placement_check(const std::string& name, const tag_entry& entry,
+                                       tag_check result) const {
+  const std::string variable = name.substr(0, name.find_first_of(".["));
+  const auto var = dict_.tables.find(variable + '\0');
+  if (var == dict_.tables.end() || var->second.location.size() < 6) return result;
+  wire::le_reader declared(var->second.location);
+  const uint16_t block = declared.u16();
+  const uint64_t begin = declared.u32();
+  const uint64_t end =
+      begin + declared_size(var->second.type_id, dict_.data_types, dict_.struct_members);
+  wire::basic_le_reader<std::array<unsigned char, 6>> placed(entry.location);
+  const uint16_t at_block = placed.u16();
+  const uint64_t at = placed.u32() + entry.member_offset;
+  const uint64_t size = declared_size(entry.type_id, dict_.data_types, dict_.struct_members);
+  if (end == begin || (at_block == block && at >= begin && at + size <= end)) return result;
+  return fault(tag_fault::outside_variable,
+               name + " lies " + (at_block == block && at < begin ? "before " : "past ") +
+                   variable + " (" + dictionary_type_name(var->second.type_id, dict_.data_types) +
+                   "): the driver places its " + std::to_string(size) + " bytes at " +
+                   location_text(at_block, at) + ", the variable takes " +
+                   std::to_string(end - begin) + " bytes from " + location_text(block, begin));
 }
 
 tag_check tag_checker::variable_step(const std::string& ident, tag_check& result) const {
@@ -241,8 +438,7 @@ tag_check tag_checker::end_check(const std::string& path, const tag_check& resul
     if (is_structure(array.element_type)) {
       return fault(tag_fault::needs_subscript,
                    path + " is an array of structures (" + last_name() +
-                       "): name one element's member, e.g. " + path + "[" +
-                       std::to_string(array_dimensions(array).front().first) + "]." +
+                       "): name one element's member, e.g. " + path + "[0]." +
                        plain(dict_.struct_members.at(array.element_type).front().name));
     }
   }

@@ -2,6 +2,8 @@
 
 #include <fnmatch.h>
 
+#include <algorithm>
+
 #include "tools/host/dictionary_shape.h"
 #include "tools/host/plc_type.h"
 #include "unitydrv/unitydrv.h"
@@ -56,7 +58,8 @@ class exporter {
     if (!of_structures && shape.code != 0) {
       emit(name, plc_type_name(shape.code) + "[" + std::to_string(shape.count) + "]");
     }
-    if (!of_structures && !options_.elements) return;
+    if (of_structures) return structure_elements(name, type, dims, depth);
+    if (!options_.elements) return;
     std::vector<int32_t> at;
     for (const auto& d : dims) at.push_back(d.first);
     for (;;) {
@@ -70,8 +73,38 @@ class exporter {
     }
   }
 
+  // The driver counts an array of structures' subscript from 0 whatever the declared
+  // bounds (and takes only the first number), so each element is named by its number from
+  // 0, with a comment where that differs from the declared subscript.
+  void structure_elements(const std::string& name, const data_type& type,
+                          const std::vector<std::pair<int32_t, int32_t>>& dims, int depth) {
+    uint32_t elements = 0;
+    int32_t low = 0;
+    if (!array_elements(type, elements, low)) return;
+    const bool apart = dims.size() > 1 || low != 0;
+    std::vector<int32_t> at;
+    for (const auto& d : dims) at.push_back(d.first);
+    for (uint32_t k = 0; k < elements; ++k) {
+      const std::string element = name + "[" + std::to_string(k) + "]";
+      const std::size_t pending = pending_.size();
+      if (apart) {
+        std::string declared;
+        for (int32_t s : at) declared += (declared.empty() ? "" : ",") + std::to_string(s);
+        pending_.push_back("# " + element + " is the element declared as " + name + "[" + declared +
+                           "] (the driver counts from 0)");
+      }
+      this->type(element, type.element_type, depth + 1);
+      pending_.resize(std::min(pending_.size(), pending));
+      std::size_t d = dims.size();
+      while (d > 0 && at[d - 1] == dims[d - 1].second) at[d - 1] = dims[d - 1].first, --d;
+      if (d > 0) ++at[d - 1];
+    }
+  }
+
   void emit(const std::string& name, const std::string& type) {
     if (!options_.filter.empty() && fnmatch(options_.filter.c_str(), name.c_str(), 0) != 0) return;
+    for (const std::string& comment : pending_) line_(comment);
+    pending_.clear();
     line_(name + ":" + type);
     ++lines_;
   }
@@ -80,6 +113,7 @@ class exporter {
   const export_options& options_;
   const std::function<void(const std::string&)>& line_;
   std::size_t lines_ = 0;
+  std::vector<std::string> pending_;  // comments written before the next tag line
 };
 
 }  // namespace

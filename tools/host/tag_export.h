@@ -15,7 +15,9 @@ struct export_options {
 };
 
 // Calls line("Name:TYPE") for each tag: variables, structure members at any depth, arrays
-// of structures element by element, arrays of elementary values whole (and per element
+// of structures element by element (numbered from 0, as the driver counts them, with a
+// "# ..." comment line naming the declared element where that differs), arrays of
+// elementary values whole (and per element
 // with options.elements). progress(done, total) is called every few thousand variables.
 // Returns the number of lines.
 std::size_t export_tags(const dictionary& dict, const export_options& options,

@@ -4,6 +4,7 @@
 #include <boost/locale/encoding_utf.hpp>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -37,6 +38,11 @@ bool looks_like_text(const std::string& bytes) {
 }  // namespace
 
 std::string read_file_bytes(const std::string& path, const std::string& what) {
+  // A directory opens as a stream on Linux and reads as nothing.
+  std::error_code error;
+  if (std::filesystem::is_directory(path, error)) {
+    throw std::runtime_error("cannot read " + what + " " + path + ": it is a directory");
+  }
   std::ifstream in(path, std::ios::binary);
   if (!in)
     throw std::runtime_error("cannot read " + what + " " + path + ": " + std::strerror(errno));

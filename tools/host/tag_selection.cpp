@@ -5,12 +5,15 @@
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
+#include <set>
 #include <stdexcept>
 
 #include "tag_index/tag_table.h"
 #include "tools/common/tag_file_writer.h"
 #include "tools/host/dictionary_shape.h"
+#include "tools/host/driver_resolution.h"
 #include "tools/host/nearest_name.h"
+#include "tools/host/plc_type.h"
 #include "tools/host/tag_check.h"
 #include "unitydrv/unitydrv.h"
 
@@ -23,25 +26,6 @@ std::map<std::string, type_choice> type_overrides(const std::vector<std::string>
   for (const std::string& text : texts) {
     const auto assignment = parse_assignment(text);
     out[assignment.first] = parse_type_choice(assignment.second);
-  }
-  return out;
-}
-
-struct resolved_types {
-  std::vector<uint16_t> type_ids;    // 0: the tag did not resolve
-  std::vector<std::string> reasons;  // why, for each one that did not
-};
-
-resolved_types resolve_against(const std::string& tag_file, const dictionary& dict) {
-  offline_CTagTable_578 table;
-  table.Read(tag_file.c_str(), 0);
-  table.setup_memory_index_in_place(dict.tables, dict.struct_members);
-  resolved_types out;
-  for (uint32_t i = 0; i < table.tag_count; ++i) {
-    const tag_entry& entry = *table.Get(i);
-    out.type_ids.push_back(entry.type_id);
-    out.reasons.push_back(entry.type_id == 0 ? unresolved_reason(entry.name, table.wide_names != 0)
-                                             : std::string());
   }
   return out;
 }
@@ -69,15 +53,27 @@ temp_tag_file::~temp_tag_file() {
 tag_selection::tag_selection(const selection_options& options) : options_(options) {
   std::vector<tag_choice> named;
   for (const std::string& n : options.names) named.push_back(parse_tag_choice(n));
+  std::set<std::string> unreadable;
   if (!options.tag_file.empty()) {
     tag_file_ = options.tag_file;
   } else {
     const std::vector<tag_choice> listed =
         options.list_file.empty() ? named : read_tag_list(options.list_file);
     if (listed.empty()) throw std::runtime_error("no tags given");
-    temp_ = std::make_unique<temp_tag_file>(listed);
+    // A name the driver cannot read would stop it resolving the tags behind it: leave it
+    // out of the tag file and refuse it.
+    std::vector<tag_choice> readable;
+    for (const tag_choice& l : listed) {
+      if (std::string error = name_syntax_error(l.name); !error.empty()) {
+        errors_.push_back({l.name, fault_name(tag_fault::malformed), error});
+        unreadable.insert(l.name);
+      } else {
+        readable.push_back(l);
+      }
+    }
+    temp_ = std::make_unique<temp_tag_file>(readable);
     tag_file_ = temp_->path();
-    if (named.empty()) named = listed;
+    if (named.empty()) named = readable;
     // The list's types hold unless a name on the command line gives its own.
     for (tag_choice& n : named) {
       auto it = std::find_if(listed.begin(), listed.end(),
@@ -90,6 +86,7 @@ tag_selection::tag_selection(const selection_options& options) : options_(option
     for (const std::string& n : file_names_) named.push_back({n, {}});
   }
   for (const tag_choice& n : named) {
+    if (unreadable.count(n.name) != 0) continue;
     auto it = std::find(file_names_.begin(), file_names_.end(), n.name);
     if (it == file_names_.end()) {
       errors_.push_back(
@@ -104,9 +101,16 @@ tag_selection::tag_selection(const selection_options& options) : options_(option
 std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
                                                   std::vector<tag_refusal>& errors) const {
   const auto overrides = type_overrides(options_.types);
-  const resolved_types resolved = dict ? resolve_against(tag_file_, *dict) : resolved_types{};
+  // The tags resolved as the driver resolves them, so that each is checked where the
+  // driver will place it.
+  offline_CTagTable_578 table;
+  std::optional<uint32_t> stop;
   std::optional<tag_checker> checker;
-  if (dict) checker.emplace(*dict);
+  if (dict) {
+    table.Read(tag_file_.c_str(), 0);
+    stop = resolve_as_driver(table, *dict);
+    checker.emplace(*dict);
+  }
   errors.insert(errors.end(), errors_.begin(), errors_.end());
   std::vector<selected_tag> out;
   for (std::size_t i = 0; i < chosen_.size(); ++i) {
@@ -116,15 +120,14 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
     tag_shape shape;
     uint32_t elements = 1;
     if (checker) {
-      const tag_check check = checker->check(choice.name);
+      tag_check check =
+          checker->check(choice.name, *table.Get(positions_[i]), table.wide_names != 0);
+      explain_stop(check, positions_[i], stop, stop ? file_names_.at(*stop) : std::string());
       if (!check.ok()) {
         errors.push_back({choice.name, fault_name(check.fault), check.message});
         continue;
       }
-      if (resolved.type_ids.at(positions_[i]) == 0) {
-        errors.push_back({choice.name, "not resolved", resolved.reasons.at(positions_[i])});
-        continue;
-      }
+      if (check.counting_note) notes_.push_back({choice.name, "note", check.notes.back()});
       shape = shape_of_type(check.type_id, dict->data_types);
       elements = shape.is_array ? shape.count : 1;
       if (check.element) {
@@ -148,7 +151,7 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
       errors.push_back(
           {choice.name, "no type",
            (dict ? "no PLC type fits " +
-                       dictionary_type_name(resolved.type_ids.at(positions_[i]), dict->data_types) +
+                       dictionary_type_name(table.Get(positions_[i])->type_id, dict->data_types) +
                        ": give Name:TYPE in the list or --type Name=TYPE"
                  : "no type (a tag file carries no types): give Name:TYPE "
                    "in the list, --type Name=TYPE, or --offline PROJECT.json")});
@@ -160,7 +163,10 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
       errors.push_back({choice.name, "outside the bounds", error});
       continue;
     }
-    if (options_.bit) request.bit = *options_.bit;
+    if (std::string error = apply_bit(request); !error.empty()) {
+      errors.push_back({choice.name, "outside the bounds", error});
+      continue;
+    }
     out.push_back({choice.name, request});
   }
   return out;
@@ -181,11 +187,35 @@ std::string tag_selection::apply_range(const tag_shape& shape, uint32_t elements
     request.array_index = static_cast<uint16_t>(first);
     request.count = static_cast<uint16_t>(elements - first);
   }
+  const uint16_t declared = request.count;
   if (options_.count) request.count = *options_.count;
-  if (shape.is_array && request.array_index + request.count > elements) {
+  if ((shape.is_array || elements > 1) && request.array_index + request.count > elements) {
     return "--count " + std::to_string(request.count) + " runs past the last of its " +
            std::to_string(elements) + " elements";
   }
+  if (shape.is_array || elements > 1 || request.count <= declared) return "";
+  if (shape.code == UNITYDRV_TYPE_STRING) {
+    return "--count " + std::to_string(request.count) + " runs past the " +
+           std::to_string(declared) + " characters of its STRING[" + std::to_string(declared) + "]";
+  }
+  return "--count " + std::to_string(request.count) + " runs past a single " +
+         plc_type_name(shape.code) + (declared > 1 ? "[" + std::to_string(declared) + "]" : "");
+}
+
+// --bit picks a bit of a value that has bits to pick: not past the width of its type.
+std::string tag_selection::apply_bit(host_request& request) const {
+  if (!options_.bit) return "";
+  const plc_type* type = find_plc_type(request.code);
+  const unsigned width = type == nullptr ? 0 : type->bit_source_width * 8u;
+  if (width == 0) {
+    return "--bit needs a value with bits (INT, WORD, DINT ...): " + plc_type_name(request.code) +
+           " has none to pick";
+  }
+  if (static_cast<unsigned>(*options_.bit) >= width) {
+    return "--bit " + std::to_string(*options_.bit) + " is past the " + std::to_string(width) +
+           " bits of " + plc_type_name(request.code) + " (0.." + std::to_string(width - 1) + ")";
+  }
+  request.bit = *options_.bit;
   return "";
 }
 

@@ -23,6 +23,7 @@ struct selection_options {
   std::optional<uint16_t> index;   // --index
   std::optional<uint16_t> count;   // --count
   std::optional<int> bit;          // --bit
+  bool memory_bit = false;         // write: a bit inside a word, into the driver's memory
 };
 
 // A tag left out of a command, and why.
@@ -61,6 +62,9 @@ class tag_selection {
   // the others are returned in order.
   std::vector<selected_tag> requests(const dictionary* dict,
                                      std::vector<tag_refusal>& errors) const;
+  // Resolved tags worth a word (a structure-array subscript counted apart from its
+  // declared bounds), filled by requests().
+  const std::vector<tag_refusal>& notes() const { return notes_; }
 
  private:
   selection_options options_;
@@ -70,8 +74,10 @@ class tag_selection {
   std::vector<tag_choice> chosen_;
   std::vector<uint32_t> positions_;
   std::vector<tag_refusal> errors_;
+  mutable std::vector<tag_refusal> notes_;
 
   std::string apply_range(const tag_shape& shape, uint32_t elements, host_request& request) const;
+  std::string apply_bit(host_request& request) const;
 };
 
 }  // namespace panelhost

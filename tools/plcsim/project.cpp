@@ -206,12 +206,29 @@ void check_type_ids(const project& p) {
     if (!known(v.type)) fail("variable " + v.name + " has unknown type " + std::to_string(v.type));
 }
 
+// The parser's reason without its "[json.exception.type_error.302] " tag.
+std::string json_reason(const json::exception& e) {
+  const std::string text = e.what();
+  const auto tag_end = text.find("] ");
+  return text.rfind("[json.exception", 0) == 0 && tag_end != std::string::npos
+             ? text.substr(tag_end + 2)
+             : text;
+}
+
 void parse_variable(project& p, const json& j) {
   variable v;
-  v.name = j.at("name").get<std::string>();
-  v.type = j.at("type").get<uint16_t>();
-  v.block = j.at("block").get<uint16_t>();
-  v.offset = j.at("offset").get<uint32_t>();
+  // Name the variable (or its position) in a field error: a project has many of them.
+  const std::string which = j.is_object() && j.contains("name") && j.at("name").is_string()
+                                ? "variable '" + j.at("name").get<std::string>() + "'"
+                                : "variable " + std::to_string(p.variables.size() + 1);
+  try {
+    v.name = j.at("name").get<std::string>();
+    v.type = j.at("type").get<uint16_t>();
+    v.block = j.at("block").get<uint16_t>();
+    v.offset = j.at("offset").get<uint32_t>();
+  } catch (const json::exception& e) {
+    fail(which + ": " + json_reason(e));
+  }
   p.variables.push_back(v);
 }
 
@@ -277,7 +294,7 @@ project parse_project(const std::string& json_text) {
       p.initial[m.at("block").get<uint16_t>()][m.at("offset").get<uint32_t>()] =
           from_hex(m.at("hex").get<std::string>());
   } catch (const json::exception& e) {
-    fail(std::string("bad field: ") + e.what());
+    fail("bad field: " + json_reason(e));
   }
   if (p.table_address % 2) fail("table_address must be even");
   return p;

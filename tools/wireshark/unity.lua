@@ -9,6 +9,10 @@
 -- stream and transaction id; a reply decodes its payload by the matching request
 -- (dictionary lists, per-item values). A reply whose request is not in the capture
 -- is decoded from its own bytes as far as they tell.
+--
+-- Where the capture holds the dictionary download, read and write items carry the name
+-- of the variable they address: block and offset matched to the variables table seen
+-- earlier in the same TCP stream ("Motor1", or "Line+20" inside a variable).
 
 local unity = Proto("unity", "Unity (Modbus function 0x5A)")
 
@@ -111,6 +115,8 @@ local f = {
   address = ProtoField.uint32("unity.item.address", "Address", base.HEX),
   element_count = ProtoField.uint16("unity.item.count", "Count", base.DEC),
   value = ProtoField.bytes("unity.item.value", "Value"),
+  variable = ProtoField.string("unity.item.variable", "Variable"),
+  error_expected = ProtoField.bool("unity.error_expected", "Expected error"),
   values = ProtoField.bytes("unity.values", "Values"),
   write_result = ProtoField.uint8("unity.write_result", "Write result", base.DEC, { [1] = "Written" }),
 }
@@ -127,7 +133,11 @@ local ef_error = ProtoExpert.new("unity.error_reply", "Error reply", group.RESPO
 local ef_internal = ProtoExpert.new("unity.internal", "Dissector failure", group.UNDECODED, severity.ERROR)
 local ef_unmatched = ProtoExpert.new("unity.unmatched", "Request not in the capture", group.SEQUENCE,
   severity.CHAT)
-unity.experts = { ef_short, ef_split, ef_error, ef_internal, ef_unmatched }
+-- The controller answers a detail request for a STRING type with an error: every
+-- dictionary download has one, so it is not flagged as an error reply.
+local ef_expected = ProtoExpert.new("unity.expected_error",
+  "Expected error reply: a STRING type has no detail", group.RESPONSE_CODE, severity.CHAT)
+unity.experts = { ef_short, ef_split, ef_error, ef_internal, ef_unmatched, ef_expected }
 
 local modbus_func = Field.new("modbus.func_code")
 local trans_id = Field.new("mbtcp.trans_id")
@@ -143,9 +153,36 @@ end
 
 -- Requests seen, by "stream:transaction" (filled on the first pass), and the
 -- request and reply each frame was matched to (kept for later passes).
+-- Per TCP stream, from its dictionary download: variables by block ({offset, name}) and
+-- data type names by id. `stream` is the stream of the packet being dissected.
 local pending, matched, replied = {}, {}, {}
+local variables, type_names = {}, {}
+local stream = 0
 function unity.init()
   pending, matched, replied = {}, {}, {}
+  variables, type_names = {}, {}
+end
+
+-- The variable at block:address in this stream: the one that starts nearest below it.
+local function variable_at(block, address)
+  local vars = variables[stream] and variables[stream][block]
+  if not (vars and address) then return nil end
+  local best
+  for _, v in ipairs(vars) do
+    if v.offset <= address and (not best or v.offset > best.offset) then best = v end
+  end
+  if not best then return nil end
+  if best.offset == address then return best.name end
+  return string.format("%s+%d", best.name, address - best.offset)
+end
+
+local function name_item(it, block, address)
+  local name = variable_at(block, address)
+  if name then
+    it:add(f.variable, name):set_generated()
+    it:append_text(" (" .. name .. ")")
+  end
+  return name
 end
 
 ------------------------------------------------------------------------------
@@ -310,6 +347,7 @@ local function read_item(c, i)
   it:append_text(string.format(": code 0x%02X, block %s, address 0x%06X, count %s", code or 0,
     tostring(block),
     item.address or 0, tostring(item.count)))
+  item.variable = name_item(it, block, item.address)
   return item
 end
 
@@ -333,6 +371,7 @@ local function write_item(c, i, first_code, value_len)
   it:append_text(string.format(": code 0x%02X, block %s, address 0x%06X, %d value bytes", code or 0,
     tostring(block),
     address or 0, value or 0))
+  name_item(it, block, address)
 end
 
 local function variables_request(c, pinfo, fn)
@@ -425,6 +464,10 @@ local function data_type_list_reply(c, pinfo)
     local rec = c.tree:add(unity, c.tvb(c.pos, 0), "Data type " .. i)
     local id = c:le(f.type_id, 2, rec)
     local name = c:stringz(f.type_name, rec)
+    if id and name and not pinfo.visited then
+      type_names[stream] = type_names[stream] or {}
+      type_names[stream][id] = name
+    end
     c:bytes(f.reserved, 5, rec)
     rec:set_len(c.pos - start)
     rec:append_text(string.format(": %s %s", tostring(id), name or "?"))
@@ -446,6 +489,11 @@ local function variables_table_reply(c, pinfo)
     local offset = c:le(f.var_offset, 4, rec)
     c:bytes(f.reserved, 2, rec)
     local name = c:stringz(f.var_name, rec)
+    if block and offset and name and not pinfo.visited then
+      variables[stream] = variables[stream] or {}
+      variables[stream][block] = variables[stream][block] or {}
+      table.insert(variables[stream][block], { offset = offset, name = name })
+    end
     rec:set_len(c.pos - start)
     rec:append_text(string.format(": %s type %s at %s:%s", name or "?", tostring(ty), tostring(block),
       tostring(offset)))
@@ -532,7 +580,7 @@ local function read_reply(c, pinfo, req)
     if n <= 0 then break end
     local r = c:take(n)
     local it = c.tree:add(f.value, r)
-    it:prepend_text("Item " .. i .. " ")
+    it:prepend_text("Item " .. i .. (item.variable and " (" .. item.variable .. ")" or "") .. " ")
     it:append_text(describe(r))
   end
   c:rest(f.values)
@@ -542,7 +590,14 @@ end
 local function dissect_reply(c, pinfo, fn, req)
   local status = c:le(f.status, 1)
   if status ~= STATUS_OK then
-    c.tree:add_proto_expert_info(ef_error)
+    local asked = req and req.list == LIST_DETAIL_OR_TABLE and req.type_id ~= VARIABLES_TABLE and
+        type_names[stream] and type_names[stream][req.type_id]
+    if asked and asked:find("^STRING") then
+      c.tree:add(f.error_expected, true):set_generated()
+      c.tree:add_proto_expert_info(ef_expected)
+    else
+      c.tree:add_proto_expert_info(ef_error)
+    end
     c:le(f.error_code, 1)
     c:rest(f.payload)
     pinfo.cols.info:append(" error")
@@ -574,7 +629,8 @@ end
 
 local function dissect(tvb, pinfo, tree)
   local tid = last(trans_id) or 0
-  local key = tostring(last(tcp_stream) or 0) .. ":" .. tid
+  stream = last(tcp_stream) or 0
+  local key = tostring(stream) .. ":" .. tid
   local here = pinfo.number .. ":" .. tid
   local request = is_request(tvb, pinfo)
   local c = cursor(tvb, tree)
