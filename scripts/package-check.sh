@@ -53,16 +53,29 @@ touch "$root/var/lib/dpkg/status" "$root/var/lib/dpkg/available"
 dpkg --root="$root" --add-architecture armhf
 dpkg --root="$root" --print-foreign-architectures
 # The C and C++ runtimes the packages depend on are not in the scratch root.
-install_debs() { dpkg --root="$root" --force-depends --install "$@" >"$out/dpkg.log" 2>&1 ||
-  { cat "$out/dpkg.log" >&2; exit 1; }; }
-install_debs "$out"/amd64-release/libunitydrv0_*.deb "$out"/amd64-release/unitydrv-tools_*.deb
+install_debs() { dpkg --root="$root" --force-depends --install "$@"; }
+# One install of the first preset of each architecture, and the amd64 tools.
+declare -A installed
+side_by_side=("$out"/amd64-release/unitydrv-tools_*.deb)
+for preset in "${presets[@]}"; do
+  arch=$(arch_of "$out/$preset"/libunitydrv0_*.deb)
+  [ -n "${installed[$arch]:-}" ] && continue
+  installed[$arch]=$preset
+  side_by_side+=("$out/$preset"/libunitydrv0_*.deb "$out/$preset"/libunitydrv-dev_*.deb)
+done
+[ -n "${installed[amd64]:-}" ] || side_by_side+=("$out"/amd64-release/libunitydrv0_*.deb)
+install_debs "${side_by_side[@]}"
 tools="$root/usr/bin"
 
 multiarch_of() { case "$1" in armhf) echo arm-linux-gnueabihf ;; *) echo x86_64-linux-gnu ;; esac; }
 declare -A emulator_of
 for preset in "${presets[@]}"; do
-  install_debs "$out/$preset"/libunitydrv0_*.deb "$out/$preset"/libunitydrv-dev_*.deb
   arch=$(arch_of "$out/$preset"/libunitydrv0_*.deb)
+  # A further preset of an architecture (the static runtime) replaces the first one.
+  if [ "${installed[$arch]}" != "$preset" ]; then
+    install_debs "$out/$preset"/libunitydrv0_*.deb "$out/$preset"/libunitydrv-dev_*.deb
+    installed[$arch]=$preset
+  fi
   libdir="$root/usr/lib/$(multiarch_of "$arch")"
   lib="$libdir/libunitydrv.so.0"
   case "$arch" in
@@ -102,8 +115,7 @@ fi
 echo "=== without the -dev packages"
 dev_packages=()
 for arch in "${!emulator_of[@]}"; do dev_packages+=("libunitydrv-dev:$arch"); done
-dpkg --root="$root" --remove "${dev_packages[@]}" >"$out/dpkg.log" 2>&1 ||
-  { cat "$out/dpkg.log" >&2; exit 1; }
+dpkg --root="$root" --remove "${dev_packages[@]}"
 test ! -e "$root/usr/include/unitydrv/unitydrv.h"
 for arch in "${!emulator_of[@]}"; do
   test ! -e "$root/usr/lib/$(multiarch_of "$arch")/libunitydrv.so"
