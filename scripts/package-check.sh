@@ -92,7 +92,7 @@ for preset in "${presets[@]}"; do
   libs=$(PKG_CONFIG_LIBDIR="$libdir/pkgconfig" pkg-config --libs unitydrv)
   test "$(readlink -f "$(echo "$libs" | sed -n 's/^-L\([^ ]*\) .*/\1/p')/libunitydrv.so")" = "$(readlink -f "$lib")"
   echo "needs: $(readelf -V "$lib" | grep -o '\(GLIBC[A-Z]*\|CXXABI[A-Z_]*\|GCC\)_[0-9.]*' | sort -uV | tr '\n' ' ')"
-  ls -l "$(readlink -f "$lib")" | awk '{print "size:", $5, "bytes"}'
+  echo "size: $(stat -L -c %s "$lib") bytes"
   strings "$lib" | grep "libunitydrv [0-9]"
   # The host finds the library by its soname, through the loader, in the scratch root.
   scripts/run-host-example.sh "$tools/plcsim" "$tools/panelhost" "$emulator" "$out/host-$arch" libunitydrv.so.0

@@ -21,10 +21,10 @@ entry_date() {  # VERSION NEWEST
 
 dates=""
 newest=1
-for v in $(sed -n 's/^## \([0-9][^ ]*\).*/\1/p' "$changelog"); do
+while read -r v; do
   dates+="$v=$(entry_date "$v" "$newest");"
   newest=0
-done
+done < <(sed -n 's/^## \([0-9][^ ]*\).*/\1/p' "$changelog")
 
 LC_ALL=C awk -v revision="$revision" -v maintainer="$maintainer" -v dates="$dates" '
 function flush(   n, words, i, line, lead) {
