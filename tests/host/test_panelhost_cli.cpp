@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "support/plant_device.h"
+#include "unitydrv/version.h"
 
 namespace {
 
@@ -140,6 +141,10 @@ const cli_case k_cases[] = {
     {"read $P --tags $D/wide.tags Counter", 1, "looks for \"C\""},
     {"browse $P --json", 0, "\"name\": \"ARRAY[0..9] OF INT\""},
     {"read $P --json Motor1", 1, "\"reason\": \"structure: name a member\""},
+    // A field engineer could not tell which driver release panelhost loaded.
+    {"--version", 0,
+     "panelhost " UNITYDRV_VERSION "\nlibunitydrv " UNITYDRV_VERSION " (" UNITYDRV_LIBRARY_PATH
+     ")"},
 };
 
 TEST_F(PanelhostCli, MistakesGetTheirMessageAndStatus) {
