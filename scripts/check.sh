@@ -3,8 +3,9 @@
 # AddressSanitizer + UBSan, and cross-built for 32-bit ARM under qemu-user (the suites
 # against the simulator talk to the native simulator of build/dev). After the dev tests the
 # Wireshark dissector decodes simulator and real captures, and the end-to-end tests run once
-# more under valgrind memcheck. The package step builds the release presets, packs and
-# unpacks the Debian packages and runs the C host example against each installed library.
+# more under valgrind memcheck. The package step builds the release presets' Debian
+# packages, runs lintian on them, installs both architectures side by side into a scratch
+# root and runs the C host example against each installed library.
 # The fuzz preset runs every fuzz target for a short while.
 # Usage: scripts/check.sh [preset ...]   (default: dev asan armhf package fuzz)
 set -euo pipefail

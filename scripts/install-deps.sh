@@ -11,6 +11,7 @@ packages=(
   clang libclang-rt-14-dev
   libmodbus-dev valgrind iproute2
   tshark
+  lintian
 )
 [ "${1:-}" = "--bench" ] && packages+=(python3-matplotlib)
 

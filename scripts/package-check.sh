@@ -1,11 +1,15 @@
 #!/usr/bin/env bash
-# Builds the release presets, packs their Debian packages, unpacks each into a scratch
-# root (dpkg -x) and checks the installed files: the soname, the headers and pkg-config
-# file (examples/host.c is compiled against them), and the library loaded by that host
-# from the scratch root against the simulator of the amd64 tools package (the armhf host
-# under qemu). Also prints what the armhf library needs from the C and C++ runtimes.
+# Builds the release presets and their Debian packages (libunitydrv0, libunitydrv-dev,
+# unitydrv-tools per architecture), runs lintian on every package (an error, or a warning
+# that no override file explains, fails), then installs the runtime and -dev packages of
+# every architecture side by side into one scratch root with dpkg --root. For each
+# architecture it compiles examples/host.c against the installed -dev package through
+# pkg-config and runs it (armhf under qemu) with the installed library, found by the loader,
+# against the simulator of the amd64 tools package; it removes the -dev packages and runs
+# the hosts again on the runtime packages alone. Also prints what each library needs from
+# the C and C++ runtimes.
 # Usage: scripts/package-check.sh [PRESET ...]   (default: amd64-release armhf-release)
-# Binding port 502 needs root or a private network namespace (unshare -rn).
+# Needs root (dpkg --root, port 502) or a private namespace (unshare -rn).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root_dir=$(pwd)
@@ -16,43 +20,108 @@ out=build/packages
 rm -rf "$out"
 mkdir -p "$out"
 
+arch_of() { dpkg-deb -f "$1" Architecture; }
+debs=()
 for preset in amd64-release "${presets[@]}"; do
   [ -d "$out/$preset" ] && continue
   cmake --preset "$preset" >/dev/null
-  cmake --build --preset "$preset"
-  (cd "build/$preset" && cpack -G DEB -B "$root_dir/$out/$preset" >/dev/null)
+  cmake --build --preset "$preset" --target deb
+  mkdir -p "$out/$preset"
+  cp "build/$preset"/debs/*.deb "$out/$preset/"
   for deb in "$out/$preset"/*.deb; do
     echo "--- $(basename "$deb")"
-    dpkg-deb -f "$deb" Package Version Architecture Depends
-    dpkg -x "$deb" "$out/$preset/root"
+    dpkg-deb -f "$deb" Package Version Architecture Multi-Arch Depends
+    debs+=("$deb")
   done
-  # cmake --install alone puts the same files in place.
-  cmake --install "build/$preset" --prefix "$root_dir/$out/$preset/install" >/dev/null
-  test -L "$out/$preset/install/lib/libunitydrv.so.0"
+  dpkg-deb -c "$out/$preset"/libunitydrv0_*.deb
 done
 
-tools="$out/amd64-release/root/usr/bin"
-"$tools/panelhost" --version
-"$tools/plcsim" --version
+echo "=== lintian"
+lintian --version
+# lintian fails on errors; every warning kept is overridden, with its reason, in the
+# package's override file (packaging/deb), so one that is not fails too.
+lintian --show-overrides "${debs[@]}" 2>&1 | grep -v "root privileges" | tee "$out/lintian.log"
+if grep -q '^[EW]:' "$out/lintian.log"; then
+  echo "lintian: errors or warnings without an override" >&2
+  exit 1
+fi
 
+echo "=== scratch root: side by side"
+root="$root_dir/$out/root"
+mkdir -p "$root/var/lib/dpkg/info" "$root/var/lib/dpkg/updates" "$root/var/log"
+touch "$root/var/lib/dpkg/status" "$root/var/lib/dpkg/available"
+dpkg --root="$root" --add-architecture armhf
+dpkg --root="$root" --print-foreign-architectures
+# The C and C++ runtimes the packages depend on are not in the scratch root.
+install_debs() { dpkg --root="$root" --force-depends --install "$@"; }
+# One install of the first preset of each architecture, and the amd64 tools.
+declare -A installed
+side_by_side=("$out"/amd64-release/unitydrv-tools_*.deb)
 for preset in "${presets[@]}"; do
-  root="$out/$preset/root"
-  lib="$root/usr/lib/libunitydrv.so.0"
-  echo "=== $preset: $(readelf -d "$lib" | grep -o 'soname: \[.*\]')"
-  for f in usr/include/unitydrv/unitydrv.h usr/include/unitydrv/version.h \
-           usr/lib/pkgconfig/unitydrv.pc usr/lib/libunitydrv.so usr/bin/panelhost usr/bin/plcsim; do
-    test -e "$root/$f" || { echo "missing in the packages: /$f" >&2; exit 1; }
-  done
-  case "$preset" in
-    armhf*) cc=arm-linux-gnueabihf-gcc emulator="qemu-arm -L /usr/arm-linux-gnueabihf" ;;
-    *) cc=gcc emulator="" ;;
-  esac
-  # shellcheck disable=SC2046  # pkg-config prints several flags
-  $cc -std=c11 -Wall -Wextra -Werror $(PKG_CONFIG_PATH="$root/usr/lib/pkgconfig" pkg-config --cflags unitydrv) \
-    examples/host.c -o "$out/$preset/host" -ldl
-  $emulator "$root/usr/bin/panelhost" --version
-  echo "needs: $(readelf -V "$lib" | grep -o '\(GLIBC[A-Z]*\|CXXABI[A-Z_]*\|GCC\)_[0-9.]*' | sort -uV | tr '\n' ' ')"
-  ls -l "$(readlink -f "$lib")" | awk '{print "size:", $5, "bytes"}'
-  scripts/run-host-example.sh "$tools/plcsim" "$tools/panelhost" "$emulator" "$out/$preset/host" "$lib"
+  arch=$(arch_of "$out/$preset"/libunitydrv0_*.deb)
+  [ -n "${installed[$arch]:-}" ] && continue
+  installed[$arch]=$preset
+  side_by_side+=("$out/$preset"/libunitydrv0_*.deb "$out/$preset"/libunitydrv-dev_*.deb)
 done
+[ -n "${installed[amd64]:-}" ] || side_by_side+=("$out"/amd64-release/libunitydrv0_*.deb)
+install_debs "${side_by_side[@]}"
+tools="$root/usr/bin"
+
+multiarch_of() { case "$1" in armhf) echo arm-linux-gnueabihf ;; *) echo x86_64-linux-gnu ;; esac; }
+declare -A emulator_of
+for preset in "${presets[@]}"; do
+  arch=$(arch_of "$out/$preset"/libunitydrv0_*.deb)
+  # A further preset of an architecture (the static runtime) replaces the first one.
+  if [ "${installed[$arch]}" != "$preset" ]; then
+    install_debs "$out/$preset"/libunitydrv0_*.deb "$out/$preset"/libunitydrv-dev_*.deb
+    installed[$arch]=$preset
+  fi
+  libdir="$root/usr/lib/$(multiarch_of "$arch")"
+  lib="$libdir/libunitydrv.so.0"
+  case "$arch" in
+    armhf) cc=arm-linux-gnueabihf-gcc emulator="qemu-arm -L /usr/arm-linux-gnueabihf -E LD_LIBRARY_PATH=$libdir" ;;
+    *) cc=gcc emulator="env LD_LIBRARY_PATH=$libdir" ;;
+  esac
+  emulator_of[$arch]=$emulator
+  echo "=== $preset ($arch): $(readelf -d "$lib" | grep -o 'soname: \[.*\]')"
+  # shellcheck disable=SC2046  # pkg-config prints several flags
+  $cc -std=c11 -Wall -Wextra -Werror \
+    $(PKG_CONFIG_LIBDIR="$libdir/pkgconfig" pkg-config --cflags unitydrv) \
+    examples/host.c -o "$out/host-$arch" -ldl
+  # -lunitydrv finds the link of the -dev package.
+  libs=$(PKG_CONFIG_LIBDIR="$libdir/pkgconfig" pkg-config --libs unitydrv)
+  test "$(readlink -f "$(echo "$libs" | sed -n 's/^-L\([^ ]*\) .*/\1/p')/libunitydrv.so")" = "$(readlink -f "$lib")"
+  echo "needs: $(readelf -V "$lib" | grep -o '\(GLIBC[A-Z]*\|CXXABI[A-Z_]*\|GCC\)_[0-9.]*' | sort -uV | tr '\n' ' ')"
+  echo "size: $(stat -L -c %s "$lib") bytes"
+  strings "$lib" | grep "libunitydrv [0-9]"
+  # The host finds the library by its soname, through the loader, in the scratch root.
+  scripts/run-host-example.sh "$tools/plcsim" "$tools/panelhost" "$emulator" "$out/host-$arch" libunitydrv.so.0
+done
+dpkg --root="$root" --list 'libunitydrv*' 'unitydrv*' | grep '^ii'
+# The installed panelhost loads the library installed beside it, and says which.
+"$tools/panelhost" --version | tee "$out/panelhost-version"
+grep -qF "($root/usr/lib/x86_64-linux-gnu/libunitydrv.so.0)" "$out/panelhost-version"
+"$tools/plcsim" --version
+# The armhf tools, unpacked with their library, do the same under qemu.
+for deb in "$out"/armhf-release/{libunitydrv0,unitydrv-tools}_*.deb; do
+  [ -f "$deb" ] && dpkg -x "$deb" "$out/armhf-tools"
+done
+if [ -d "$out/armhf-tools" ]; then
+  qemu-arm -L /usr/arm-linux-gnueabihf "$out/armhf-tools/usr/bin/panelhost" --version |
+    tee "$out/panelhost-version"
+  grep -qF "/armhf-tools/usr/lib/arm-linux-gnueabihf/libunitydrv.so.0)" "$out/panelhost-version"
+fi
+
+echo "=== without the -dev packages"
+dev_packages=()
+for arch in "${!emulator_of[@]}"; do dev_packages+=("libunitydrv-dev:$arch"); done
+dpkg --root="$root" --remove "${dev_packages[@]}"
+test ! -e "$root/usr/include/unitydrv/unitydrv.h"
+for arch in "${!emulator_of[@]}"; do
+  test ! -e "$root/usr/lib/$(multiarch_of "$arch")/libunitydrv.so"
+  scripts/run-host-example.sh "$tools/plcsim" "$tools/panelhost" "${emulator_of[$arch]}" \
+    "$out/host-$arch" libunitydrv.so.0
+  echo "$arch: the runtime package alone serves the host"
+done
+dpkg --root="$root" --list 'libunitydrv*' | grep '^ii'
 echo "Packages checked: ${presets[*]}"

@@ -1,4 +1,5 @@
-// The library must export exactly the 14 entry points: read its dynamic symbol table.
+// The library must export exactly the 14 entry points (read its dynamic symbol table) and
+// still name its release in the file, for strings and panelhost --version.
 #include <elf.h>
 #include <gtest/gtest.h>
 
@@ -9,6 +10,8 @@
 #include <set>
 #include <string>
 #include <vector>
+
+#include "unitydrv/version.h"
 
 namespace {
 
@@ -64,6 +67,11 @@ TEST(Exports, ExactlyTheFourteenEntryPoints) {
                                           "ORMAND_DRV_Timeout",
                                           "ORMAND_DRV_CloseDevice"};
   EXPECT_EQ(names, expected);
+  // The version text is a local object: readable in the file, not one more symbol.
+  const std::string version = "@(#)libunitydrv " UNITYDRV_VERSION;
+  EXPECT_NE(
+      std::search(elf.begin(), elf.end(), version.c_str(), version.c_str() + version.size() + 1),
+      elf.end());
 }
 
 }  // namespace

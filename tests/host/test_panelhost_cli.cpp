@@ -18,6 +18,7 @@
 
 #include "support/plant_device.h"
 #include "tools/plcsim/project_layout.h"
+#include "unitydrv/version.h"
 
 namespace {
 
@@ -215,6 +216,10 @@ const cli_case k_cases[] = {
      "Line[4].Speed lies past Line (ARRAY[0..3] OF MOTOR): Line takes subscripts 0..3"},
     {"tags check $D/mistakes.tags $P", 1,
      "Levels[3]: the driver addresses all of Levels; the host selects element 3"},
+    // A field engineer could not tell which driver release panelhost loaded.
+    {"--version", 0,
+     "panelhost " UNITYDRV_VERSION "\nlibunitydrv " UNITYDRV_VERSION " (" UNITYDRV_LIBRARY_PATH
+     ")"},
 };
 
 // Texts of the standard library and the JSON parser that an integrator cannot act on.

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "tools/host/commands.h"
+#include "tools/host/library_version.h"
 #include "tools/host/tag_export.h"
 #include "unitydrv/version.h"
 
@@ -13,14 +14,16 @@ using namespace panelhost;
 
 namespace {
 
-// The driver panelhost loads without --lib: the one installed beside it (lib/ next to
-// the bin/ it runs from, as the packages lay them out), else the one of the build tree it
-// was built in, else whatever the dynamic loader finds under the library's soname.
+// The driver panelhost loads without --lib: the one installed beside it (the library
+// directory next to the bin/ it runs from, /usr/lib/<triplet> for /usr/bin as the packages
+// lay them out), else the one of the build tree it was built in, else whatever the dynamic
+// loader finds under the library's soname.
 std::string default_library() {
   std::error_code error;
   const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
   if (!error) {
-    const auto beside = self.parent_path().parent_path() / "lib" / PANELHOST_LIBRARY_SONAME;
+    const auto beside =
+        self.parent_path().parent_path() / PANELHOST_LIBRARY_DIR / PANELHOST_LIBRARY_SONAME;
     if (std::filesystem::exists(beside, error)) return beside.string();
   }
   if (std::filesystem::exists(PANELHOST_DEFAULT_LIBRARY, error)) return PANELHOST_DEFAULT_LIBRARY;
@@ -92,7 +95,9 @@ bool raw_library_text(const std::string& text) {
 
 int main(int argc, char** argv) {
   CLI::App app{"Drives the driver libunitydrv.so like an operator panel"};
-  app.set_version_flag("--version", "panelhost " UNITYDRV_VERSION);
+  app.set_version_flag("--version", [] {
+    return "panelhost " UNITYDRV_VERSION "\n" + loaded_library_version(default_library());
+  });
   app.require_subcommand(1);
   app.footer(
       "Exit status: 0 success; 1 a failure at run time (controller unreachable, a read failed, "
