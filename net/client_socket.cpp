@@ -14,6 +14,7 @@ namespace {
 // Waits for the pending non-blocking connect to finish; a negative time-out waits forever.
 bool wait_connected(int fd, int timeout_ms) {
   if (wait_one(fd, wait_for::write, timeout_ms) < 1) {
+    errno = ETIMEDOUT;
     return false;
   }
   int pending = 0;
@@ -21,6 +22,8 @@ bool wait_connected(int fd, int timeout_ms) {
   if (::getsockopt(fd, SOL_SOCKET, SO_ERROR, &pending, &len) != 0) {
     return false;
   }
+  // A failed connect leaves its reason in errno, as a blocking connect would.
+  if (pending != 0) errno = pending;
   return pending == 0;
 }
 
