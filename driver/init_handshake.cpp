@@ -22,19 +22,20 @@ constexpr uint32_t code_no_connection = 10;
 // works on them in place: what copies would give, without copying the whole dictionary.
 // A dictionary that the index cannot digest leaves the device not ready instead of
 // throwing into the host.
-bool build_index(device_context& device) {
+// again: the same dictionary as the last build (the trace then gives the counts only).
+bool build_index(device_context& device, bool again) {
   const unity_process& s = device.session;
   try {
     device.tag_table.setup_memory_index_in_place(s.tables, s.struct_members);
   } catch (const std::exception& e) {
     if (trace::on)
       resolution_report::trace_index(device.tag_table, s.tables, s.struct_members, s.data_types,
-                                     e.what());
+                                     e.what(), again);
     return false;
   }
   if (trace::on)
     resolution_report::trace_index(device.tag_table, s.tables, s.struct_members, s.data_types,
-                                   nullptr);
+                                   nullptr, again);
   return true;
 }
 
@@ -75,14 +76,14 @@ unitydrv_result get_init_cmd(device_context& device, uint32_t* code) {
   session.browse();
   if (trace::on) trace_events::downloaded(session, download_started, download_step);
   watch.finish();
-  if (session.state == unity_process::state_ready) build_index(device);
+  if (session.state == unity_process::state_ready) build_index(device, false);
   return finished(code, 0);
 }
 
 int check_init_cmd_response(device_context& device) {
   if (device.offline_mode != 0) return 1;
   if (device.session.state != unity_process::state_ready) return 0;
-  return build_index(device) ? 1 : 0;
+  return build_index(device, true) ? 1 : 0;
 }
 
 }  // namespace init_handshake

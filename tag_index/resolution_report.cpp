@@ -126,7 +126,7 @@ verdict walk(std::string_view name, const dictionary& d) {
 
 // Whether a resolved tag lies inside its variable, said when it does not.
 void check_extent(const char* name, const tag_entry& entry, const verdict& v, const dictionary& d,
-                  unsigned& outside) {
+                  bool say, unsigned& outside) {
   const auto type = d.types.find(v.variable->type_id);
   int32_t low = 0;
   uint32_t count = 0;
@@ -137,6 +137,7 @@ void check_extent(const char* name, const tag_entry& entry, const verdict& v, co
   const uint64_t end = entry.member_offset + d.size_of(entry.type_id);
   if (end <= extent && low == 0) return;
   ++outside;
+  if (!say) return;
   trace::emit("extent",
               "tag=%s variable_type=\"%s\" subscript=%d counted_from_start=1 element=%d "
               "offset=%llu extent=%llu%s",
@@ -148,48 +149,55 @@ void check_extent(const char* name, const tag_entry& entry, const verdict& v, co
                            : " (not the element the subscript names)");
 }
 
-}  // namespace
-
-void trace_index(const offline_CTagTable_578& tags, const std::map<std::string, table>& tables,
-                 const member_map& struct_members,
-                 const std::map<unsigned short, data_type>& data_types, const char* failure) {
-  if (!trace::on) return;
-  const dictionary d{tables, struct_members, data_types};
-  unsigned resolved = 0, outside = 0;
-  for (uint32_t i = 0; i < tags.tag_count; ++i) {
-    const tag_entry& entry = tags.entries[i];
-    // Wide names are read up to their first zero byte, as the index build reads them.
-    std::string_view name = entry.name != nullptr ? entry.name : "";
-    const std::size_t open = name.find('['), close = name.find(']');
-    if (open != std::string_view::npos && close == name.size() - 1) {
+// The lines of tag i (when say); whether it resolved.
+bool report_tag(uint32_t i, const tag_entry& entry, bool wide, const dictionary& d, bool say,
+                unsigned& outside) {
+  // Wide names are read up to their first zero byte, as the index build reads them.
+  std::string_view name = entry.name != nullptr ? entry.name : "";
+  const std::size_t open = name.find('['), close = name.find(']');
+  if (open != std::string_view::npos && close == name.size() - 1) {
+    if (say)
       trace::emit("subscript",
                   "tag=%u name=%.*s the subscript of the whole name is dropped; "
                   "the request's array_index selects the element",
                   i, static_cast<int>(name.size()), name.data());
-      name = name.substr(0, open);
-    }
-    verdict v;
-    try {
-      v = walk(name, d);
-    } catch (const std::exception& e) {
-      v.reason = std::string("bad subscript or empty name part (") + e.what() + ")";
-    }
-    const std::string shown(name);
-    if (!v.resolved) {
-      trace::emit("unresolved", "tag=%u name=%s%s reason=\"%s\"", i, shown.c_str(),
-                  tags.wide_names != 0 ? " wide_name=1 (read up to its first zero byte)" : "",
-                  v.reason.c_str());
-      continue;
-    }
-    ++resolved;
-    if (!v.reason.empty())
-      trace::emit("resolved-skipping", "tag=%u name=%s note=\"%s\"", i, shown.c_str(),
-                  v.reason.c_str());
-    check_extent(shown.c_str(), entry, v, d, outside);
+    name = name.substr(0, open);
   }
-  trace::emit("resolution", "tags=%u resolved=%u unresolved=%u outside=%u%s%s", tags.tag_count,
-              resolved, tags.tag_count - resolved, outside, failure ? " failed=" : "",
-              failure ? failure : "");
+  verdict v;
+  try {
+    v = walk(name, d);
+  } catch (const std::exception& e) {
+    v.reason = std::string("bad subscript or empty name part (") + e.what() + ")";
+  }
+  const std::string shown(name);
+  if (!v.resolved) {
+    if (say)
+      trace::emit("unresolved", "tag=%u name=%s%s reason=\"%s\"", i, shown.c_str(),
+                  wide ? " wide_name=1 (read up to its first zero byte)" : "", v.reason.c_str());
+    return false;
+  }
+  if (say && !v.reason.empty())
+    trace::emit("resolved-skipping", "tag=%u name=%s note=\"%s\"", i, shown.c_str(),
+                v.reason.c_str());
+  check_extent(shown.c_str(), entry, v, d, say, outside);
+  return true;
+}
+
+}  // namespace
+
+void trace_index(const offline_CTagTable_578& tags, const std::map<std::string, table>& tables,
+                 const member_map& struct_members,
+                 const std::map<unsigned short, data_type>& data_types, const char* failure,
+                 bool again) {
+  if (!trace::on) return;
+  const dictionary d{tables, struct_members, data_types};
+  unsigned resolved = 0, outside = 0;
+  for (uint32_t i = 0; i < tags.tag_count; ++i) {
+    if (report_tag(i, tags.entries[i], tags.wide_names != 0, d, !again, outside)) ++resolved;
+  }
+  trace::emit("resolution", "tags=%u resolved=%u unresolved=%u outside=%u%s%s%s", tags.tag_count,
+              resolved, tags.tag_count - resolved, outside, again ? " again=1" : "",
+              failure ? " failed=" : "", failure ? failure : "");
 }
 
 }  // namespace resolution_report

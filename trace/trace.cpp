@@ -2,6 +2,7 @@
 
 #include <cxxabi.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
@@ -109,7 +110,8 @@ bool configure(const char* target, bool with_wire) {
   }
   on = true;
   wire = with_wire;
-  emit("loaded", "version=%s wire=%d", UNITYDRV_VERSION, wire ? 1 : 0);
+  emit("loaded", "version=%s pid=%ld wire=%d", UNITYDRV_VERSION, static_cast<long>(::getpid()),
+       wire ? 1 : 0);
   return true;
 }
 
