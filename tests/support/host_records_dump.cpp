@@ -1,4 +1,4 @@
-// host_records_dump LIBRARY ADDRESS TAGFILE: one host's session with the driver (handshake,
+// host_records_dump LIBRARY ADDRESS TAGFILE TAGLIST: one host's session with the driver (handshake,
 // reads of every tag, a write, a bit write, a reconnect, a round that fails, close), printing
 // every byte the driver hands back to the host as hex, one record per line. Two runs give
 // the same output when the host sees the same thing: the trace test runs it with the trace
@@ -50,8 +50,8 @@ struct session {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4) {
-    std::fprintf(stderr, "usage: host_records_dump LIBRARY ADDRESS TAGFILE\n");
+  if (argc != 5) {  // the tag list (the names of the tag file) goes unused
+    std::fprintf(stderr, "usage: host_records_dump LIBRARY ADDRESS TAGFILE TAGLIST\n");
     return 2;
   }
   panelhost::driver_api lib(argv[1]);
