@@ -95,7 +95,6 @@ unsigned short tag_driver_offline_578::offline_FillTagStruct(offline_CTagTable_5
                                                              offline_stTag_578* tag,
                                                              const tag_ref* ref) {
   tag->request_index = ref->tag_index;
-  if (trace::on && ref->tag_index >= table->tag_count) trace_events::past_table(*ref, *table);
   const tag_entry& entry =
       ref->tag_index < table->tag_count ? *table->Get(ref->tag_index) : empty_entry();
   tag->name = entry.name;

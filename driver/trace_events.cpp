@@ -121,9 +121,18 @@ void bit_kept(const offline_stTag_578& tag, const _gui_request_& request) {
               tag.request_index, tag.bit_number, request.write.bit.write_bit_value != 0);
 }
 
-void past_table(const tag_ref& ref, const offline_CTagTable_578& table) {
-  trace::emit("tag-past-table", "tag=%u tags=%u (read as a tag that resolved to nothing)",
-              ref.tag_index, table.tag_count);
+void past_table(const _gui_request_* requests, int count) {
+  if (requests == nullptr || count < 1 || requests[0].device_handle == nullptr) return;
+  const auto& device = *static_cast<const device_context*>(requests[0].device_handle);
+  const uint32_t tags = device.tag_table.tag_count;
+  // A write carries out its first request only.
+  const int used = requests[0].request_kind == 1 || requests[0].request_kind == 2 ? 1 : count;
+  for (int i = 0; i < used; ++i) {
+    if (requests[i].ref.tag_index < tags) continue;
+    trace::emit("tag-past-table",
+                "request=%d tag=%u tags=%u (read as a tag that resolved to nothing)", i,
+                requests[i].ref.tag_index, tags);
+  }
 }
 
 void short_reply(std::size_t request, unsigned type, unsigned elements, std::size_t left) {

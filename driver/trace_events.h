@@ -27,11 +27,14 @@ void identified(const unity_process& session, bool ok, uint16_t first_step);
 void downloaded(const unity_process& session, long since_ms, uint16_t first_step);
 
 // The run-time events: a bit write kept in memory, a tag number past the table, a reply
-// too short for a request's values, the failure report of an input call.
-void bit_kept(const offline_stTag_578& tag, const _gui_request_& request);
-void past_table(const tag_ref& ref, const offline_CTagTable_578& table);
-void short_reply(std::size_t request, unsigned type, unsigned elements, std::size_t left);
-void failure_reported(int results);
+// too short for a request's values, the failure report of an input call. Cold: the
+// request paths that call them stay as small (and as inlined) as without the trace.
+[[gnu::cold]] void bit_kept(const offline_stTag_578& tag, const _gui_request_& request);
+// Names each request of an OutputFilterEx call whose tag number lies past the table.
+[[gnu::cold]] void past_table(const _gui_request_* requests, int count);
+[[gnu::cold]] void short_reply(std::size_t request, unsigned type, unsigned elements,
+                               std::size_t left);
+[[gnu::cold]] void failure_reported(int results);
 
 // Keeps the variables of the earlier download aside while the session downloads again, so
 // that the trace can tell which of them the new program no longer has or has moved. It

@@ -19,11 +19,12 @@ extern bool wire;  // every request and reply as hex as well
 extern unsigned current_device;
 
 // One line: time, device, event, then the printf-formatted figures.
-void emit(const char* event, const char* format, ...) __attribute__((format(printf, 2, 3)));
+[[gnu::cold]] void emit(const char* event, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
 // One line of bytes as hex (longer runs are cut, saying how many bytes there were).
-void emit_bytes(const char* event, const unsigned char* bytes, std::size_t size);
+[[gnu::cold]] void emit_bytes(const char* event, const unsigned char* bytes, std::size_t size);
 // Names the exception being handled (call inside a catch block), leaving it unchanged.
-void exception_leaving(const char* entry_point);
+[[gnu::cold]] void exception_leaving(const char* entry_point);
 // The system's text for an errno value, without allocating.
 const char* os_reason(int error);
 

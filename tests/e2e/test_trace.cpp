@@ -18,6 +18,7 @@
 #include "driver/device_context.h"
 #include "driver/init_handshake.h"
 #include "driver/tag_driver_offline_578.h"
+#include "driver/trace_events.h"
 #include "support/plant_device.h"
 #include "trace/trace.h"
 
@@ -213,11 +214,11 @@ TEST_F(TraceEvents, FailedExchangesAndWhatTheHostIsTold) {
   d->session.stop();
   plc_address = "127.0.0.253";  // outside the addresses the simulators take
   uint32_t code = 0;
-  // A tag number past the table reads as a tag that resolved to nothing.
-  read({{9, UNITYDRV_TYPE_INT}});
   init_handshake::get_init_cmd(*d, &code);
-  expect_lines(
-      {"tag-past-table tag=9 tags=2", "connect address=127.0.0.253:502", "result=failed error=\""});
+  void* handle = d.get();
+  trace_events::started(&handle, "/nonexistent-dir/plant.tags", 0);
+  expect_lines({"connect address=127.0.0.253:502", "result=failed error=\"",
+                "error=\"No such file or directory\" (the result is 0"});
 }
 
 TEST(TraceTarget, AFileThatCannotBeOpenedLeavesTheTraceOff) {
@@ -330,10 +331,11 @@ TEST(TraceOffOrOn, AnExceptionLeavingOutputFilterExIsTracedAndReachesTheHostUnch
   std::remove(trace_file.c_str());
   EXPECT_NE(seen.records.find("the driver raised \"vector::_M_range_check"), std::string::npos)
       << seen.records;
-  for (const char* line : {"tag-past-table tag=1000 tags=25", "short-reply request=0 type=195",
-                           "exception entry=OutputFilterEx type=std::out_of_range "
-                           "what=\"vector::_M_range_check",
-                           "timeout connection closed by the host"}) {
+  for (const char* line :
+       {"tag-past-table request=0 tag=1000 tags=25", "short-reply request=0 type=195",
+        "exception entry=OutputFilterEx type=std::out_of_range "
+        "what=\"vector::_M_range_check",
+        "timeout connection closed by the host"}) {
     EXPECT_NE(trace.find(line), std::string::npos) << line << "\nin:\n" << trace;
   }
 }
