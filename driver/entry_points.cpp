@@ -62,7 +62,6 @@ void ORMAND_DRV_SetCommParam(uint32_t value) {
 
 void ORMAND_DRV_InitEx(uint32_t, const unitydrv_init_params* params) {
   plc_address = init_handshake::address_from_params(*params);
-  if (trace::on) trace::current_device = 0;  // not a device's call
   if (trace::on) trace_events::init_ex(plc_address);
 }
 

@@ -1,5 +1,6 @@
 #include "driver/trace_events.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <ctime>
 
@@ -43,6 +44,7 @@ unsigned number_of(const void* handle) {
 }
 
 void init_ex(const std::string& address) {
+  trace::current_device = 0;  // not a device's call
   trace::emit("InitEx", "address=%s (used by the next GetInitCmdEx2 of any device)",
               address.c_str());
 }
@@ -52,16 +54,21 @@ void started(void** handle, const char* path, uint32_t offset) {
   const auto& device = *static_cast<const device_context*>(*handle);
   trace::current_device = device.trace_number;
   const offline_CTagTable_578& tags = device.tag_table;
-  std::FILE* file = path != nullptr ? std::fopen(path, "rb") : nullptr;
-  const int error = errno;
-  if (file != nullptr) std::fclose(file);
-  trace::emit("StartDeviceEx", "tag_file=%s offset=%u tags=%u wide_names=%u offline=%u%s%s%s",
-              path != nullptr ? path : "(null)", offset, tags.tag_count,
-              tags.tag_count != 0 ? tags.wide_names : 0, device.offline_mode,
-              file == nullptr ? " error=\"" : "", file == nullptr ? trace::os_reason(error) : "",
-              file == nullptr
-                  ? "\" (the result is 0 all the same; every tag number reads as unresolved)"
-                  : "");
+  // An empty table may be a file that could not be read: open it once more for the reason.
+  std::FILE* file = nullptr;
+  int error = 0;
+  if (tags.tag_count == 0) {
+    file = path != nullptr ? std::fopen(path, "rb") : nullptr;
+    error = path != nullptr ? errno : EINVAL;
+    if (file != nullptr) std::fclose(file);
+  }
+  const bool unread = tags.tag_count == 0 && file == nullptr;
+  trace::emit(
+      "StartDeviceEx", "tag_file=%s offset=%u tags=%u wide_names=%u offline=%u%s%s%s",
+      path != nullptr ? path : "(null)", offset, tags.tag_count,
+      tags.tag_count != 0 ? tags.wide_names : 0, device.offline_mode, unread ? " error=\"" : "",
+      unread ? trace::os_reason(error) : "",
+      unread ? "\" (the result is 0 all the same; every tag number reads as unresolved)" : "");
 }
 
 long now_ms() {

@@ -39,6 +39,7 @@ constexpr std::size_t shown_bytes = 2048;
 void close_sink() {
   on = false;
   wire = false;
+  current_device = 0;
   if (sink.file != nullptr) std::fclose(sink.file);
   sink = sink_state{};
 }
