@@ -52,19 +52,23 @@ bool array_shape(const data_type& type, int32_t& low, uint32_t& count) {
   return true;
 }
 
-std::string_view text_of(std::string_view part, std::vector<int>& indices) {
+// A name part without its subscript, whose numbers go to indices, as the index build
+// reads and strips them.
+std::string text_of(std::string_view part, std::vector<int>& indices) {
   std::string held(part);
   held.push_back('\0');
   indices = pares_array_indices_from_subscript(held);
-  const std::size_t open = part.find('[');
-  return indices.empty() || open == std::string_view::npos ? part : part.substr(0, open);
+  remove_array_index(held);
+  if (!held.empty() && held.back() == '\0') held.pop_back();
+  return held;
 }
 
 // The verdict on one tag, walked as the index build walks it.
 struct verdict {
   bool resolved = false;
-  std::string reason;  // why not, or what the walk skipped on its way
-  int32_t base_subscript = -1;
+  std::string reason;        // why not, or what the walk skipped on its way
+  bool subscripted = false;  // the variable part has a subscript
+  int32_t base_subscript = 0;
   const table* variable = nullptr;
 };
 
@@ -78,8 +82,9 @@ verdict walk(std::string_view name, const dictionary& d) {
     from = dot + 1;
   }
   std::vector<int> indices;
-  const std::string base(text_of(parts[0], indices));
-  if (!indices.empty()) v.base_subscript = indices.front();
+  const std::string base = text_of(parts[0], indices);
+  v.subscripted = !indices.empty();
+  if (v.subscripted) v.base_subscript = indices.front();
   const auto found = d.tables.find(base + '\0');
   if (found == d.tables.end()) {
     v.reason = "unknown variable '" + base + "'";
@@ -94,7 +99,7 @@ verdict walk(std::string_view name, const dictionary& d) {
   bool ends_in_structure = false;
   for (std::size_t i = 1; i < parts.size(); ++i) {
     const auto members = d.structs.find(current);
-    const std::string member(text_of(parts[i], indices));
+    const std::string member = text_of(parts[i], indices);
     if (members == d.structs.end()) {
       v.reason += "'" + member + "' skipped, " + d.type_name(current) + " has no members; ";
       continue;
@@ -131,7 +136,7 @@ void check_extent(const char* name, const tag_entry& entry, const verdict& v, co
   int32_t low = 0;
   uint32_t count = 0;
   const bool array = type != d.types.end() && array_shape(type->second, low, count);
-  if (!array || v.base_subscript < 0) return;
+  if (!array || !v.subscripted) return;
   const uint32_t element = d.size_of(type->second.element_type);
   const uint64_t extent = uint64_t{element} * count;
   const uint64_t end = entry.member_offset + d.size_of(entry.type_id);
