@@ -25,17 +25,19 @@ constexpr uint32_t code_no_connection = 10;
 // again: the same dictionary as the last build (the trace then gives the counts only).
 bool build_index(device_context& device, bool again) {
   const unity_process& s = device.session;
+  const auto report = [&](const char* failure) {
+    if (trace::on) {
+      resolution_report::trace_index(device.tag_table, s.tables, s.struct_members, s.data_types,
+                                     failure, again);
+    }
+  };
   try {
     device.tag_table.setup_memory_index_in_place(s.tables, s.struct_members);
   } catch (const std::exception& e) {
-    if (trace::on)
-      resolution_report::trace_index(device.tag_table, s.tables, s.struct_members, s.data_types,
-                                     e.what(), again);
+    report(e.what());
     return false;
   }
-  if (trace::on)
-    resolution_report::trace_index(device.tag_table, s.tables, s.struct_members, s.data_types,
-                                   nullptr, again);
+  report(nullptr);
   return true;
 }
 

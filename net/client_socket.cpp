@@ -13,8 +13,9 @@ namespace {
 
 // Waits for the pending non-blocking connect to finish; a negative time-out waits forever.
 bool wait_connected(int fd, int timeout_ms) {
-  if (wait_one(fd, wait_for::write, timeout_ms) < 1) {
-    errno = ETIMEDOUT;
+  const int ready = wait_one(fd, wait_for::write, timeout_ms);
+  if (ready < 1) {
+    if (ready == 0) errno = ETIMEDOUT;  // the reason a blocking connect would give
     return false;
   }
   int pending = 0;
