@@ -24,7 +24,7 @@ struct trace_setup {
 
 // Names the device of this call in the trace's lines.
 void enter(const void* handle) {
-  if (trace::on) trace::current_device = trace_events::number_of(handle);
+  trace::current_device = trace_events::number_of(handle);
 }
 
 const void* first_handle(const _gui_request_* requests, int count) {
@@ -82,7 +82,7 @@ namespace {
 
 unitydrv_result get_init_cmd(uint32_t* code, void** handle) {
   device_context* device = device_of(handle);
-  enter(device);
+  if (trace::on) enter(device);
   if (device == nullptr) {
     if (code != nullptr) *code = 10;
     return unitydrv_result{};
@@ -96,7 +96,7 @@ unitydrv_result get_init_cmd(uint32_t* code, void** handle) {
 }
 
 unitydrv_result output_filter(_gui_request_* requests, int count) {
-  enter(first_handle(requests, count));
+  if (trace::on) enter(first_handle(requests, count));
   if (trace::on) trace_events::past_table(requests, count);
   try {
     return driver_object.outputfilter(requests, count);
@@ -153,7 +153,7 @@ unitydrv_result ORMAND_DRV_GetInitCmdEx2(uint32_t* code, uint32_t, uint32_t, uin
 
 int ORMAND_DRV_CheckInitCmdResponseEx2(uint32_t, uint32_t, void** handle) {
   device_context* device = device_of(handle);
-  enter(device);
+  if (trace::on) enter(device);
   try {
     return device != nullptr ? init_handshake::check_init_cmd_response(*device) : 0;
   } catch (...) {
@@ -170,7 +170,7 @@ unitydrv_result ORMAND_DRV_OutputFilterEx(_gui_request_* requests, int count) {
 
 void ORMAND_DRV_InputFilterEx(_input_data_* results, _frame_data_* frame, _system_info* infos,
                               int count) {
-  enter(infos != nullptr ? infos[0].device_handle : nullptr);
+  if (trace::on) enter(infos != nullptr ? infos[0].device_handle : nullptr);
   try {
     driver_object.inputFilter(results, frame, infos, count);
   } catch (...) {
@@ -180,13 +180,13 @@ void ORMAND_DRV_InputFilterEx(_input_data_* results, _frame_data_* frame, _syste
 }
 
 void ORMAND_DRV_Timeout(uint32_t, void* handle) {
-  enter(handle);
+  if (trace::on) enter(handle);
   if (trace::on && handle != nullptr) trace::emit("timeout", "connection closed by the host");
   if (handle != nullptr) static_cast<device_context*>(handle)->session.stop();
 }
 
 void ORMAND_DRV_CloseDevice(uint32_t ignored, void* handle) {
-  enter(handle);
+  if (trace::on) enter(handle);
   if (trace::on && handle != nullptr) trace::emit("close", "device closed");
   driver_object.close_device(static_cast<unsigned char>(ignored), handle);
 }
