@@ -222,13 +222,30 @@ TEST_F(TraceEvents, FailedExchangesAndWhatTheHostIsTold) {
                 "error=\"No such file or directory\" (the result is 0"});
 }
 
-TEST(TraceTarget, AFileThatCannotBeOpenedLeavesTheTraceOff) {
-  ::testing::internal::CaptureStderr();
-  EXPECT_FALSE(trace::configure("/nonexistent-dir/trace.log", true));
-  const std::string said = ::testing::internal::GetCapturedStderr();
-  EXPECT_FALSE(trace::on);
-  EXPECT_FALSE(trace::wire);
-  EXPECT_NE(said.find("cannot open the trace file /nonexistent-dir/trace.log"), std::string::npos);
+// Each target: whether the trace comes on, and what standard error shows of it.
+TEST(TraceTarget, StandardErrorSyslogOrAFileThatCanBeOpened) {
+  const struct {
+    const char* target;
+    bool on;
+    const char* on_stderr;
+  } cases[] = {
+      {"stderr", true, "unitydrv loaded version="},
+      {"syslog", true, ""},
+      {"/nonexistent-dir/trace.log", false,
+       "cannot open the trace file /nonexistent-dir/trace.log: No such file or directory"},
+      {"", false, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.target);
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(trace::configure(c.target, true), c.on);
+    if (trace::on) trace::emit("test", "target=%s", c.target);
+    const std::string said = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(trace::on, c.on);
+    EXPECT_EQ(trace::wire, c.on);
+    EXPECT_NE(said.find(c.on_stderr), std::string::npos) << said;
+    trace::configure(nullptr, false);
+  }
 }
 
 // What the host receives, and the payloads the controller saw, over one scripted session.
