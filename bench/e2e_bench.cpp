@@ -652,10 +652,22 @@ BENCHMARK(BM_rss_over_cycles)->Arg(100000)->Iterations(1)->Unit(benchmark::kMill
 // Under callgrind (--instr-atstart=no), each dumped on its own: the driver's 100-tag cycle
 // after one warm cycle, the bare client's exchange of the same bytes, the warm mixed cycle
 // and one GetInitCmdEx2 of 50,000 variables and tags. Prints the allocations of each cycle.
-int callgrind_runs() {
+// cycle_only: the driver's cycle alone (run again with the driver trace on).
+int callgrind_runs(bool cycle_only) {
   cycle_rig& r = rig();
   if (!r.ok) return 1;
   host_cycle cycle(r.device->handle(), 100);
+  if (cycle_only) {
+    if (!cycle.run()) return 1;
+    CALLGRIND_START_INSTRUMENTATION;
+    CALLGRIND_ZERO_STATS;
+    const std::size_t before = thread_allocations;
+    const bool ok = cycle.run();
+    CALLGRIND_DUMP_STATS_AT("driver_cycle_100");
+    CALLGRIND_STOP_INSTRUMENTATION;
+    std::printf("allocations: driver_cycle_100 %zu\n", thread_allocations - before);
+    return ok ? 0 : 1;
+  }
   bare_client floor;
   std::vector<unsigned char> reply;
   const auto& request = r.requests[99];
@@ -696,7 +708,8 @@ int callgrind_runs() {
 
 int main(int argc, char** argv) {
   cores::client();
-  if (argc > 1 && std::strcmp(argv[1], "--callgrind") == 0) return callgrind_runs();
+  if (argc > 1 && std::strcmp(argv[1], "--callgrind") == 0)
+    return callgrind_runs(argc > 2 && std::strcmp(argv[2], "cycle") == 0);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();

@@ -17,6 +17,7 @@ struct device_context {
   unity_process session;
   std::string plc_address;
   uint8_t offline_mode = 0;
+  unsigned trace_number = 0;  // names the device in the trace: 1 for the first started
   // Stable storage for element names built for bit-array requests: value-map keys point
   // at names, so a name must outlive the request that made it.
   std::set<std::string> element_names;

@@ -11,7 +11,9 @@ uint32_t comm_param = 0;
 
 int tag_driver_offline_578::start_device(unsigned char offline_mode, void** handle,
                                          const char* path, unsigned int offset) {
+  static unsigned devices_started = 0;
   auto* device = new device_context();
+  device->trace_number = ++devices_started;
   // The host holds the handle even when the file cannot be read.
   if (handle != nullptr) *handle = device;
   int result = path != nullptr ? device->tag_table.Read(path, offset) : 0;

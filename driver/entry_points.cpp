@@ -7,11 +7,28 @@
 #include "driver/device_context.h"
 #include "driver/init_handshake.h"
 #include "driver/tag_driver_offline_578.h"
+#include "driver/trace_events.h"
+#include "trace/trace.h"
 #include "unitydrv/unitydrv.h"
 
 namespace {
 device_context* device_of(void** handle) {
   return handle != nullptr ? static_cast<device_context*>(*handle) : nullptr;
+}
+
+// The trace follows the environment of the process that loads the library, read once.
+struct trace_setup {
+  trace_setup() { trace::from_environment(); }
+  ~trace_setup() { trace::configure(nullptr, false); }
+} trace_at_load;
+
+// Names the device of this call in the trace's lines.
+void enter(const void* handle) {
+  trace::current_device = trace_events::number_of(handle);
+}
+
+const void* first_handle(const _gui_request_* requests, int count) {
+  return requests != nullptr && count > 0 ? requests[0].device_handle : nullptr;
 }
 }  // namespace
 
@@ -45,23 +62,48 @@ void ORMAND_DRV_SetCommParam(uint32_t value) {
 
 void ORMAND_DRV_InitEx(uint32_t, const unitydrv_init_params* params) {
   plc_address = init_handshake::address_from_params(*params);
+  if (trace::on) trace_events::init_ex(plc_address);
 }
 
 int ORMAND_DRV_StartDeviceEx(uint8_t offline_mode, void** handle, const char* path,
                              uint32_t offset) {
-  driver_object.set_offline_status(offline_mode != 0);
-  return driver_object.start_device(offline_mode, handle, path, offset);
+  try {
+    driver_object.set_offline_status(offline_mode != 0);
+    const int result = driver_object.start_device(offline_mode, handle, path, offset);
+    if (trace::on) trace_events::started(handle, path, offset);
+    return result;
+  } catch (...) {
+    trace::exception_leaving("StartDeviceEx");
+    throw;
+  }
 }
 
 namespace {
 
 unitydrv_result get_init_cmd(uint32_t* code, void** handle) {
   device_context* device = device_of(handle);
+  if (trace::on) enter(device);
   if (device == nullptr) {
     if (code != nullptr) *code = 10;
     return unitydrv_result{};
   }
-  return init_handshake::get_init_cmd(*device, code);
+  try {
+    return init_handshake::get_init_cmd(*device, code);
+  } catch (...) {
+    trace::exception_leaving("GetInitCmdEx2");
+    throw;
+  }
+}
+
+unitydrv_result output_filter(_gui_request_* requests, int count) {
+  if (trace::on) enter(first_handle(requests, count));
+  if (trace::on) trace_events::past_table(requests, count);
+  try {
+    return driver_object.outputfilter(requests, count);
+  } catch (...) {
+    trace::exception_leaving("OutputFilterEx");
+    throw;
+  }
 }
 
 }  // namespace
@@ -98,7 +140,7 @@ void returned_init_cmd(unitydrv_result* out, uint32_t* code, uint32_t, uint32_t,
 }
 
 void returned_output_filter(unitydrv_result* out, _gui_request_* requests, int count) {
-  store_from(out, driver_object.outputfilter(requests, count), filter_bytes_from);
+  store_from(out, output_filter(requests, count), filter_bytes_from);
 }
 #else
 // Elsewhere (x86-64) the record comes back in registers: there is no host memory to leave
@@ -111,24 +153,40 @@ unitydrv_result ORMAND_DRV_GetInitCmdEx2(uint32_t* code, uint32_t, uint32_t, uin
 
 int ORMAND_DRV_CheckInitCmdResponseEx2(uint32_t, uint32_t, void** handle) {
   device_context* device = device_of(handle);
-  return device != nullptr ? init_handshake::check_init_cmd_response(*device) : 0;
+  if (trace::on) enter(device);
+  try {
+    return device != nullptr ? init_handshake::check_init_cmd_response(*device) : 0;
+  } catch (...) {
+    trace::exception_leaving("CheckInitCmdResponseEx2");
+    throw;
+  }
 }
 
 #if !defined(__arm__)
 unitydrv_result ORMAND_DRV_OutputFilterEx(_gui_request_* requests, int count) {
-  return driver_object.outputfilter(requests, count);
+  return output_filter(requests, count);
 }
 #endif
 
 void ORMAND_DRV_InputFilterEx(_input_data_* results, _frame_data_* frame, _system_info* infos,
                               int count) {
-  driver_object.inputFilter(results, frame, infos, count);
+  if (trace::on) enter(infos != nullptr ? infos[0].device_handle : nullptr);
+  try {
+    driver_object.inputFilter(results, frame, infos, count);
+  } catch (...) {
+    trace::exception_leaving("InputFilterEx");
+    throw;
+  }
 }
 
 void ORMAND_DRV_Timeout(uint32_t, void* handle) {
+  if (trace::on) enter(handle);
+  if (trace::on && handle != nullptr) trace::emit("timeout", "connection closed by the host");
   if (handle != nullptr) static_cast<device_context*>(handle)->session.stop();
 }
 
 void ORMAND_DRV_CloseDevice(uint32_t ignored, void* handle) {
+  if (trace::on) enter(handle);
+  if (trace::on && handle != nullptr) trace::emit("close", "device closed");
   driver_object.close_device(static_cast<unsigned char>(ignored), handle);
 }

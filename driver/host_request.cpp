@@ -3,7 +3,9 @@
 #include <cstring>
 #include <string>
 
+#include "driver/trace_events.h"
 #include "tag_index/tag_names.h"
+#include "trace/trace.h"
 #include "wire/byte_cursor.h"
 
 namespace host_request {
@@ -74,6 +76,7 @@ write_target prepare_write(tag_driver_offline_578& driver, device_context& devic
   if (target.tag.request_byte == type_bit_array) rename_bit_array_element(device, target.tag);
   if (static_cast<uint8_t>(target.tag.bit_number) != no_bit) {
     write_bit(device.tag_values, target.tag, request.write.bit.write_bit_value != 0);
+    if (trace::on && device.offline_mode == 0) trace_events::bit_kept(target.tag, request);
     target.done = true;
   }
   return target;

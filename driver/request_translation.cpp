@@ -7,6 +7,8 @@
 #include "driver/device_context.h"
 #include "driver/host_request.h"
 #include "driver/tag_driver_offline_578.h"
+#include "driver/trace_events.h"
+#include "trace/trace.h"
 #include "unity/dictionary_records.h"
 #include "wire/byte_cursor.h"
 #include "wire/unity_constants.h"
@@ -159,6 +161,7 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
     // request stops its fill part way with out_of_range: both clear the whole area first,
     // and the short one counts all its room as written.
     const bool whole = std::size_t{items[j].count} * element_size(type) <= left;
+    if (!whole && trace::on) trace_events::short_reply(j, type, items[j].count, left);
     if (type == host_request::type_string || !whole) table.clear_slot_area(j);
     if (!whole) table.note_slot_written(j, room);
     table.finish_fill(j, fill_slot(slot_area(slots, j), room, type, items[j], in));

@@ -9,6 +9,8 @@
 #include "driver/device_context.h"
 #include "driver/host_request.h"
 #include "driver/tag_driver_offline_578.h"
+#include "driver/trace_events.h"
+#include "trace/trace.h"
 #include "wire/byte_cursor.h"
 #include "wire/plc_types.h"
 
@@ -95,6 +97,7 @@ void tag_driver_offline_578::inputFilter(_input_data_* results, _frame_data_* fr
       results[i].result_code = 10;
       results[i].result_status = 2;
     }
+    if (trace::on) trace_events::failure_reported(count);
     // Reported once; the next round tries the controller again.
     device->session.state = unity_process::state_ready;
     return;

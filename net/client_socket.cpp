@@ -13,7 +13,9 @@ namespace {
 
 // Waits for the pending non-blocking connect to finish; a negative time-out waits forever.
 bool wait_connected(int fd, int timeout_ms) {
-  if (wait_one(fd, wait_for::write, timeout_ms) < 1) {
+  const int ready = wait_one(fd, wait_for::write, timeout_ms);
+  if (ready < 1) {
+    if (ready == 0) errno = ETIMEDOUT;  // the reason a blocking connect would give
     return false;
   }
   int pending = 0;
@@ -21,6 +23,8 @@ bool wait_connected(int fd, int timeout_ms) {
   if (::getsockopt(fd, SOL_SOCKET, SO_ERROR, &pending, &len) != 0) {
     return false;
   }
+  // A failed connect leaves its reason in errno, as a blocking connect would.
+  if (pending != 0) errno = pending;
   return pending == 0;
 }
 

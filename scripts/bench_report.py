@@ -62,6 +62,10 @@ def instruction_table(counts, runs, functions):
         c = counts["driver_cycle_100"]
         out.append(f"| warm 100-tag INT read cycle (`OutputFilterEx` + `InputFilterEx`) | "
                    f"**{c:,}** | {c / 100:.0f} per tag |")
+    if "driver_cycle_100_trace_on" in counts:
+        c = counts["driver_cycle_100_trace_on"]
+        out.append(f"| the same cycle with the driver trace on (`UNITYDRV_TRACE`, to a file) | "
+                   f"{c:,} | {c / 100:.0f} per tag |")
     if "floor_cycle_100" in counts:
         out.append(f"| bare-socket exchange of the same bytes | {counts['floor_cycle_100']:,} | |")
     mixed = rows_named(runs, "BM_mixed_cycle")

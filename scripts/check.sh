@@ -2,10 +2,11 @@
 # Installs what is missing, builds and runs every test: natively, under
 # AddressSanitizer + UBSan, and cross-built for 32-bit ARM under qemu-user (the suites
 # against the simulator talk to the native simulator of build/dev). After the dev tests the
-# Wireshark dissector decodes simulator and real captures, and the end-to-end tests run once
-# more under valgrind memcheck. The package step builds the release presets' Debian
-# packages, runs lintian on them, installs both architectures side by side into a scratch
-# root and runs the C host example against each installed library.
+# end-to-end tests run again with the driver trace on, the Wireshark dissector decodes
+# simulator and real captures, and the end-to-end tests run once more under valgrind
+# memcheck. The package step builds the release presets' Debian packages, runs lintian on
+# them, installs both architectures side by side into a scratch root and runs the C host
+# example against each installed library.
 # The fuzz preset runs every fuzz target for a short while.
 # Usage: scripts/check.sh [preset ...]   (default: dev asan armhf package fuzz)
 set -euo pipefail
@@ -23,6 +24,17 @@ native_tools() {
   cmake --build --preset dev --target plcsim_remote plcsim panelhost
 }
 
+# The end-to-end suite once more with the driver trace on (to a file, with the wire bytes):
+# tracing must change nothing that a host sees.
+trace_rerun() {
+  local log
+  log=$(mktemp)
+  UNITYDRV_TRACE="$log" UNITYDRV_TRACE_WIRE=1 ctest --preset dev -R '^test_e2e\.'
+  grep -q ' dictionary types=' "$log" || { echo "the traced run wrote no trace to $log" >&2; exit 1; }
+  echo "trace of the end-to-end suite: $(wc -l <"$log") lines"
+  rm -f "$log"
+}
+
 for preset in "${presets[@]}"; do
   echo "=== ${preset} ==="
   start=$SECONDS
@@ -38,6 +50,7 @@ for preset in "${presets[@]}"; do
         fuzz) scripts/fuzz.sh 20 ;;
         dev)
           ctest --preset dev
+          trace_rerun
           tests/wireshark/test_dissector.sh build/dev
           scripts/leakcheck.sh build/dev
           ;;

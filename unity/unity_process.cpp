@@ -2,7 +2,11 @@
 
 #include <sys/socket.h>
 
+#include <cerrno>
+
 #include "net/descriptor_wait.h"
+#include "trace/trace.h"
+#include "unity/exchange_trace.h"
 
 namespace {
 constexpr std::size_t receive_buffer_size = 2048;
@@ -43,9 +47,11 @@ void unity_process::receive_reply() {
   const int fd = socket.descriptor();
   constexpr long reply_wait_ms = 1000;
   ssize_t n = 0;
-  if (orm::wait_one(fd, orm::wait_for::read, reply_wait_ms) > 0) {
+  const int ready = orm::wait_one(fd, orm::wait_for::read, reply_wait_ms);
+  if (ready > 0) {
     n = ::recv(fd, reply_buffer_.data(), reply_buffer_.size(), 0);
   }
+  if (trace::on) exchange_trace::received(reply_buffer_.data(), ready, n, errno);
   reply_buffer_.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
 }
 
@@ -56,7 +62,9 @@ long unity_process::send_frame(const modbus_tcp_frame& frame) {
 
 long unity_process::send_bytes(const unsigned char* bytes, std::size_t size) {
   // MSG_NOSIGNAL: a connection dropped by the controller must not raise SIGPIPE in the host.
-  return ::send(socket.descriptor(), bytes, size, MSG_NOSIGNAL);
+  const long sent = ::send(socket.descriptor(), bytes, size, MSG_NOSIGNAL);
+  if (trace::on) exchange_trace::sent(bytes, size, sent, errno);
+  return sent;
 }
 
 bool unity_process::is_bme_p58() const {

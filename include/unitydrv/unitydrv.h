@@ -15,7 +15,9 @@
  *
  * Failures: results, not texts (see each entry point). A reply too short for a field the
  * driver reads raises std::out_of_range out of GetInitCmdEx2 or OutputFilterEx; a C++ host
- * catches it there and recovers with Timeout, then GetInitCmdEx2.
+ * catches it there and recovers with Timeout, then GetInitCmdEx2. What the driver does not
+ * check, and what the host does about it, is listed after the limits below; the trace
+ * (UNITYDRV_TRACE) shows each case as it happens.
  *
  * Ownership: the host owns every record it passes; the driver reads or fills them in
  * place. A device handle is an opaque pointer owned by the driver from StartDeviceEx to
@@ -256,24 +258,84 @@ enum {
  *     last. Each result receives at most its 4,096 bytes; a bit-addressed read one unit
  *     per element.
  *
- * Exceptions. The entry points are C functions but the library is C++, and a reply too
- * short for a field the driver reads raises std::out_of_range out of GetInitCmdEx2 or
- * OutputFilterEx (a value read past the end of the reply, a cut or split reply, more
- * values than one reply carries). StartDeviceEx may raise std::bad_alloc. The tag index
- * build (GetInitCmdEx2, CheckInitCmdResponseEx2) meets boost::bad_lexical_cast and
- * std::out_of_range on a malformed array subscript in a name; the driver catches those
- * there and reports the device not ready, so they never leave an entry point. A C++ host
- * calls GetInitCmdEx2 and OutputFilterEx inside try/catch (std::exception); a host in C
- * cannot catch and is ended by std::terminate, so it calls them through a small C++
- * wrapper that catches and returns an error code.
+ * Exceptions. The entry points are C functions but the library is C++: see the list per
+ * entry point under "What the driver does not check" below.
  *
  * Reconnecting. After an exception, after InputFilterEx reports status 2 round after
  * round, or when GetInitCmdEx2 set *code to 10 (no connection), the host calls
- * Timeout(0, handle), which closes the device's connection, then GetInitCmdEx2 (connect,
- * identify, download the dictionary, index the tags) and CheckInitCmdResponseEx2, which
- * returns 1 once the device is ready (0: try the same recipe again later). The handle and
- * the tag table stay valid throughout; nothing needs reopening.
+ * Timeout(0, handle), which closes the device's connection, then InitEx with the device's
+ * address (point 2 below), GetInitCmdEx2 (connect, identify, download the dictionary,
+ * index the tags) and CheckInitCmdResponseEx2, which returns 1 once the device is ready
+ * (0: try the same recipe again later). The handle and the tag table stay valid
+ * throughout; nothing needs reopening (after a program download, see point 1).
  * Each exchange waits at most 1 s for a reply and each connect at most 100 ms.
+ *
+ * What the driver does not check, and what the host does about it. Each point is how the
+ * driver works and stays so; nothing reports it in a result. The trace (below) names
+ * each case in a line of its own, given here in brackets.
+ *
+ *   1. A program download to the controller. A reconnect downloads the dictionary again,
+ *      but the driver keeps the variables of the earlier download and only adds to them:
+ *      a variable that the new program no longer has keeps its old address, and its tags
+ *      read whatever lies there now, with status 0 (variables that moved follow).
+ *      Recipe: after a program download, CloseDevice, then StartDeviceEx and the handshake
+ *      again. [program-change variable=... gone=1]
+ *   2. The address. GetInitCmdEx2 connects to the address of the last InitEx, whichever
+ *      device it was for. With two controllers, a reconnect of device A after an InitEx for
+ *      B reads B's values as A's. Recipe: call InitEx with this device's address before
+ *      every GetInitCmdEx2, reconnects included. [reconnect ... changed=1]
+ *   3. Subscripts in a tag name on an array of structures step by the element's size from
+ *      the array's start, whatever its declared low bound: with ARRAY[1..3] OF PUMP,
+ *      Pumps[1].Speed is the second element and Pumps[3].Speed lies past the array, in the
+ *      variable behind it. Recipe: count structure-array subscripts from 0 (Pumps[0] is the
+ *      first element) and keep them below the element count. [extent tag=...]
+ *   4. Elements of an array tag are the host's: the driver reads element_count elements
+ *      from array_index on without checking them against the array's bounds, and a
+ *      subscript on the whole tag name ("Levels[3]") is dropped. Recipe: name the array
+ *      in the tag file, select the element with array_index (counted from 0) and keep
+ *      array_index + element_count within the array. [subscript tag=...]
+ *   5. Tags that do not resolve, and tag numbers past the table. A name that is not in the
+ *      dictionary resolves to nothing and is not reported; a tag number past the tag file's
+ *      table reads as such a tag. So does every tag of a device whose tag file is missing:
+ *      StartDeviceEx returns 0 all the same. Such a read goes to block 0, offset 0, and a
+ *      reply too short for its elements raises std::out_of_range out of OutputFilterEx.
+ *      Recipe: check the tag file against the controller before going on site (panelhost
+ *      tags check, or the trace's unresolved lines) and keep tag numbers below its count.
+ *      [StartDeviceEx ... error=, unresolved tag=..., tag-past-table]
+ *
+ *   Exceptions, per entry point (all of them from the standard library):
+ *     StartDeviceEx             std::bad_alloc (no handle is stored)
+ *     GetInitCmdEx2             std::out_of_range (a reply too short for a field of the
+ *                               handshake), std::bad_alloc
+ *     CheckInitCmdResponseEx2   nothing: what the tag index build raises (a malformed
+ *                               subscript in a name) is caught, the device reported not ready
+ *     OutputFilterEx            std::out_of_range (a reply too short for the values asked:
+ *                               point 5, a cut or split reply, more values than one reply
+ *                               carries), std::bad_alloc
+ *     the others                nothing
+ *   A C++ host calls these inside try/catch (std::exception). A host in C cannot catch: the
+ *   exception ends the process (std::terminate). It calls them through a small C++ shim
+ *   that catches, calls Timeout(0, handle) and returns an error code; the host then treats
+ *   the values of that round as invalid and reconnects (GetInitCmdEx2,
+ *   CheckInitCmdResponseEx2). examples/guarded_calls.h and .cpp are such a shim, and
+ *   examples/guarded_host.c a C host using it.
+ *
+ * The tag file (named in StartDeviceEx; little-endian, no signature). The driver skips
+ * offset + 7 bytes, then reads a u32 wide_names (non-zero: names of 16-bit characters),
+ * a u32 tag count and that many records, back to back: a u16 name length n, the name (n
+ * bytes, or 2n with wide names, no terminator), a u8 kind and two u32 values (carried,
+ * not used). A tag's number is its position in the file from 0. Names are resolved as
+ * 8-bit text: a 16-bit name is read up to its first zero byte, so "Motor" written in
+ * 16-bit characters looks for "M" and does not resolve. Short reads are not checked.
+ *
+ * The trace. UNITYDRV_TRACE in the host's environment, read once when the library is
+ * loaded, turns on a line per event: "stderr", "syslog", or a file path (appended, one
+ * line flushed per event; a path that cannot be opened is said once on stderr and the
+ * trace stays off). UNITYDRV_TRACE_WIRE=1 adds every request and reply as hex. A line
+ * holds the UTC time with milliseconds, "unitydrv", dev=N (the devices numbered from 1 in
+ * the order they were started), the event and its figures as key=value. With the trace
+ * off or on the host gets the same results and records and the controller the same bytes;
+ * exceptions are traced and leave unchanged. Off, it costs one test per event.
  */
 
 /* Description (callable at any time). */

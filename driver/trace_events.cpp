@@ -1,0 +1,208 @@
+#include "driver/trace_events.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+
+#include "trace/trace.h"
+#include "wire/byte_cursor.h"
+
+namespace trace_events {
+namespace {
+
+// The address each device connected to last, by device number: enough devices for any
+// panel, kept without allocating.
+constexpr unsigned remembered_devices = 64;
+char last_address[remembered_devices][16];
+
+std::string location_text(const std::vector<unsigned char>& location) {
+  if (location.size() < 6) return "?";
+  wire::le_reader in(location);
+  const unsigned block = in.u16();
+  const unsigned long offset = in.u32();
+  char text[32];
+  std::snprintf(text, sizeof text, "%u:%lu", block, offset);
+  return text;
+}
+
+std::string shown(const std::string& name) {
+  return !name.empty() && name.back() == '\0' ? name.substr(0, name.size() - 1) : name;
+}
+
+// The device other than this one that last connected to address, or 0.
+unsigned other_device_at(unsigned self, const std::string& address) {
+  for (unsigned n = remembered_devices; n-- > 1;) {
+    if (n != self && address == last_address[n]) return n;
+  }
+  return 0;
+}
+
+}  // namespace
+
+unsigned number_of(const void* handle) {
+  return handle != nullptr ? static_cast<const device_context*>(handle)->trace_number : 0;
+}
+
+void init_ex(const std::string& address) {
+  trace::current_device = 0;  // not a device's call
+  trace::emit("InitEx", "address=%s (used by the next GetInitCmdEx2 of any device)",
+              address.c_str());
+}
+
+void started(void** handle, const char* path, uint32_t offset) {
+  if (handle == nullptr || *handle == nullptr) return;
+  const auto& device = *static_cast<const device_context*>(*handle);
+  trace::current_device = device.trace_number;
+  const offline_CTagTable_578& tags = device.tag_table;
+  // An empty table may be a file that could not be read: open it once more for the reason.
+  std::FILE* file = nullptr;
+  int error = 0;
+  if (tags.tag_count == 0) {
+    file = path != nullptr ? std::fopen(path, "rb") : nullptr;
+    error = path != nullptr ? errno : EINVAL;
+    if (file != nullptr) std::fclose(file);
+  }
+  const bool unread = tags.tag_count == 0 && file == nullptr;
+  trace::emit(
+      "StartDeviceEx", "tag_file=%s offset=%u tags=%u wide_names=%u offline=%u%s%s%s",
+      path != nullptr ? path : "(null)", offset, tags.tag_count,
+      tags.tag_count != 0 ? tags.wide_names : 0, device.offline_mode, unread ? " error=\"" : "",
+      unread ? trace::os_reason(error) : "",
+      unread ? "\" (the result is 0 all the same; every tag number reads as unresolved)" : "");
+}
+
+long now_ms() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+void connecting(const device_context& device, const std::string& address) {
+  if (device.plc_address.empty()) return;
+  const unsigned other = other_device_at(device.trace_number, address);
+  char whose[96] = "";
+  if (other != 0)
+    std::snprintf(whose, sizeof whose, " (the address device %u connected to last)", other);
+  trace::emit("reconnect", "address=%s previous=%s%s%s", address.c_str(),
+              device.plc_address.c_str(),
+              address != device.plc_address
+                  ? " changed=1 (the address of the last InitEx, whichever device it was for)"
+                  : "",
+              whose);
+}
+
+void connected(const device_context& device, bool ok, long since_ms, int error) {
+  trace::emit("connect", "address=%s:502 ms=%ld result=%s%s%s%s", device.plc_address.c_str(),
+              now_ms() - since_ms, ok ? "ok" : "failed", ok ? "" : " error=\"",
+              ok ? "" : trace::os_reason(error), ok ? "" : "\" (GetInitCmdEx2 code 10)");
+  if (ok && device.trace_number < remembered_devices) {
+    std::snprintf(last_address[device.trace_number], sizeof last_address[0], "%s",
+                  device.plc_address.c_str());
+  }
+}
+
+void identified(const unity_process& session, bool ok, uint16_t first_step) {
+  trace::emit("identification", "result=%s plc_type=\"%s\" m580=%d exchanges=%u%s",
+              ok ? "ok" : "failed", session.plc_type.c_str(), session.is_bme_p58() ? 1 : 0,
+              static_cast<unsigned>(session.transaction_counter - first_step),
+              ok ? "" : " (no dictionary, no index: CheckInitCmdResponseEx2 returns 0)");
+}
+
+void downloaded(const unity_process& session, long since_ms, uint16_t first_step) {
+  unsigned arrays = 0;
+  for (const auto& entry : session.data_types) {
+    if (entry.second.element_type != 0 && !entry.second.bounds.empty()) ++arrays;
+  }
+  trace::emit(
+      "dictionary",
+      "types=%zu structures=%zu arrays=%u variables=%zu exchanges=%u ms=%ld state=%d%s",
+      session.data_types.size(), session.struct_members.size(), arrays, session.tables.size(),
+      static_cast<unsigned>(session.transaction_counter - first_step), now_ms() - since_ms,
+      session.state, session.state == unity_process::state_ready ? "" : " (incomplete: no index)");
+}
+
+void bit_kept(const offline_stTag_578& tag, const _gui_request_& request) {
+  trace::emit("bit-write",
+              "tag=%u bit=%d value=%d kept in the driver's memory, not sent (write the whole "
+              "word to change the controller)",
+              tag.request_index, tag.bit_number, request.write.bit.write_bit_value != 0);
+}
+
+void past_table(const _gui_request_* requests, int count) {
+  if (requests == nullptr || count < 1 || requests[0].device_handle == nullptr) return;
+  const auto& device = *static_cast<const device_context*>(requests[0].device_handle);
+  const uint32_t tags = device.tag_table.tag_count;
+  // A write carries out its first request only.
+  const int used = requests[0].request_kind == 1 || requests[0].request_kind == 2 ? 1 : count;
+  for (int i = 0; i < used; ++i) {
+    if (requests[i].ref.tag_index < tags) continue;
+    trace::emit("tag-past-table",
+                "request=%d tag=%u tags=%u (read as a tag that resolved to nothing)", i,
+                requests[i].ref.tag_index, tags);
+  }
+}
+
+void short_reply(std::size_t request, unsigned type, unsigned elements, std::size_t left) {
+  trace::emit("short-reply",
+              "request=%zu type=%u elements=%u value_bytes_left=%zu (std::out_of_range follows)",
+              request, type, elements, left);
+}
+
+void failure_reported(int results) {
+  trace::emit("failure-report",
+              "results=%d status=2 code=10 (the last exchange failed; reported once, the next "
+              "round tries again)",
+              results);
+}
+
+download_watch::download_watch(unity_process& session) : session_(session) {
+  if (!trace::on || session.tables.empty()) return;
+  earlier_.swap(session.tables);
+  active_ = true;
+}
+
+download_watch::~download_watch() {
+  restore();
+}
+
+void download_watch::restore() {
+  if (!active_) return;
+  active_ = false;
+  // insert keeps an entry of the new download: the earlier one is only added back.
+  session_.tables.insert(earlier_.begin(), earlier_.end());
+  earlier_.clear();
+}
+
+void download_watch::finish() {
+  if (!active_) return;
+  unsigned gone = 0, moved = 0;
+  for (const auto& [name, variable] : earlier_) {
+    const auto now = session_.tables.find(name);
+    if (now == session_.tables.end()) {
+      ++gone;
+      trace::emit("program-change",
+                  "variable=%s gone=1 old=%s (its tags keep the earlier address "
+                  "until the device is closed and started again)",
+                  shown(name).c_str(), location_text(variable.location).c_str());
+    } else if (now->second.location != variable.location ||
+               now->second.type_id != variable.type_id) {
+      ++moved;
+      trace::emit("program-change",
+                  "variable=%s moved=1 old=%s new=%s old_type=%u new_type=%u "
+                  "(its tags take the new address)",
+                  shown(name).c_str(), location_text(variable.location).c_str(),
+                  location_text(now->second.location).c_str(), variable.type_id,
+                  now->second.type_id);
+    }
+  }
+  if (gone + moved != 0) {
+    trace::emit("program-change",
+                "gone=%u moved=%u the dictionary is kept and only added to: tags "
+                "of gone variables read their old address with status 0; CloseDevice and "
+                "StartDeviceEx again after a program download",
+                gone, moved);
+  }
+  restore();
+}
+
+}  // namespace trace_events

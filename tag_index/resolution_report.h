@@ -1,0 +1,23 @@
+// The trace's account of a tag index build: which tags did not resolve and why, and which
+// resolved to an address outside their variable. It walks the names again beside the
+// index build and changes nothing.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tag_index/tag_table.h"
+#include "unity/dictionary_records.h"
+
+namespace resolution_report {
+
+// One line per tag worth a look (unless again: the index is built anew from the same
+// dictionary), then the counts. failure: the text of the exception that ended the build,
+// or null.
+void trace_index(const offline_CTagTable_578& tags, const std::map<std::string, table>& tables,
+                 const std::map<unsigned short, std::vector<data_type>>& struct_members,
+                 const std::map<unsigned short, data_type>& data_types, const char* failure,
+                 bool again);
+
+}  // namespace resolution_report

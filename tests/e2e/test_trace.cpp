@@ -1,0 +1,362 @@
+// The driver trace: every kind of event has its line, and a host sees the same records and
+// the controller the same bytes whether the trace is off or on.
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "driver/device_context.h"
+#include "driver/init_handshake.h"
+#include "driver/tag_driver_offline_578.h"
+#include "driver/trace_events.h"
+#include "support/plant_device.h"
+#include "trace/trace.h"
+
+#if !defined(UNITYDRV_REMOTE_SIM)
+namespace {
+
+std::string temp_path(const std::string& what) {
+  return ::testing::TempDir() + "trace_" + std::to_string(::getpid()) + "_" + what;
+}
+
+std::string slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// A pump station: structure arrays with a low bound of 1, a structure inside a structure.
+const char* const station_project = R"({
+  "plc_type": "BMX P34 2020",
+  "types": [
+    {"id": 100, "kind": "struct", "name": "PUMP",
+     "members": [{"name": "Speed", "type": 8, "offset": 0}, {"name": "Mode", "type": 4, "offset": 4}]},
+    {"id": 101, "kind": "struct", "name": "STATION",
+     "members": [{"name": "Pump", "type": 100, "offset": 0}, {"name": "Level", "type": 4, "offset": 8}]},
+    {"id": 102, "kind": "array", "name": "ARRAY[1..3] OF PUMP", "element": 100, "dimensions": [[1, 3]]}
+  ],
+  "variables": [
+    {"name": "Pumps", "type": 102, "block": 1, "offset": 0},
+    {"name": "Station", "type": 101, "block": 1, "offset": 32, "value": {"Level": 7}},
+    {"name": "After", "type": 4, "block": 1, "offset": 48}
+  ]})";
+
+// The same station after a program download: Station moved, After gone, Fresh new.
+const char* const changed_project = R"({
+  "plc_type": "BMX P34 2020",
+  "types": [
+    {"id": 100, "kind": "struct", "name": "PUMP",
+     "members": [{"name": "Speed", "type": 8, "offset": 0}, {"name": "Mode", "type": 4, "offset": 4}]},
+    {"id": 101, "kind": "struct", "name": "STATION",
+     "members": [{"name": "Pump", "type": 100, "offset": 0}, {"name": "Level", "type": 4, "offset": 8}]},
+    {"id": 102, "kind": "array", "name": "ARRAY[1..3] OF PUMP", "element": 100, "dimensions": [[1, 3]]}
+  ],
+  "variables": [
+    {"name": "Pumps", "type": 102, "block": 1, "offset": 0},
+    {"name": "Fresh", "type": 4, "block": 1, "offset": 48},
+    {"name": "Station", "type": 101, "block": 1, "offset": 64}
+  ]})";
+
+// Traces into a file of its own for one test; a device of the driver's core, driven
+// through the handshake and the filters as the entry points drive it.
+class TraceEvents : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    trace_path_ = temp_path(::testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::remove(trace_path_.c_str());
+    ASSERT_TRUE(trace::configure(trace_path_.c_str(), false));
+  }
+  void TearDown() override {
+    trace::configure(nullptr, false);
+    std::remove(trace_path_.c_str());
+    std::remove(tag_path_.c_str());
+  }
+
+  std::unique_ptr<plcsim::server> serve(const char* json) {
+    auto server = std::make_unique<plcsim::server>(plcsim::parse_project(json));
+    EXPECT_TRUE(server->start_on_free_loopback());
+    return server;
+  }
+
+  std::unique_ptr<device_context> device(const std::vector<std::string>& names, unsigned number) {
+    tag_path_ = temp_path("tags");
+    std::vector<tag_file::record> records;
+    for (const auto& n : names) records.push_back({n});
+    EXPECT_TRUE(tag_file::write(tag_path_, records, false, 0));
+    auto d = std::make_unique<device_context>();
+    d->tag_table.Read(tag_path_.c_str(), 0);
+    d->trace_number = number;
+    return d;
+  }
+
+  // GetInitCmdEx2 for the device at address: its code.
+  uint32_t connect(device_context& d, const std::string& address) {
+    plc_address = address;
+    trace::current_device = d.trace_number;
+    uint32_t code = 99;
+    init_handshake::get_init_cmd(d, &code);
+    return code;
+  }
+
+  // Each expected text must be on a line of the trace, in any order.
+  void expect_lines(const std::vector<std::string>& wanted) {
+    const std::string text = slurp(trace_path_);
+    for (const auto& w : wanted)
+      EXPECT_NE(text.find(w), std::string::npos) << w << "\nin:\n" << text;
+  }
+
+  std::string trace_path_;
+  std::string tag_path_;
+};
+
+TEST_F(TraceEvents, EveryUnresolvedReasonAndEveryAddressOutsideItsVariable) {
+  auto server = serve(station_project);
+  auto d = device({"Pumps[1].Speed", "Pumps[3].Speed", "Station.Pump", "Station.Bad.Level",
+                   "Station.Nope", "Ghost", "After[2]", "Pumps[x].Speed"},
+                  1);
+  ASSERT_EQ(connect(*d, server->address()), 0u);
+  expect_lines({
+      "dev=1 connect address=" + server->address() + ":502 ms=",
+      "result=ok",
+      "identification result=ok plc_type=\"BMX P34 2020\"",
+      "dictionary types=3 structures=3 arrays=1 variables=3",
+      // ARRAY[1..3]: subscript 1 is the second element, subscript 3 lies past the array.
+      "extent tag=Pumps[1].Speed variable_type=\"ARRAY[1..3] OF PUMP\" subscript=1 "
+      "counted_from_start=1 element=2 offset=6 extent=18 (not the element",
+      "extent tag=Pumps[3].Speed variable_type=\"ARRAY[1..3] OF PUMP\" subscript=3 "
+      "counted_from_start=1 element=4 offset=18 extent=18 outside=1",
+      "unresolved tag=2 name=Station.Pump reason=\"the path ends in structure PUMP",
+      "resolved-skipping tag=3 name=Station.Bad.Level note=\"unknown member 'Bad' in "
+      "structure STATION (the walk went on",
+      "unresolved tag=4 name=Station.Nope reason=\"unknown member 'Nope' in structure STATION",
+      "unresolved tag=5 name=Ghost reason=\"unknown variable 'Ghost'\"",
+      "subscript tag=6 name=After[2] the subscript of the whole name is dropped",
+      "unresolved tag=7 name=Pumps[x].Speed reason=\"bad subscript",
+      "resolution tags=8 resolved=4 unresolved=4 outside=2 failed=",
+  });
+}
+
+TEST_F(TraceEvents, ProgramChangeBetweenTwoDownloads) {
+  auto server = serve(station_project);
+  auto d = device({"Station.Level", "After"}, 1);
+  ASSERT_EQ(connect(*d, server->address()), 0u);
+  server->load_program(plcsim::parse_project(changed_project));
+  d->session.stop();
+  ASSERT_EQ(connect(*d, server->address()), 0u);
+  expect_lines({
+      "dev=1 reconnect address=" + server->address() + " previous=" + server->address(),
+      "program-change variable=After gone=1 old=1:48 (its tags keep the earlier address",
+      "program-change variable=Station moved=1 old=1:32 new=1:64",
+      "program-change gone=1 moved=1",
+  });
+  // The trace keeps the earlier variables aside only while it looks: the session holds
+  // them as it would without the trace (kept and added to).
+  EXPECT_EQ(d->session.tables.count(std::string("After") + '\0'), 1u);
+  EXPECT_EQ(d->session.tables.count(std::string("Fresh") + '\0'), 1u);
+  EXPECT_EQ(d->tag_table.entries[1].location, (std::array<unsigned char, 6>{1, 0, 48, 0, 0, 0}));
+}
+
+TEST_F(TraceEvents, ReconnectToTheAddressOfAnotherDevice) {
+  auto a = serve(station_project);
+  auto b = serve(station_project);
+  auto first = device({"After"}, 1);
+  auto second = device({"After"}, 2);
+  ASSERT_EQ(connect(*first, a->address()), 0u);
+  ASSERT_EQ(connect(*second, b->address()), 0u);
+  first->session.stop();
+  ASSERT_EQ(connect(*first, b->address()), 0u);  // the last InitEx was for the second device
+  expect_lines({"dev=1 reconnect address=" + b->address() + " previous=" + a->address() +
+                " changed=1 (the address of the last InitEx, whichever device it was for) "
+                "(the address device 2 connected to last)"});
+}
+
+// The failures of an exchange, and what the host is told of them.
+TEST_F(TraceEvents, FailedExchangesAndWhatTheHostIsTold) {
+  auto server = serve(station_project);
+  auto d = device({"After", "Station.Level"}, 1);
+  ASSERT_EQ(connect(*d, server->address()), 0u);
+  const auto read = [&](const std::vector<driver_api::request>& wanted, uint8_t kind = 0) {
+    auto req = driver_api::requests(d.get(), wanted, kind);
+    req[0].write.bit.write_bit_value = 1;
+    driver_object.outputfilter(req.data(), static_cast<int>(req.size()));
+    driver_api::input_round round(d.get(), wanted.size());
+    driver_object.inputFilter(round.results.data(), nullptr, round.infos.data(), 1);
+  };
+  plcsim::faults refuse;
+  refuse.error_function = 0x22;
+  server->set_faults(refuse);
+  read({{0, UNITYDRV_TYPE_INT}});
+  server->set_faults(plcsim::faults{});
+  read({{1, UNITYDRV_TYPE_WORD, 0, 1, 3}}, 1);  // bit 2 of a word: kept, not sent
+  server->stop();
+  read({{0, UNITYDRV_TYPE_INT}});
+  expect_lines({
+      "error-reply status=0xFD",
+      "failure-report results=1 status=2 code=10",
+      "bit-write tag=1 bit=2 value=1 kept in the driver's memory, not sent",
+  });
+  const std::string text = slurp(trace_path_);
+  // The controller gone: the next send fails, or its reply never comes.
+  EXPECT_TRUE(text.find("no-reply closed=1") != std::string::npos ||
+              text.find("send-failed bytes=") != std::string::npos)
+      << text;
+  d->session.stop();
+  plc_address = "127.0.0.253";  // outside the addresses the simulators take
+  uint32_t code = 0;
+  init_handshake::get_init_cmd(*d, &code);
+  device_context missing;  // a tag file that is not there leaves the table empty
+  void* handle = &missing;
+  trace_events::started(&handle, "/nonexistent-dir/plant.tags", 0);
+  expect_lines({"connect address=127.0.0.253:502", "result=failed error=\"",
+                "error=\"No such file or directory\" (the result is 0"});
+}
+
+// Each target: whether the trace comes on, and what standard error shows of it.
+TEST(TraceTarget, StandardErrorSyslogOrAFileThatCanBeOpened) {
+  const struct {
+    const char* target;
+    bool on;
+    const char* on_stderr;
+  } cases[] = {
+      {"stderr", true, "unitydrv loaded version="},
+      {"syslog", true, ""},
+      {"/nonexistent-dir/trace.log", false,
+       "cannot open the trace file /nonexistent-dir/trace.log: No such file or directory"},
+      {"", false, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.target);
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(trace::configure(c.target, true), c.on);
+    if (trace::on) trace::emit("test", "target=%s", c.target);
+    const std::string said = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(trace::on, c.on);
+    EXPECT_EQ(trace::wire, c.on);
+    EXPECT_NE(said.find(c.on_stderr), std::string::npos) << said;
+    trace::configure(nullptr, false);
+  }
+}
+
+// What the host receives, and the payloads the controller saw, over one scripted session.
+struct observed {
+  std::string records;
+  std::vector<uint8_t> wire;
+};
+
+// The Unity payloads of a capture of the simulator, in order (headers and times dropped:
+// the client's port and the clock differ from run to run).
+std::vector<uint8_t> capture_payloads(const std::string& pcap) {
+  const std::string bytes = slurp(pcap);
+  constexpr std::size_t file_header = 24, record_header = 16, frame_headers = 14 + 20 + 20;
+  std::vector<uint8_t> out;
+  for (std::size_t at = file_header; at + record_header <= bytes.size();) {
+    uint32_t length = 0;
+    std::memcpy(&length, bytes.data() + at + 8, 4);
+    const std::size_t data = at + record_header;
+    if (length > frame_headers && data + length <= bytes.size())
+      out.insert(out.end(), bytes.begin() + data + frame_headers, bytes.begin() + data + length);
+    at = data + length;
+  }
+  return out;
+}
+
+// Runs a host program (LIBRARY ADDRESS TAGFILE TAGLIST) against a fresh simulator, with
+// UNITYDRV_TRACE set to trace (or unset when empty); bounded to a minute.
+observed run_host(const char* program, const std::string& trace) {
+  plcsim::server server(plcsim::load_project_file(plant::source_dir + "/examples/plant.json"));
+  const std::string pcap = temp_path(trace.empty() ? "off.pcap" : "on.pcap");
+  const std::string tags = temp_path("dump.tags");
+  std::vector<tag_file::record> records;
+  for (const auto& n : plant::tag_names()) records.push_back({n});
+  EXPECT_TRUE(tag_file::write(tags, records, false, 0));
+  EXPECT_TRUE(server.record_to(pcap));
+  EXPECT_TRUE(server.start_on_free_loopback());
+  int out[2];
+  EXPECT_EQ(::pipe(out), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::dup2(out[1], 1);
+    ::close(out[0]);
+    if (trace.empty()) {
+      ::unsetenv("UNITYDRV_TRACE");
+    } else {
+      ::setenv("UNITYDRV_TRACE", trace.c_str(), 1);
+      ::setenv("UNITYDRV_TRACE_WIRE", "1", 1);
+    }
+    const std::string list = plant::source_dir + "/examples/plant_tags.txt";
+    ::execl(program, program, UNITYDRV_LIBRARY_PATH, server.address().c_str(), tags.c_str(),
+            list.c_str(), static_cast<char*>(nullptr));
+    ::_exit(127);
+  }
+  ::close(out[1]);
+  observed seen;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  char buffer[65536];
+  for (pollfd p{out[0], POLLIN, 0}; std::chrono::steady_clock::now() < deadline;) {
+    if (::poll(&p, 1, 1000) <= 0) continue;
+    const ssize_t n = ::read(out[0], buffer, sizeof buffer);
+    if (n <= 0) break;
+    seen.records.append(buffer, static_cast<std::size_t>(n));
+  }
+  ::close(out[0]);
+  ::kill(child, SIGKILL);  // only if still running past the deadline
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  server.stop();
+  seen.wire = capture_payloads(pcap);
+  std::remove(pcap.c_str());
+  std::remove(tags.c_str());
+  return seen;
+}
+
+TEST(TraceOffOrOn, TheHostAndTheControllerSeeTheSameBytes) {
+  const std::string trace_file = temp_path("dump.log");
+  std::remove(trace_file.c_str());
+  const observed off = run_host(UNITYDRV_RECORDS_DUMP, "");
+  const observed on = run_host(UNITYDRV_RECORDS_DUMP, trace_file);
+  const std::string trace = slurp(trace_file);
+  std::remove(trace_file.c_str());
+  ASSERT_GT(off.records.size(), 100000u);  // every result of eight rounds
+  EXPECT_GT(off.wire.size(), 1000u);
+  EXPECT_TRUE(off.records == on.records);
+  EXPECT_TRUE(off.wire == on.wire);
+  // The traced run did trace: the handshake, the wire, the bit write and the lost round.
+  for (const char* event : {"loaded version=", "StartDeviceEx tag_file=", "dictionary types=",
+                            "resolution tags=25", "send bytes=", "receive bytes=", "bit-write",
+                            "timeout", "failure-report", "close device closed"}) {
+    EXPECT_NE(trace.find(event), std::string::npos) << event;
+  }
+}
+
+// The C host of examples/ behind its C++ shim, reading a tag number past its table.
+TEST(TraceOffOrOn, AnExceptionLeavingOutputFilterExIsTracedAndReachesTheHostUnchanged) {
+  const std::string trace_file = temp_path("guarded.log");
+  std::remove(trace_file.c_str());
+  const observed seen = run_host(UNITYDRV_GUARDED_HOST, trace_file);
+  const std::string trace = slurp(trace_file);
+  std::remove(trace_file.c_str());
+  EXPECT_NE(seen.records.find("the driver raised \"vector::_M_range_check"), std::string::npos)
+      << seen.records;
+  for (const char* line :
+       {"tag-past-table request=0 tag=1000 tags=25", "short-reply request=0 type=195",
+        "exception entry=OutputFilterEx type=std::out_of_range "
+        "what=\"vector::_M_range_check",
+        "timeout connection closed by the host"}) {
+    EXPECT_NE(trace.find(line), std::string::npos) << line << "\nin:\n" << trace;
+  }
+}
+
+}  // namespace
+#endif
