@@ -2,6 +2,7 @@
 // failure paths.
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -54,6 +55,66 @@ TEST_F(Dictionary, DataTypeListFollowsContinuationAndResendsWhenSilent) {
   ASSERT_EQ(session.data_types.size(), 3u);
   EXPECT_EQ(session.data_types.at(40).name, std::string("MOTOR") + '\0');
   EXPECT_EQ(session.data_types.at(42).name, std::string("STRING[16]") + '\0');
+}
+
+// One page of a structure's detail: a single INT member, and the continuation (0: last).
+bytes structure_page(const bytes& r, uint16_t continuation, const std::string& member) {
+  return harness::modbus_reply(harness::unity_message()
+                                   .dictionary_header(2, continuation, 1)
+                                   .u16(4)
+                                   .u32(2)
+                                   .u16(0)
+                                   .name(member)
+                                   .get(),
+                               transaction_of(r));
+}
+
+TEST_F(Dictionary, StructureOverThreeRepliesKeepsItsTransactionAndStepsOnce) {
+  scripted_peer peer([](const bytes& r, std::size_t index, bool&) {
+    const uint16_t continuation[] = {0x0101, 0x0202, 0};
+    return structure_page(r, continuation[index % 3], std::string(1, char('A' + index)));
+  });
+  connect(peer);
+  session.data_types[40] = data_type{};
+  session.transaction_counter = 7;
+  session.get_data_type_detail();
+  const auto requests = peer.requests();
+  ASSERT_EQ(requests.size(), 3u);
+  for (const bytes& r : requests) EXPECT_EQ(transaction_of(r), 7);
+  EXPECT_EQ(message_of(requests[1])[11], 0x01);
+  EXPECT_EQ(message_of(requests[2])[11], 0x02);
+  EXPECT_EQ(session.transaction_counter, 8);
+  ASSERT_EQ(session.struct_members.at(40).size(), 3u);
+  EXPECT_EQ(session.struct_members.at(40)[2].name, std::string("C") + '\0');
+}
+
+TEST_F(Dictionary, TypeDetailWithoutReplyDoesNotStepTheCounter) {
+  scripted_peer peer([](const bytes& r, std::size_t index, bool&) {
+    return index == 0 ? bytes{} : structure_page(r, 0, "X");
+  });
+  connect(peer);
+  session.data_types[40] = data_type{};
+  session.data_types[41] = data_type{};
+  session.get_data_type_detail();
+  const auto requests = peer.requests();
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_EQ(transaction_of(requests[0]), 1);
+  EXPECT_EQ(transaction_of(requests[1]), 1);
+  EXPECT_EQ(session.transaction_counter, 2);
+  EXPECT_EQ(session.struct_members.count(40), 0u);
+  EXPECT_EQ(session.struct_members.count(41), 1u);
+}
+
+// A continuation that gets no reply is decoded all the same, and an empty reply is refused
+// by the framing.
+TEST_F(Dictionary, StructureContinuationWithoutReplyRaises) {
+  scripted_peer peer([](const bytes& r, std::size_t index, bool&) {
+    return index == 0 ? structure_page(r, 0x0101, "A") : bytes{};
+  });
+  connect(peer);
+  session.data_types[40] = data_type{};
+  EXPECT_THROW(session.get_data_type_detail(), std::out_of_range);
+  EXPECT_EQ(peer.requests().size(), 2u);
 }
 
 TEST_F(Dictionary, DataTypeListEndsWhenTheControllerDropsTheConnection) {

@@ -63,6 +63,27 @@ TEST_F(Session, SilentControllerFailsIdentificationAfterOneRequest) {
   EXPECT_EQ(session.transaction_counter, 2);
 }
 
+// A reply that arrives in two pieces is decoded from its first piece, the missing bytes
+// read as 0; the rest comes in front of the next reply and spoils only that step.
+TEST_F(Session, SplitIdentificationReplyGivesATruncatedDecode) {
+  bytes rest;
+  scripted_peer peer([&rest](const bytes& r, std::size_t index, bool&) {
+    bytes reply = identification_reply(r, "BMX P34 2020");
+    if (index == 0) {
+      rest.assign(reply.begin() + 20, reply.end());  // the type text's length byte is in it
+      reply.resize(20);
+    } else if (index == 1) {
+      reply.insert(reply.begin(), rest.begin(), rest.end());
+    }
+    return reply;
+  });
+  connect(peer);
+  ASSERT_TRUE(session.initial_device());
+  EXPECT_EQ(session.plc_type, "");
+  EXPECT_EQ(session.dictionary_handle, dictionary_handle);
+  EXPECT_EQ(session.transaction_counter, 12);
+}
+
 TEST_F(Session, BmeP58WithShortPlcInformationReplyThrows) {
   scripted_peer peer([](const bytes& r, std::size_t, bool&) {
     if (message_of(r) == bytes{0x00, 0x04})

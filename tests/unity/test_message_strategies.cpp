@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "tools/common/unity_reply.h"
 #include "unity/unity_process.h"
@@ -101,14 +104,47 @@ TEST(ResponseStrategy, EightByteMessageGivesOneFrameWithoutRecords) {
   }
 }
 
+// The raw-message node is the message the MBAP length announces: bytes behind it belong to
+// no message, and bytes not yet received (a split reply) read as 0.
 TEST(ResponseStrategy, RawMessageNodeFollowsMbapLengthNotBufferSize) {
-  // MBAP length 11 says 9 message bytes; the two trailing bytes belong to no message.
-  const bytes raw = {0x00, 0x01, 0x00, 0x00, 0x00, 0x0B, 0x00, 0x5A, 0x00, 0xFE,
-                     0x09, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xEE, 0xEE};
-  unity_process::PRIVATE p;
-  auto out = commands_of(p, raw);
-  ASSERT_EQ(out.size(), 1u);
-  EXPECT_EQ(out[0].nodes[0].name, bytes(raw.begin() + 8, raw.begin() + 17));
+  const bytes head = {0x00, 0x01, 0x00, 0x00, 0x00, 0x0B, 0x00, 0x5A, 0x00, 0xFE, 0x09};
+  bytes longer = head;
+  longer.insert(longer.end(), {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0xEE, 0xEE});
+  const std::pair<bytes, bytes> cases[] = {
+      {longer, {0x00, 0xFE, 0x09, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06}},
+      {head, {0x00, 0xFE, 0x09, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00}},
+  };
+  for (const auto& [raw, message] : cases) {
+    unity_process::PRIVATE p;
+    auto out = commands_of(p, raw);
+    ASSERT_EQ(out.size(), 1u);
+    EXPECT_EQ(out[0].nodes[0].name, message);
+  }
+}
+
+// Virtual slot of a member function in the Itanium C++ ABI (x86-64 and ARM alike): a
+// pointer to a virtual member holds the slot's byte offset, plus 1 except on ARM, which
+// marks a virtual one in the adjustment instead.
+template <typename F>
+std::size_t virtual_slot(F member) {
+  struct {
+    std::uintptr_t ptr;
+    std::ptrdiff_t adj;
+  } raw{};
+  static_assert(sizeof(member) == sizeof(raw), "two-word member pointer");
+  std::memcpy(&raw, &member, sizeof raw);
+#if defined(__arm__) || defined(__aarch64__)
+  EXPECT_EQ(raw.adj & 1, 1);
+  return raw.ptr / sizeof(void*);
+#else
+  EXPECT_EQ(raw.ptr & 1, 1u);
+  return (raw.ptr - 1) / sizeof(void*);
+#endif
+}
+
+TEST(StrategyInterface, VirtualSlotsAfterTheTwoDestructors) {
+  EXPECT_EQ(virtual_slot(&IUnity_message_strategy::get_commands), 2u);
+  EXPECT_EQ(virtual_slot(&IUnity_message_strategy::on_set_comm_successed), 3u);
 }
 
 // Regression guard: the dictionary download's record-less split must keep every frame's
