@@ -5,7 +5,10 @@
 #include <chrono>
 #include <cstdio>
 #include <string>
+#include <vector>
 
+#include "net/client_socket.h"
+#include "tools/common/loopback_peer.h"
 #include "tools/plcsim/plcsim.h"
 #include "unity/unity_process.h"
 #include "wire/byte_cursor.h"
@@ -115,6 +118,71 @@ TEST(ExampleProject, RestartAfterStopNumbersFromOne) {
   ASSERT_TRUE(session.initial_device());
   EXPECT_EQ(session.transaction_counter, 12);
   EXPECT_EQ(plc.connection_count(), 2u);
+}
+
+// One Modbus TCP frame from fd, by its MBAP length (empty when none comes within 2 s).
+harness::bytes read_frame(int fd) {
+  harness::bytes out;
+  std::size_t want = 6;
+  unsigned char buf[2048];
+  while (out.size() < want && harness::readable(fd, 2000)) {
+    const ssize_t n = ::recv(fd, buf, want - out.size(), 0);
+    if (n <= 0) break;
+    out.insert(out.end(), buf, buf + n);
+    if (out.size() == 6) want += static_cast<std::size_t>(out[4] << 8 | out[5]);
+  }
+  return out;
+}
+
+// Every request a session sends, in order, from the first to its first read, through a
+// peer that passes each on to the simulator: the transaction ids count 1, 2, 3, ... with
+// none left out or used twice.
+TEST(ExampleProject, EveryRequestUpToTheFirstReadTakesTheNextTransactionId) {
+  plcsim::server plc(plcsim::load_project_file(UNITYDRV_SOURCE_DIR "/examples/plant.json"));
+  ASSERT_TRUE(plc.start_on_free_loopback());
+  orm::ClientSocket upstream;
+  ASSERT_TRUE(upstream.connectToServer(plc.address().c_str(), plc.port(), 1000));
+  harness::scripted_peer relay([&upstream](const harness::bytes& r, std::size_t, bool&) {
+    ::send(upstream.descriptor(), r.data(), r.size(), MSG_NOSIGNAL);
+    return read_frame(upstream.descriptor());
+  });
+  unity_process session;
+  ASSERT_EQ(session.setup_device("127.0.0.1", relay.port(), 1000), 1);
+  ASSERT_TRUE(session.initial_device());
+  session.get_data_type_list();
+  session.get_data_type_detail();
+  ASSERT_TRUE(session.browse());
+  read_comm counter;  // examples/plant.json: Counter, an INT at block 1, offset 96
+  counter.location = {1, 0, 96, 0, 0, 0};
+  counter.count = 1;
+  counter.read_format = 2;
+  counter.type_id = 4;
+  std::vector<read_comm> items = {counter};
+  std::vector<unsigned char> values;
+  ASSERT_EQ(session.read(items, values), 1);
+  EXPECT_EQ(values, (std::vector<unsigned char>{0xD6, 0xFF}));
+  const auto requests = relay.requests();
+  ASSERT_GT(requests.size(), 14u);
+  EXPECT_EQ(harness::message_of(requests.back())[1], 0x22);
+  for (std::size_t i = 0; i < requests.size(); ++i) {
+    EXPECT_EQ(harness::transaction_of(requests[i]), i + 1) << "request " << i + 1;
+  }
+}
+
+// Identification run twice without stop() numbers on from 12, where no step has a
+// message: the empty request's MBAP length (0) cannot hold a unit id and function code,
+// and the controller drops the connection, so the step ends at once without reply.
+TEST(ExampleProject, EmptyRequestOfASecondIdentificationDropsTheConnection) {
+  plcsim::server plc(plcsim::generate_project(10, 1, false));
+  ASSERT_TRUE(plc.start_on_free_loopback());
+  unity_process session;
+  ASSERT_EQ(session.setup_device(plc.address().c_str(), plc.port(), 100), 1);
+  ASSERT_TRUE(session.initial_device());
+  EXPECT_FALSE(session.initial_device());
+  EXPECT_EQ(session.transaction_counter, 13);
+  EXPECT_EQ(plc.request_count(), 11u);
+  char c = 0;
+  EXPECT_EQ(::recv(session.socket.descriptor(), &c, 1, MSG_DONTWAIT), 0);  // closed by the peer
 }
 
 }  // namespace
