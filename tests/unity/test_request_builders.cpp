@@ -129,6 +129,7 @@ TEST_P(ReadItem, RecordBytes) {
   session.data_types[101] = array_of(25);  // EBOOL elements
   session.data_types[102] = array_of(6);   // DINT elements
   session.data_types[104] = array_of(0);   // elements of no controller type
+  session.data_types[105] = array_of(16);  // 64-bit elements
   session.table_address = 0x0A0B0C0D;
   std::vector<read_comm> items{item_at_012345(c.format, c.type, c.count)};
   items[0].element_offset = c.element;
@@ -152,7 +153,9 @@ const read_item_case read_items[] = {
     {"type 9: length code 17, any format", 3, 9, 1, 0, 0, "11 0201 01 2301 45", 0},
     {"typed one element: 01, EBOOL marks", 0x21, 101, 1, 0, 0, "21 0201 01 2301 01 45", 1},
     {"typed one element, other type", 0x21, 100, 1, 0, 0, "21 0201 01 2301 01 45", 0},
-    {"typed run: length code and count", 0x21, 100, 3, 0, 0, "12 0201 01 2301 45 0300", 0},
+    {"typed run of 2: length code and count", 0x21, 100, 2, 0, 0, "12 0201 01 2301 45 0200", 0},
+    {"typed run of 3: length code and count", 0x21, 100, 3, 0, 0, "12 0201 01 2301 45 0300", 0},
+    {"typed run of 64-bit elements", 0x21, 105, 2, 0, 0, "14 0201 01 2301 45 0200", 0},
     {"typed run, unknown type: 0x21", 0x21, 555, 0x0102, 0, 0, "21 0201 01 2301 45 0201", 0},
     {"no format, known type: counted", 255, 102, 1, 0, 0, "13 0201 01 2301 45 0100", 0},
     {"no format, no controller type", 255, 104, 2, 0, 0, "FF 0201 01 2301 45 0200", 0},
@@ -180,6 +183,7 @@ TEST_P(WriteItem, RecordBytes) {
   session.data_types[101] = array_of(25);
   session.data_types[103] = array_of(9);
   session.data_types[104] = array_of(0);
+  session.data_types[105] = array_of(16);
   session.table_address = 0x01020304;
   bool expect_reply = true;
   const modbus_tcp_frame frame = session.create_write_request(5, 2, expect_reply, GetParam().items);
@@ -213,6 +217,12 @@ INSTANTIATE_TEST_SUITE_P(
         write_item_case{"no direct format, run of a known type: length code and count",
                         {with_data(item_at_012345(255, 101, 2), {0x00, 0x80})},
                         {0x10, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x02, 0x00, 0x00, 0x80}},
+        write_item_case{"no direct format, 64-bit run: code 20, count and every value byte",
+                        {with_data(item_at_012345(255, 105, 2), bytes(16, 0x5A))},
+                        harness::hex("14 0201 45230100 0200 5A5A5A5A5A5A5A5A 5A5A5A5A5A5A5A5A")},
+        write_item_case{"no direct format, one 64-bit element: format 4, no count",
+                        {with_data(item_at_012345(255, 105, 1), bytes(8, 0x5A))},
+                        harness::hex("04 0201 45230100 5A5A5A5A5A5A5A5A")},
         write_item_case{"no direct format, string elements: length code even for one",
                         {with_data(item_at_012345(255, 103, 1), {'x'})},
                         {0x11, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x01, 0x00, 'x'}},
