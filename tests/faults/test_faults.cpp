@@ -2,7 +2,11 @@
 // reply, an error status and a dropped connection, during initialisation and at run time.
 // Each case checks what the host is told and that Timeout followed by a new
 // GetInitCmdEx2 brings the device back.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <future>
@@ -98,10 +102,53 @@ TEST_F(ControllerFaults, InitialisationFaultsReportNotReadyAndTimeoutRecovers) {
   }
 }
 
+// A listener on the controller's address whose accept queue (backlog 0) one connection
+// already fills: the kernel drops every further SYN, so a connect there never completes.
+class unanswered_connects {
+ public:
+  explicit unanswered_connects(const std::string& address) {
+    sockaddr_in at{};
+    at.sin_family = AF_INET;
+    at.sin_port = htons(502);
+    at.sin_addr.s_addr = ::inet_addr(address.c_str());
+    int on = 1;
+    ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    const auto* a = reinterpret_cast<const sockaddr*>(&at);
+    ok_ = ::bind(listener_, a, sizeof at) == 0 && ::listen(listener_, 0) == 0 &&
+          ::connect(filler_, a, sizeof at) == 0;
+  }
+  ~unanswered_connects() {
+    ::close(filler_);
+    ::close(listener_);
+  }
+  bool ok() const { return ok_; }
+
+ private:
+  int listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
+  int filler_ = ::socket(AF_INET, SOCK_STREAM, 0);
+  bool ok_ = false;
+};
+
+// Without a listener the connect is refused at once; a controller that never answers the
+// connect is given up after 100 ms (a poll timeout never ends early, so not before), and a
+// timed-out wait is not taken for a connection.
 TEST_F(ControllerFaults, NoControllerReportsCodeTenUntilOneListens) {
   const std::string address = server_->address();
   server_->stop();
   EXPECT_EQ(get_init(), 10u);
+  EXPECT_EQ(check_init(), 0);
+  auto silent = std::make_unique<unanswered_connects>(address);
+  ASSERT_TRUE(silent->ok());
+  lib_->Timeout(0, device_);
+  const auto asked = std::chrono::steady_clock::now();
+  auto init = std::async(std::launch::async, [this] { return get_init(); });
+  init.wait_for(std::chrono::seconds(2));
+  const auto waited = std::chrono::steady_clock::now() - asked;
+  silent.reset();  // a connect still pending is refused at its next SYN
+  ASSERT_EQ(init.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  EXPECT_EQ(init.get(), 10u);
+  EXPECT_GE(waited, std::chrono::milliseconds(99));
+  EXPECT_LT(waited, std::chrono::milliseconds(700));
   EXPECT_EQ(check_init(), 0);
   server_ = plant::make_server();
   ASSERT_TRUE(server_->start(address, 502));
@@ -140,9 +187,15 @@ TEST_F(ControllerFaults, SilentControllerDuringDictionaryDownloadIsEndedByTimeou
   recover();
 }
 
-TEST_F(ControllerFaults, LateReadReplyFailsTheRoundAndTimeoutDiscardsIt) {
+// The reply wait is one second: a reply 600 ms late is still read, one 1,300 ms late fails
+// the round (and Timeout discards it).
+TEST_F(ControllerFaults, ReadReplyLateByLessThanASecondIsReadLaterFailsTheRound) {
   initialise();
   plcsim::faults f;
+  f.delay_reply_to = static_cast<int>(server_->request_count() + 1);
+  f.delay_ms = 600;
+  server_->set_faults(f);
+  expect_counter_reads();
   f.delay_reply_to = static_cast<int>(server_->request_count() + 1);
   f.delay_ms = 1300;
   server_->set_faults(f);
