@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "net/client_socket.h"
 #include "tools/common/loopback_peer.h"
 #include "tools/plcsim/plcsim.h"
 #include "unity/unity_process.h"
@@ -120,32 +119,13 @@ TEST(ExampleProject, RestartAfterStopNumbersFromOne) {
   EXPECT_EQ(plc.connection_count(), 2u);
 }
 
-// One Modbus TCP frame from fd, by its MBAP length (empty when none comes within 2 s).
-harness::bytes read_frame(int fd) {
-  harness::bytes out;
-  std::size_t want = 6;
-  unsigned char buf[2048];
-  while (out.size() < want && harness::readable(fd, 2000)) {
-    const ssize_t n = ::recv(fd, buf, want - out.size(), 0);
-    if (n <= 0) break;
-    out.insert(out.end(), buf, buf + n);
-    if (out.size() == 6) want += static_cast<std::size_t>(out[4] << 8 | out[5]);
-  }
-  return out;
-}
-
 // Every request a session sends, in order, from the first to its first read, through a
 // peer that passes each on to the simulator: the transaction ids count 1, 2, 3, ... with
 // none left out or used twice.
 TEST(ExampleProject, EveryRequestUpToTheFirstReadTakesTheNextTransactionId) {
   plcsim::server plc(plcsim::load_project_file(UNITYDRV_SOURCE_DIR "/examples/plant.json"));
   ASSERT_TRUE(plc.start_on_free_loopback());
-  orm::ClientSocket upstream;
-  ASSERT_TRUE(upstream.connectToServer(plc.address().c_str(), plc.port(), 1000));
-  harness::scripted_peer relay([&upstream](const harness::bytes& r, std::size_t, bool&) {
-    ::send(upstream.descriptor(), r.data(), r.size(), MSG_NOSIGNAL);
-    return read_frame(upstream.descriptor());
-  });
+  harness::relay_peer relay(plc.address(), plc.port());
   unity_process session;
   ASSERT_EQ(session.setup_device("127.0.0.1", relay.port(), 1000), 1);
   ASSERT_TRUE(session.initial_device());
