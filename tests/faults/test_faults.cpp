@@ -104,29 +104,19 @@ TEST_F(ControllerFaults, InitialisationFaultsReportNotReadyAndTimeoutRecovers) {
 
 // A listener on the controller's address whose accept queue (backlog 0) one connection
 // already fills: the kernel drops every further SYN, so a connect there never completes.
-class unanswered_connects {
- public:
+struct unanswered_connects {
   explicit unanswered_connects(const std::string& address) {
-    sockaddr_in at{};
-    at.sin_family = AF_INET;
-    at.sin_port = htons(502);
-    at.sin_addr.s_addr = ::inet_addr(address.c_str());
-    int on = 1;
-    ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in at{AF_INET, htons(502), {::inet_addr(address.c_str())}, {}};
     const auto* a = reinterpret_cast<const sockaddr*>(&at);
-    ok_ = ::bind(listener_, a, sizeof at) == 0 && ::listen(listener_, 0) == 0 &&
-          ::connect(filler_, a, sizeof at) == 0;
+    const int on = 1;
+    ::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    ok = ::bind(listener, a, sizeof at) == 0 && ::listen(listener, 0) == 0 &&
+         ::connect(filler, a, sizeof at) == 0;
   }
-  ~unanswered_connects() {
-    ::close(filler_);
-    ::close(listener_);
-  }
-  bool ok() const { return ok_; }
-
- private:
-  int listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-  int filler_ = ::socket(AF_INET, SOCK_STREAM, 0);
-  bool ok_ = false;
+  ~unanswered_connects() { ::close(filler), ::close(listener); }
+  int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+  int filler = ::socket(AF_INET, SOCK_STREAM, 0);
+  bool ok = false;
 };
 
 // Without a listener the connect is refused at once; a controller that never answers the
@@ -138,7 +128,7 @@ TEST_F(ControllerFaults, NoControllerReportsCodeTenUntilOneListens) {
   EXPECT_EQ(get_init(), 10u);
   EXPECT_EQ(check_init(), 0);
   auto silent = std::make_unique<unanswered_connects>(address);
-  ASSERT_TRUE(silent->ok());
+  ASSERT_TRUE(silent->ok);
   lib_->Timeout(0, device_);
   const auto asked = std::chrono::steady_clock::now();
   auto init = std::async(std::launch::async, [this] { return get_init(); });

@@ -69,40 +69,28 @@ bytes structure_page(const bytes& r, uint16_t continuation, const std::string& m
                                transaction_of(r));
 }
 
-TEST_F(Dictionary, StructureOverThreeRepliesKeepsItsTransactionAndStepsOnce) {
+// Type 40 gets no reply: nothing decoded, the counter not stepped. Type 41's structure
+// takes three replies: one transaction id for all three, the counter stepped once.
+TEST_F(Dictionary, TypeDetailStepsTheCounterOncePerAnsweredType) {
   scripted_peer peer([](const bytes& r, std::size_t index, bool&) {
-    const uint16_t continuation[] = {0x0101, 0x0202, 0};
-    return structure_page(r, continuation[index % 3], std::string(1, char('A' + index)));
-  });
-  connect(peer);
-  session.data_types[40] = data_type{};
-  session.transaction_counter = 7;
-  session.get_data_type_detail();
-  const auto requests = peer.requests();
-  ASSERT_EQ(requests.size(), 3u);
-  for (const bytes& r : requests) EXPECT_EQ(transaction_of(r), 7);
-  EXPECT_EQ(message_of(requests[1])[11], 0x01);
-  EXPECT_EQ(message_of(requests[2])[11], 0x02);
-  EXPECT_EQ(session.transaction_counter, 8);
-  ASSERT_EQ(session.struct_members.at(40).size(), 3u);
-  EXPECT_EQ(session.struct_members.at(40)[2].name, std::string("C") + '\0');
-}
-
-TEST_F(Dictionary, TypeDetailWithoutReplyDoesNotStepTheCounter) {
-  scripted_peer peer([](const bytes& r, std::size_t index, bool&) {
-    return index == 0 ? bytes{} : structure_page(r, 0, "X");
+    const uint16_t continuation[] = {0, 0x0101, 0x0202, 0};
+    if (index == 0) return bytes{};
+    return structure_page(r, continuation[index % 4], std::string(1, char('A' + index)));
   });
   connect(peer);
   session.data_types[40] = data_type{};
   session.data_types[41] = data_type{};
+  session.transaction_counter = 7;
   session.get_data_type_detail();
   const auto requests = peer.requests();
-  ASSERT_EQ(requests.size(), 2u);
-  EXPECT_EQ(transaction_of(requests[0]), 1);
-  EXPECT_EQ(transaction_of(requests[1]), 1);
-  EXPECT_EQ(session.transaction_counter, 2);
+  ASSERT_EQ(requests.size(), 4u);
+  for (const bytes& r : requests) EXPECT_EQ(transaction_of(r), 7);
+  EXPECT_EQ(message_of(requests[2])[11], 0x01);
+  EXPECT_EQ(message_of(requests[3])[11], 0x02);
+  EXPECT_EQ(session.transaction_counter, 8);
   EXPECT_EQ(session.struct_members.count(40), 0u);
-  EXPECT_EQ(session.struct_members.count(41), 1u);
+  ASSERT_EQ(session.struct_members.at(41).size(), 3u);
+  EXPECT_EQ(session.struct_members.at(41)[2].name, std::string("D") + '\0');
 }
 
 // A continuation that gets no reply is decoded all the same, and an empty reply is refused
