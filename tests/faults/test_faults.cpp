@@ -71,11 +71,8 @@ std::vector<init_fault> init_faults_leaving_device_not_ready() {
   f.no_reply_to = 1;
   cases.push_back({"no reply to the first identification step", f});
   f = {};
-  f.no_reply_to = 6;
-  cases.push_back({"no reply to identification step 6", f});
-  f = {};
   f.delay_reply_to = 4;
-  f.delay_ms = 1500;
+  f.delay_ms = 1300;
   cases.push_back({"identification step 4 answered after the receive wait", f});
   for (int after :
        {1, 5, identification_requests, identification_requests + 1, identification_requests + 3}) {

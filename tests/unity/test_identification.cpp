@@ -80,31 +80,21 @@ TEST_F(Session, BmeP58WithShortPlcInformationReplyThrows) {
   EXPECT_THROW(session.initial_device(), std::out_of_range);
 }
 
-class FileHandle : public Session {
- protected:
-  void SetUp() override {
-    session.state = unity_process::state_ready;
-    session.transaction_counter = 30;
-    session.variable_address = {1, 2, 3, 4, 5, 6};
-  }
-};
-
-TEST_F(FileHandle, NoReplyKeepsEverything) {
+// The file handle request goes only in state 5; without a reply nothing changes.
+TEST_F(Session, FileHandleOnlyInReadyStateAndNoReplyKeepsEverything) {
   scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
+  session.state = unity_process::state_ready;
   connect(peer);
+  session.transaction_counter = 30;
   session.table_address = 77;
-  EXPECT_TRUE(session.get_file_handle_pos());
-  EXPECT_EQ(session.table_address, 77u);
-  EXPECT_EQ(session.transaction_counter, 30);
-}
-
-TEST_F(FileHandle, OnlyInReadyState) {
-  scripted_peer peer(
-      [](const bytes& r, std::size_t, bool&) { return harness::ok_reply(r, bytes(10, 0)); });
-  connect(peer);
   session.state = unity_process::state_identified;
   EXPECT_FALSE(session.get_file_handle_pos());
   EXPECT_TRUE(peer.requests().empty());
+  session.state = unity_process::state_ready;
+  EXPECT_TRUE(session.get_file_handle_pos());
+  EXPECT_EQ(peer.requests().size(), 1u);
+  EXPECT_EQ(session.table_address, 77u);
+  EXPECT_EQ(session.transaction_counter, 30);
 }
 
 }  // namespace
