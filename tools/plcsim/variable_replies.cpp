@@ -108,18 +108,19 @@ bool parse_read_items(const byte_vector& request, std::size_t pos, std::size_t l
   return false;
 }
 
-// A write item: code, block u16, address u32, the count u16 when its code is 0x21 or a
-// length code, then exactly width x count value bytes.
-item_span parse_write_item(msg_reader& r) {
+// A write item at pos: code, block u16, address u32, the count u16 when its code is 0x21
+// or a length code, then exactly width x count value bytes.
+item_span parse_write_item(const byte_vector& request, std::size_t pos) {
+  msg_reader r(request, pos);
   const uint8_t code = r.u8();
   item_span item;
   item.block = r.le16();
   item.address = r.le32();
   const std::size_t count = has_count(code) ? r.le16() : 1;
-  item.size = element_width(code) * count;
   if (element_width(code) == 0) throw std::invalid_argument("plcsim: unknown access code");
+  item.size = element_width(code) * count;
   item.end = r.pos() + item.size;
-  for (std::size_t i = 0; i < item.size; ++i) r.u8();
+  if (item.end > request.size()) throw std::out_of_range("plcsim: item values missing");
   return item;
 }
 
@@ -153,11 +154,12 @@ byte_vector answer_read_variables(const project& p, const sim_memory& mem,
 byte_vector answer_write_variables(const project& p, sim_memory& mem, const byte_vector& request) {
   try {
     if (!table_address_matches(p, request)) return error_reply(request, 5);
-    msg_reader r(request, 6);
-    const std::size_t n = r.u8();
+    const std::size_t n = request.at(6);
     std::vector<item_span> items;
-    for (std::size_t i = 0; i < n; ++i) items.push_back(parse_write_item(r));
-    if (n == 0 || r.remaining() != 0) return error_reply(request, 6);
+    for (std::size_t i = 0, pos = 7; i < n; ++i, pos = items.back().end) {
+      items.push_back(parse_write_item(request, pos));
+    }
+    if (n == 0 || items.back().end != request.size()) return error_reply(request, 6);
     for (const item_span& item : items) {
       mem.write(item.block, item.address, request.data() + item.end - item.size, item.size);
     }
