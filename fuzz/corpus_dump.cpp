@@ -2,10 +2,6 @@
 // data type list, type details, variables table, a read and a write) against the
 // simulator with examples/plant.json through a relay that records every reply.
 // Usage: fuzz_corpus_dump SOURCE_DIR   (writes SOURCE_DIR/fuzz/corpus/<target>/)
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -27,18 +23,16 @@ namespace {
 using bytes = std::vector<unsigned char>;
 namespace fs = std::filesystem;
 
-constexpr int relay_wait_ms = 3000;
-
 // Passes each request to the simulator and records its reply under the current label.
 class recording_relay {
  public:
   recording_relay(const std::string& sim_address, uint16_t sim_port)
-      : sim_{connect_to(sim_address, sim_port)},
-        peer_([this](const bytes& request, std::size_t, bool& close) {
-          return pass(request, close);
+      : relay_(sim_address, sim_port, [this](const bytes& reply) {
+          std::lock_guard<std::mutex> lock(mutex_);
+          replies_.emplace_back(label_, reply);
         }) {}
 
-  uint16_t port() const { return peer_.port(); }
+  uint16_t port() const { return relay_.port(); }
   void label(const std::string& l) {
     std::lock_guard<std::mutex> lock(mutex_);
     label_ = l;
@@ -49,41 +43,10 @@ class recording_relay {
   }
 
  private:
-  struct socket_fd {
-    int fd;
-    ~socket_fd() { ::close(fd); }
-  };
-
-  static int connect_to(const std::string& address, uint16_t port) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(port);
-    addr.sin_addr.s_addr = ::inet_addr(address.c_str());
-    return ::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 ? fd
-                                                                               : (::close(fd), -1);
-  }
-
-  // The simulator's reply; an empty one, and the connection dropped, where it gives none.
-  bytes pass(const bytes& request, bool& close) {
-    bytes reply(8192);
-    const ssize_t n = ::send(sim_.fd, request.data(), request.size(), MSG_NOSIGNAL) ==
-                                  static_cast<ssize_t>(request.size()) &&
-                              harness::readable(sim_.fd, relay_wait_ms)
-                          ? ::recv(sim_.fd, reply.data(), reply.size(), 0)
-                          : -1;
-    close = n <= 0;
-    reply.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (!close) replies_.emplace_back(label_, reply);
-    return reply;
-  }
-
-  socket_fd sim_;
   std::mutex mutex_;
   std::string label_;
   std::vector<std::pair<std::string, bytes>> replies_;
-  harness::scripted_peer peer_;  // last: its thread stops before the rest goes
+  harness::relay_peer relay_;  // last: its thread stops before the rest goes
 };
 
 void write_file(const fs::path& path, const bytes& content) {

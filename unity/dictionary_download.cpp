@@ -149,10 +149,9 @@ void unity_process::get_data_type_detail() {
         std::copy(next.begin(), next.end(),
                   request.pdu.data.begin() + static_cast<std::ptrdiff_t>(detail_continuation_pos));
         if (send_frame(request) == -1 || !more) break;
-        const std::vector<unsigned char> next_reply = client_recv();
-        // A silent controller ends the structure here; its members stay unstored.
-        if (next_reply.empty()) break;
-        page = decode_reply(*this, next_reply);
+        // No reply to a continuation is decoded all the same: the empty buffer is refused
+        // by the framing (std::out_of_range), so a lost page is not passed over unseen.
+        page = decode_reply(*this, client_recv());
       }
     }
     ++transaction_counter;

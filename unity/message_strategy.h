@@ -12,10 +12,11 @@ class IUnity_message_strategy {
  public:
   virtual ~IUnity_message_strategy() = default;
   virtual void get_commands(std::vector<unity_frame>& out) = 0;
-  // get_commands for a caller that decodes each frame's raw message itself and never reads
-  // the parsed records: the frames may come without their record nodes.
-  virtual void get_commands_without_records(std::vector<unity_frame>& out) { get_commands(out); }
   virtual void on_set_comm_successed(modbus_tcp_frame& frame) = 0;
+  // get_commands for a caller that decodes each frame's raw message itself and never reads
+  // the parsed records: the frames may come without their record nodes. Declared after
+  // the interface's own operations so that their virtual slots stay where they are.
+  virtual void get_commands_without_records(std::vector<unity_frame>& out) { get_commands(out); }
 };
 
 // A frame shaped like a Unity request: never served, its get_commands throws.

@@ -68,9 +68,9 @@ void response_strategy::split(std::vector<unity_frame>& out, bool with_records) 
     const std::size_t records = with_records ? reply.record_count : 0;
     reply.nodes.reserve(frames_.size() + std::min(records, data.size()));
     reply.nodes.resize(frames_.size());
-    // The whole Unity message, as the MBAP length counts it, but never beyond what arrived.
-    const std::size_t message_size = std::min<std::size_t>(frame.length - 2u, data.size());
-    reply.nodes[index].name.assign(data.begin(), data.begin() + static_cast<long>(message_size));
+    // The whole Unity message as the MBAP length announces it. Bytes that have not arrived
+    // (a reply split over two receives) read as 0, as in the zero-filled receive buffer.
+    reply.nodes[index].name = wire::zero_padded(data, 0, frame.length - 2u);
     const bool with_name = reply.record_format == named_records;
     for (std::size_t read = 0; read < records && cursor < data.size(); ++read) {
       reply.nodes.push_back(get_next_node_data(data, cursor, with_name));

@@ -196,7 +196,7 @@ enum {
  *   type code                      result_words (read)          write_words (write)
  *   BOOL 193, BitArray 211         1 unit: 0 or 1 (*)           none: write_bit_value
  *   SINT 194, BYTE 2, USINT 12     1 unit, byte in the low 8    1 entry, its low byte
- *                                  bits, high bits 0 (no sign)
+ *                                  bits, high bits 0 (no sign)(*)
  *   INT 195, WORD 3, UINT 11       1 unit                       1 entry
  *   DINT 196, REAL 202, DWORD 4,   2 units, low 16 bits first   2 entries, low 16 bits
  *   UDINT 6                        (REAL: IEEE-754 single bits) first
@@ -207,11 +207,18 @@ enum {
  *                                  character in the low byte    first one in the low byte
  *
  *   On an offline device a whole-value write takes every type from write_words, BOOL
- *   and BitArray included (one byte an element), whatever write_count says.
+ *   and BitArray included (one byte an element), whatever write_count says: element k
+ *   is the element size of bytes at byte k x size of write_words. For the 1-byte types
+ *   SINT, BYTE, USINT and STRING element k is therefore byte k of write_words (two
+ *   elements an entry, the first in the low byte): as online for STRING, but not for
+ *   SINT, BYTE and USINT, which online take the low byte of entry k.
  *
- *   (*) the controller's byte as it is; for a variable whose dictionary type id is 25
- *       (EBOOL) the unit is 1 when the byte apart from its bit 1 is non-zero, else 0 (a
- *       byte of exactly 2 reads as 0).
+ *   (*) the controller's byte as it is, for every 1-byte code (BOOL, BitArray, SINT,
+ *       BYTE, USINT; STRING excepted), except for an EBOOL: when the variable's dictionary
+ *       type id is 25, or when the read item is marked single_element (a one-element
+ *       BitArray item, format 0x21, whose array type has element type 25), the unit is 1
+ *       when the byte apart from its bit 1 is non-zero, else 0 (a byte of exactly 2 reads
+ *       as 0).
  *
  * A read of element_count n delivers the n elements one after the other from
  * result_words[0]. A STRING is read as n characters (the terminating zero is one of them

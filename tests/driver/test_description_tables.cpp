@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "driver/description_tables.h"
-#include "wire/plc_types.h"
 
 namespace {
 
@@ -29,15 +27,36 @@ TEST(Attributes, NameIsCutAtFiftyAndNumbersFollow) {
   for (std::size_t i = 82; i < buf.size(); ++i) ASSERT_EQ(buf[i], 0xFF) << "byte " << i;
 }
 
-// Rows of 450 bytes, fields of 30: each row names its type and code as the type table does.
-TEST(AddressTypes, OneRowPerTypeAndNothingPast) {
-  std::vector<unsigned char> got(wire::plc_type_count * 450 + 16, 0xAA);
+// One row per PLC type, in the host's order: name, code, kind, unit and host type.
+struct type_row {
+  const char* name;
+  int code;
+  const char* kind;
+  const char* unit;
+  uint32_t host_type;
+};
+const type_row type_rows[] = {
+    {"BOOL", 193, "B", "W", 1},   {"BitArray", 211, "B", "W", 1}, {"SINT", 194, "W", "W", 7},
+    {"INT", 195, "W", "W", 9},    {"DINT", 196, "W", "D", 10},    {"REAL", 202, "W", "D", 5},
+    {"BYTE", 2, "W", "W", 2},     {"UDINT", 6, "W", "D", 6},      {"WORD", 3, "W", "W", 3},
+    {"DWORD", 4, "W", "D", 4},    {"UINT", 11, "W", "W", 11},     {"USINT", 12, "W", "W", 12},
+    {"STRING", 212, "W", "W", 7}, {"LWORD", 7, "W", "D", 16},     {"LINT", 8, "W", "D", 13},
+    {"ULINT", 9, "W", "D", 14},   {"LREAL", 10, "W", "D", 15},
+};
+
+// Rows of 450 bytes, fields of 30 (the last six empty), 7650 bytes and nothing past them.
+TEST(AddressTypes, EachRowAsTheHostReadsIt) {
+  std::vector<char> got(7650 + 16, 'x');
   description::copy_address_types(reinterpret_cast<unitydrv_address_type*>(got.data()));
-  for (std::size_t r = 0; r < wire::plc_type_count; ++r) {
-    EXPECT_STREQ(reinterpret_cast<char*>(&got[r * 450 + 30]), wire::plc_types[r].name);
-    EXPECT_EQ(std::atoi(reinterpret_cast<char*>(&got[r * 450 + 60])), wire::plc_types[r].code);
+  for (std::size_t r = 0; r < 17; ++r) {
+    const type_row& t = type_rows[r];
+    const std::string fields[9] = {t.kind, t.name, std::to_string(t.code), "D", t.unit, "0", "W",
+                                   "0",    "0"};
+    std::string want(450, '\0');
+    for (std::size_t f = 0; f < 9; ++f) want.replace(f * 30, fields[f].size(), fields[f]);
+    EXPECT_EQ(std::string(&got[r * 450], 450), want) << t.name;
   }
-  for (std::size_t i = got.size() - 16; i < got.size(); ++i) EXPECT_EQ(got[i], 0xAA) << i;
+  EXPECT_EQ(std::string(got.end() - 16, got.end()), std::string(16, 'x'));
 }
 
 TEST(SizeLimit, NineTenByteFields) {
@@ -51,9 +70,9 @@ TEST(SizeLimit, NineTenByteFields) {
 }
 
 TEST(HostType, EveryTypeHasItsHostType) {
-  for (const wire::plc_type& row : wire::plc_types) {
+  for (const type_row& row : type_rows) {
     uint32_t out = 0xDEAD;
-    EXPECT_TRUE(description::host_type_of(row.code, out)) << row.name;
+    EXPECT_TRUE(description::host_type_of(static_cast<uint8_t>(row.code), out)) << row.name;
     EXPECT_EQ(out, row.host_type) << row.name;
   }
 }

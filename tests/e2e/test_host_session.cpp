@@ -98,41 +98,6 @@ TEST_F(HostSession, WrittenValuesReachTheControllerAndReadBack) {
   EXPECT_EQ(round.units(3, 1), std::vector<uint16_t>{7});
 }
 
-// The records at their raw byte offsets, so that the header's layout is under test too.
-TEST_F(HostSession, RawHostRecordsAtTheirByteOffsets) {
-  start(0);
-  const std::size_t stride = 4192 + sizeof(void*);
-  std::vector<uint8_t> req(stride, 0);
-  const uint32_t index = tag("Levels");
-  const uint16_t array_index = 1;
-  const uint16_t count = 2;
-  std::memcpy(&req[4171], &index, 4);
-  req[4175] = UNITYDRV_TYPE_INT;
-  std::memcpy(&req[4184], &array_index, 2);
-  std::memcpy(&req[4186], &count, 2);
-  std::memcpy(&req[4192], &device_, sizeof(void*));
-  std::memset(&req[4], 0x33, 5);
-  lib_->OutputFilterEx(reinterpret_cast<_gui_request_*>(req.data()), 1);
-  EXPECT_EQ(std::vector<uint8_t>(req.begin() + 4, req.begin() + 9), std::vector<uint8_t>(5, 0));
-
-  std::vector<uint8_t> result(4104, 0xAA);
-  std::vector<uint8_t> info(16 + sizeof(void*), 0);
-  const uint32_t valid = 1;
-  const uint32_t request_id = 4242;
-  std::memcpy(&info[0], &valid, 4);
-  std::memcpy(&info[4], &request_id, 4);
-  std::memcpy(&info[16], &device_, sizeof(void*));
-  lib_->InputFilterEx(reinterpret_cast<_input_data_*>(result.data()), nullptr,
-                      reinterpret_cast<_system_info*>(info.data()), 1);
-  EXPECT_EQ(result[0], 0);
-  EXPECT_EQ(result[1], 5);
-  uint32_t id = 0;
-  std::memcpy(&id, &result[4], 4);
-  EXPECT_EQ(id, 4242u);
-  EXPECT_EQ(std::vector<uint8_t>(result.begin() + 8, result.begin() + 13),
-            (std::vector<uint8_t>{20, 0, 30, 0, 0xAA}));
-}
-
 TEST_F(HostSession, CloseDeviceDropsTheConnection) {
   start(0);
   lib_->CloseDevice(0, device_);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -91,6 +92,45 @@ TEST_F(LargeRequests, OfflineRequestOfManyElementsIsReadBackWhole) {
     const request whole{tag_number++ % 3, c.type, 0, c.count};
     write(whole, words);
     EXPECT_EQ(read({whole}).units(0, units), words);
+  }
+}
+
+struct online_write_case {
+  const char* what;
+  const char* variable;
+  uint8_t type;
+  unsigned size;  // bytes per element
+  uint16_t first;
+  uint16_t n;  // element_count
+  int items;   // the count argument of OutputFilterEx: items with the same data
+};
+
+// A controller reads each write item by its own code, count and width: an item with the
+// wrong code or count is refused whole, one with the wrong address lands elsewhere. Each
+// element written is checked in memory, with its neighbours left as they were.
+TEST_F(LargeRequests, OnlineWritesLandItemByItem) {
+  const online_write_case cases[] = {
+      {"LINT run", "Longs", UNITYDRV_TYPE_LINT, 8, 1, 3, 1},
+      {"LREAL run", "Longs", UNITYDRV_TYPE_LREAL, 8, 10, 2, 1},
+      {"LINT, three items", "Longs", UNITYDRV_TYPE_LINT, 8, 20, 1, 3},
+      {"DINT run", "Doubles", UNITYDRV_TYPE_DINT, 4, 3, 4, 1},
+      {"INT, two items", "Words", UNITYDRV_TYPE_INT, 2, 7, 1, 2},
+  };
+  start_device(0);
+  initialise();
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const unsigned span = c.n + c.items - 1;  // elements written
+    std::vector<uint16_t> words(std::size_t{c.n} * c.size / 2);
+    for (std::size_t i = 0; i < words.size(); ++i)
+      words[i] = static_cast<uint16_t>(0x1111 * (i + 1));
+    std::vector<uint16_t> want = held(c.variable, c.size, c.first - 1, span + 2);
+    for (int j = 0; j < c.items; ++j) {
+      std::copy(words.begin(), words.end(), want.begin() + (1 + j) * c.size / 2);
+    }
+    auto req = driver_api::write_request(device_, {tag(c.variable), c.type, c.first, c.n}, words);
+    lib_->OutputFilterEx(req.data(), c.items);
+    EXPECT_EQ(held(c.variable, c.size, c.first - 1, span + 2), want);
   }
 }
 

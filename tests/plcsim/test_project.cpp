@@ -11,6 +11,7 @@
 
 #include "tools/common/unity_reply.h"
 #include "tools/plcsim/plcsim.h"
+#include "tools/plcsim/unity_replies.h"
 
 namespace {
 
@@ -135,6 +136,51 @@ TEST(project, GeneratedProjectSurvivesJsonRoundTrip) {
   EXPECT_EQ(q.variables.back().offset, p.variables.back().offset);
   EXPECT_EQ(q.initial, p.initial);
   EXPECT_EQ(q.dictionary_handle, p.dictionary_handle);
+}
+
+// Variable access items parsed as a controller reads them: read items in the forms the
+// client builds from read format and count, write items each by its own code, and the
+// whole message or nothing. Items address block 1 from byte 0x10, which holds 10 11 12 ...
+struct access_case {
+  const char* what;
+  const char* items;   // after 00 <function> <table address> <item count>
+  const char* reply;   // the reply's Unity message
+  const char* memory;  // block 1 from 0x10 afterwards
+};
+
+TEST(UnityAccess, ItemsAreReadByTheirCodes) {
+  const char* untouched = "1011121314151617 18191A1B1C1D1E1F";
+  const access_case cases[] = {
+      {"read 0x21, one element", "22 01 21 0100 01 0000 01 12", "00FE 12", untouched},
+      {"read 0x21, a run", "22 01 21 0100 01 0000 12 0200", "00FE 1213", untouched},
+      {"read length code, count 3", "22 01 11 0100 01 0000 11 0300", "00FE 111213", untouched},
+      {"read type 9 alone, then INT", "22 02 11 0100 01 0000 14 02 0100 01 0000 10", "00FE 14 1011",
+       untouched},
+      {"read unknown code", "22 01 05 0100 01 0000 10", "00FD 06", untouched},
+      {"read byte left over", "22 01 02 0100 01 0000 10 00", "00FD 06", untouched},
+      {"write BYTE with the client's two bytes", "23 01 01 0100 10000000 AA00", "00FD 06",
+       untouched},
+      {"write LINT run", "23 01 14 0100 10000000 0200 0102030405060708 A1A2A3A4A5A6A7A8", "00FE 01",
+       "0102030405060708 A1A2A3A4A5A6A7A8"},
+      {"write LINT run, half its bytes", "23 01 14 0100 10000000 0200 0102030405060708", "00FD 02",
+       untouched},
+      {"write two LREAL items",
+       "23 02 04 0100 10000000 0102030405060708 04 0100 18000000 A1A2A3A4A5A6A7A8", "00FE 01",
+       "0102030405060708 A1A2A3A4A5A6A7A8"},
+      {"write INT, then an INT run", "23 02 02 0100 10000000 AABB 12 0100 12000000 0200 CCDDEEFF",
+       "00FE 01", "AABBCCDDEEFF1617 18191A1B1C1D1E1F"},
+  };
+  const plcsim::project p = plant();
+  ASSERT_EQ(p.table_address, 0x12345678u);
+  for (const access_case& c : cases) {
+    SCOPED_TRACE(c.what);
+    plcsim::sim_memory mem;
+    mem.write(1, 0x10, hex(untouched));
+    const std::string items = c.items;  // the table address follows the function code
+    const bytes request = hex("00" + items.substr(0, 2) + "78563412" + items.substr(2));
+    EXPECT_EQ(plcsim::answer_unity(p, mem, request), hex(c.reply));
+    EXPECT_EQ(mem.read(1, 0x10, 16), hex(c.memory));
+  }
 }
 
 }  // namespace

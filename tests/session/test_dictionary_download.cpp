@@ -2,10 +2,10 @@
 // project and large generated ones, for M340 and "BME P58" type texts.
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstdio>
 #include <string>
+#include <vector>
 
+#include "tools/common/loopback_peer.h"
 #include "tools/plcsim/plcsim.h"
 #include "unity/unity_process.h"
 #include "wire/byte_cursor.h"
@@ -79,13 +79,7 @@ TEST_P(GeneratedProject, DownloadsWholeDictionary) {
   plcsim::server plc(plcsim::generate_project(c.variables, c.struct_types, c.m580));
   ASSERT_TRUE(plc.start_on_free_loopback());
   unity_process session;
-  const auto started = std::chrono::steady_clock::now();
   ASSERT_TRUE(download_dictionary(session, plc));
-  const auto took =
-      std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started);
-  std::printf("[ download ] %s: %zu variables, %zu structure types, %llu requests, %.1f ms\n",
-              c.what, c.variables, c.struct_types,
-              static_cast<unsigned long long>(plc.request_count()), took.count());
   EXPECT_EQ(session.plc_type, plc.loaded_project().plc_type);
   EXPECT_EQ(session.is_bme_p58(), c.m580);
   EXPECT_EQ(session.table_address, plc.table_address());
@@ -115,6 +109,52 @@ TEST(ExampleProject, RestartAfterStopNumbersFromOne) {
   ASSERT_TRUE(session.initial_device());
   EXPECT_EQ(session.transaction_counter, 12);
   EXPECT_EQ(plc.connection_count(), 2u);
+}
+
+// Every request a session sends, in order, from the first to its first read, through a
+// peer that passes each on to the simulator: the transaction ids count 1, 2, 3, ... with
+// none left out or used twice.
+TEST(ExampleProject, EveryRequestUpToTheFirstReadTakesTheNextTransactionId) {
+  plcsim::server plc(plcsim::load_project_file(UNITYDRV_SOURCE_DIR "/examples/plant.json"));
+  ASSERT_TRUE(plc.start_on_free_loopback());
+  harness::relay_peer relay(plc.address(), plc.port());
+  unity_process session;
+  ASSERT_EQ(session.setup_device("127.0.0.1", relay.port(), 1000), 1);
+  ASSERT_TRUE(session.initial_device());
+  session.get_data_type_list();
+  session.get_data_type_detail();
+  ASSERT_TRUE(session.browse());
+  read_comm counter;  // examples/plant.json: Counter, an INT at block 1, offset 96
+  counter.location = {1, 0, 96, 0, 0, 0};
+  counter.count = 1;
+  counter.read_format = 2;
+  counter.type_id = 4;
+  std::vector<read_comm> items = {counter};
+  std::vector<unsigned char> values;
+  ASSERT_EQ(session.read(items, values), 1);
+  EXPECT_EQ(values, (std::vector<unsigned char>{0xD6, 0xFF}));
+  const auto requests = relay.requests();
+  ASSERT_GT(requests.size(), 14u);
+  EXPECT_EQ(harness::message_of(requests.back())[1], 0x22);
+  for (std::size_t i = 0; i < requests.size(); ++i) {
+    EXPECT_EQ(harness::transaction_of(requests[i]), i + 1) << "request " << i + 1;
+  }
+}
+
+// Identification run twice without stop() numbers on from 12, where no step has a
+// message: the empty request's MBAP length (0) cannot hold a unit id and function code,
+// and the controller drops the connection, so the step ends at once without reply.
+TEST(ExampleProject, EmptyRequestOfASecondIdentificationDropsTheConnection) {
+  plcsim::server plc(plcsim::generate_project(10, 1, false));
+  ASSERT_TRUE(plc.start_on_free_loopback());
+  unity_process session;
+  ASSERT_EQ(session.setup_device(plc.address().c_str(), plc.port(), 100), 1);
+  ASSERT_TRUE(session.initial_device());
+  EXPECT_FALSE(session.initial_device());
+  EXPECT_EQ(session.transaction_counter, 13);
+  EXPECT_EQ(plc.request_count(), 11u);
+  char c = 0;
+  EXPECT_EQ(::recv(session.socket.descriptor(), &c, 1, MSG_DONTWAIT), 0);  // closed by the peer
 }
 
 }  // namespace

@@ -195,8 +195,7 @@ TEST_F(Decoders, StructDetailMemberRunningPastTheEndThrows) {
 }
 
 TEST_F(Decoders, ArrayDetailCopiesBoundsFromTheDimensionCount) {
-  const bytes message = {0x00, 0xFE, 0x04, 0x05, 0x00, 0x02, 0x00, 0x00, 0x00, 0x00, 0x0A,
-                         0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00};
+  const bytes message = harness::hex("00FE 04 0500 02 0000 0000 0A000000 01000000 03000000");
   unity_process::data_type_entry entry(70, data_type{});
   session.save_array_detail({decoded_reply(message, 4)}, entry);
   ASSERT_EQ(entry.second.bounds.size(), 16u);

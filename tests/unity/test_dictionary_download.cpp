@@ -2,6 +2,7 @@
 // failure paths.
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -56,6 +57,54 @@ TEST_F(Dictionary, DataTypeListFollowsContinuationAndResendsWhenSilent) {
   EXPECT_EQ(session.data_types.at(42).name, std::string("STRING[16]") + '\0');
 }
 
+// One page of a structure's detail: a single INT member, and the continuation (0: last).
+bytes structure_page(const bytes& r, uint16_t continuation, const std::string& member) {
+  return harness::modbus_reply(harness::unity_message()
+                                   .dictionary_header(2, continuation, 1)
+                                   .u16(4)
+                                   .u32(2)
+                                   .u16(0)
+                                   .name(member)
+                                   .get(),
+                               transaction_of(r));
+}
+
+// Type 40 gets no reply: nothing decoded, the counter not stepped. Type 41's structure
+// takes three replies: one transaction id for all three, the counter stepped once.
+TEST_F(Dictionary, TypeDetailStepsTheCounterOncePerAnsweredType) {
+  scripted_peer peer([](const bytes& r, std::size_t index, bool&) {
+    const uint16_t continuation[] = {0, 0x0101, 0x0202, 0};
+    if (index == 0) return bytes{};
+    return structure_page(r, continuation[index % 4], std::string(1, char('A' + index)));
+  });
+  connect(peer);
+  session.data_types[40] = data_type{};
+  session.data_types[41] = data_type{};
+  session.transaction_counter = 7;
+  session.get_data_type_detail();
+  const auto requests = peer.requests();
+  ASSERT_EQ(requests.size(), 4u);
+  for (const bytes& r : requests) EXPECT_EQ(transaction_of(r), 7);
+  EXPECT_EQ(message_of(requests[2])[11], 0x01);
+  EXPECT_EQ(message_of(requests[3])[11], 0x02);
+  EXPECT_EQ(session.transaction_counter, 8);
+  EXPECT_EQ(session.struct_members.count(40), 0u);
+  ASSERT_EQ(session.struct_members.at(41).size(), 3u);
+  EXPECT_EQ(session.struct_members.at(41)[2].name, std::string("D") + '\0');
+}
+
+// A continuation that gets no reply is decoded all the same, and an empty reply is refused
+// by the framing.
+TEST_F(Dictionary, StructureContinuationWithoutReplyRaises) {
+  scripted_peer peer([](const bytes& r, std::size_t index, bool&) {
+    return index == 0 ? structure_page(r, 0x0101, "A") : bytes{};
+  });
+  connect(peer);
+  session.data_types[40] = data_type{};
+  EXPECT_THROW(session.get_data_type_detail(), std::out_of_range);
+  EXPECT_EQ(peer.requests().size(), 2u);
+}
+
 TEST_F(Dictionary, DataTypeListEndsWhenTheControllerDropsTheConnection) {
   // Pins the endless resend loop: a closed connection must end it, not spin.
   scripted_peer peer([](const bytes&, std::size_t, bool& close) {
@@ -63,9 +112,11 @@ TEST_F(Dictionary, DataTypeListEndsWhenTheControllerDropsTheConnection) {
     return bytes{};
   });
   connect(peer);
+  session.data_types[1] = data_type{};  // emptied first
   session.get_data_type_list();
   EXPECT_GE(peer.requests().size(), 1u);
   EXPECT_EQ(session.transaction_counter, 1);
+  EXPECT_TRUE(session.data_types.empty());
 }
 
 TEST_F(Dictionary, BrowseErrorReplyLeavesStateAndFails) {
@@ -74,16 +125,6 @@ TEST_F(Dictionary, BrowseErrorReplyLeavesStateAndFails) {
   EXPECT_FALSE(session.browse());
   EXPECT_EQ(session.state, unity_process::state_identified);
   EXPECT_EQ(peer.requests().size(), 1u);
-}
-
-TEST_F(Dictionary, DataTypeListAfterStopSendsNothing) {
-  scripted_peer peer([](const bytes& r, std::size_t, bool&) { return type_list_page(r, 0, {}); });
-  connect(peer);
-  session.data_types[1] = data_type{};
-  session.stop();
-  session.get_data_type_list();
-  EXPECT_TRUE(session.data_types.empty());
-  EXPECT_TRUE(peer.requests().empty());
 }
 
 TEST_F(Dictionary, BrowseOutsideIdentifiedStateOnlyFetchesFileHandle) {

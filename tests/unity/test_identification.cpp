@@ -24,9 +24,12 @@ bytes identification_reply(const bytes& request, const std::string& type_text) {
   return harness::ok_reply(request, payload);
 }
 
+// Eleven steps, the type and the handle decoded; a step refused (3) is skipped.
 TEST_F(Session, IdentificationNumbersElevenStepsAndDecodesTypeAndHandle) {
-  scripted_peer peer(
-      [](const bytes& r, std::size_t, bool&) { return identification_reply(r, "BMX P34 2020"); });
+  scripted_peer peer([](const bytes& r, std::size_t, bool&) {
+    return transaction_of(r) == 3 ? harness::refused_reply(r)
+                                  : identification_reply(r, "BMX P34 2020");
+  });
   connect(peer);
   ASSERT_TRUE(session.initial_device());
   EXPECT_EQ(session.state, unity_process::state_identified);
@@ -34,24 +37,7 @@ TEST_F(Session, IdentificationNumbersElevenStepsAndDecodesTypeAndHandle) {
   EXPECT_EQ(session.plc_type, "BMX P34 2020");
   EXPECT_EQ(session.dictionary_handle, dictionary_handle);
   EXPECT_EQ(session.table_address, 0u);
-  const auto requests = peer.requests();
-  ASSERT_EQ(requests.size(), 11u);
-  for (uint16_t step = 1; step <= 11; ++step) {
-    bool more = true;
-    EXPECT_EQ(requests[step - 1], session.create_init_request(step, 2, more).to_raw_data());
-  }
-}
-
-TEST_F(Session, RefusedIdentificationStepIsSkipped) {
-  scripted_peer peer([](const bytes& r, std::size_t, bool&) {
-    return transaction_of(r) == 4 ? harness::refused_reply(r)
-                                  : identification_reply(r, "BMX P34 2020");
-  });
-  connect(peer);
-  EXPECT_TRUE(session.initial_device());
   EXPECT_EQ(peer.requests().size(), 11u);
-  EXPECT_EQ(session.dictionary_handle, bytes(8, 0));
-  EXPECT_EQ(session.plc_type, "BMX P34 2020");
 }
 
 TEST_F(Session, SilentControllerFailsIdentificationAfterOneRequest) {
@@ -61,6 +47,27 @@ TEST_F(Session, SilentControllerFailsIdentificationAfterOneRequest) {
   EXPECT_EQ(peer.requests().size(), 1u);
   EXPECT_EQ(session.state, unity_process::state_connecting);
   EXPECT_EQ(session.transaction_counter, 2);
+}
+
+// A reply that arrives in two pieces is decoded from its first piece, the missing bytes
+// read as 0; the rest comes in front of the next reply and spoils only that step.
+TEST_F(Session, SplitIdentificationReplyGivesATruncatedDecode) {
+  bytes rest;
+  scripted_peer peer([&rest](const bytes& r, std::size_t index, bool&) {
+    bytes reply = identification_reply(r, "BMX P34 2020");
+    if (index == 0) {
+      rest.assign(reply.begin() + 20, reply.end());  // the type text's length byte is in it
+      reply.resize(20);
+    } else if (index == 1) {
+      reply.insert(reply.begin(), rest.begin(), rest.end());
+    }
+    return reply;
+  });
+  connect(peer);
+  ASSERT_TRUE(session.initial_device());
+  EXPECT_EQ(session.plc_type, "");
+  EXPECT_EQ(session.dictionary_handle, dictionary_handle);
+  EXPECT_EQ(session.transaction_counter, 12);
 }
 
 TEST_F(Session, BmeP58WithShortPlcInformationReplyThrows) {
@@ -73,31 +80,21 @@ TEST_F(Session, BmeP58WithShortPlcInformationReplyThrows) {
   EXPECT_THROW(session.initial_device(), std::out_of_range);
 }
 
-class FileHandle : public Session {
- protected:
-  void SetUp() override {
-    session.state = unity_process::state_ready;
-    session.transaction_counter = 30;
-    session.variable_address = {1, 2, 3, 4, 5, 6};
-  }
-};
-
-TEST_F(FileHandle, NoReplyKeepsEverything) {
+// The file handle request goes only in state 5; without a reply nothing changes.
+TEST_F(Session, FileHandleOnlyInReadyStateAndNoReplyKeepsEverything) {
   scripted_peer peer([](const bytes&, std::size_t, bool&) { return bytes{}; });
+  session.state = unity_process::state_ready;
   connect(peer);
+  session.transaction_counter = 30;
   session.table_address = 77;
-  EXPECT_TRUE(session.get_file_handle_pos());
-  EXPECT_EQ(session.table_address, 77u);
-  EXPECT_EQ(session.transaction_counter, 30);
-}
-
-TEST_F(FileHandle, OnlyInReadyState) {
-  scripted_peer peer(
-      [](const bytes& r, std::size_t, bool&) { return harness::ok_reply(r, bytes(10, 0)); });
-  connect(peer);
   session.state = unity_process::state_identified;
   EXPECT_FALSE(session.get_file_handle_pos());
   EXPECT_TRUE(peer.requests().empty());
+  session.state = unity_process::state_ready;
+  EXPECT_TRUE(session.get_file_handle_pos());
+  EXPECT_EQ(peer.requests().size(), 1u);
+  EXPECT_EQ(session.table_address, 77u);
+  EXPECT_EQ(session.transaction_counter, 30);
 }
 
 }  // namespace

@@ -26,23 +26,17 @@ TEST(GetNextNodeData, NamedRecordKeepsItsZeroAndSkipsTwoBytes) {
   EXPECT_EQ(n.spare, 0);
   EXPECT_EQ(n.name, (bytes{'M', 'o', 't', 'o', 'r', '_', '1', 0}));
   EXPECT_EQ(cursor, data.size());
-}
-
-TEST(GetNextNodeData, UnnamedRecordIsEightBytes) {
-  const bytes data = named_record(1, 2, 3, "X");
-  unsigned short cursor = record_start;
-  const node n = get_next_node_data(data, cursor, false);
-  EXPECT_EQ(n.offset, 3u);
-  EXPECT_TRUE(n.name.empty());
+  cursor = record_start;  // unnamed: 8 bytes
+  EXPECT_TRUE(get_next_node_data(data, cursor, false).name.empty());
   EXPECT_EQ(cursor, record_start + 8);
 }
 
 TEST(GetNextNodeData, LongNameIsCutAndNextRecordStartsInsideIt) {
   // 34 characters are taken, the 35th closes the name; the cursor stays inside the name.
-  const bytes data = {0x01, 0x00, 0x02, 0x00, 0x03, 0x00, 0x00, 0x00, 0xCC, 0xCC, 'a', 'b', 'c',
-                      'd',  'e',  'f',  'g',  'h',  'i',  'j',  'k',  'l',  'm',  'n', 'o', 'p',
-                      'q',  'r',  's',  't',  'u',  'v',  'w',  'x',  'y',  'z',  'A', 'B', 'C',
-                      'D',  'E',  'F',  'G',  'H',  'I',  'J',  'K',  'L',  0x00};
+  bytes data = harness::hex("0100 0200 03000000 CCCC");
+  const std::string letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKL";
+  data.insert(data.end(), letters.begin(), letters.end());
+  data.push_back(0);
   unsigned short cursor = 0;
   const node first = get_next_node_data(data, cursor, true);
   ASSERT_EQ(first.name.size(), 35u);
@@ -64,32 +58,29 @@ TEST(GetNextNodeData, NameWithoutZeroStopsAtTheEnd) {
   EXPECT_GT(cursor, data.size() - 1);
 }
 
-struct truncation_case {
-  std::size_t size;  // bytes of the record that arrived
-  uint16_t type_id;
-  uint16_t block;
-  uint32_t offset;
-};
-
-class TruncatedRecord : public ::testing::TestWithParam<truncation_case> {};
-
-TEST_P(TruncatedRecord, IsPartlyFilledWithoutReadingPastTheEnd) {
-  const bytes full = {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0xCC, 0xCC, 'Z', 0};
-  const bytes data(full.begin(), full.begin() + static_cast<long>(GetParam().size));
-  unsigned short cursor = 0;
-  const node n = get_next_node_data(data, cursor, true);
-  EXPECT_EQ(n.type_id, GetParam().type_id);
-  EXPECT_EQ(n.block, GetParam().block);
-  EXPECT_EQ(n.offset, GetParam().offset);
-  EXPECT_TRUE(n.name.empty());
+// A record cut after size bytes is filled as far as it goes, its name left empty.
+TEST(GetNextNodeData, TruncatedRecordIsPartlyFilledWithoutReadingPastTheEnd) {
+  struct truncation_case {
+    std::size_t size;
+    uint16_t type_id, block;
+    uint32_t offset;
+  };
+  const truncation_case cases[] = {{1, 0x11, 0, 0},
+                                   {2, 0x2211, 0, 0},
+                                   {3, 0x2211, 0x33, 0},
+                                   {6, 0x2211, 0x4433, 0x6655},
+                                   {8, 0x2211, 0x4433, 0x88776655},
+                                   {10, 0x2211, 0x4433, 0x88776655}};
+  const bytes full = harness::hex("1122 3344 55667788 CCCC 5A00");
+  for (const truncation_case& c : cases) {
+    const bytes data(full.begin(), full.begin() + static_cast<long>(c.size));
+    unsigned short cursor = 0;
+    const node n = get_next_node_data(data, cursor, true);
+    EXPECT_EQ(n.type_id, c.type_id) << c.size;
+    EXPECT_EQ(n.block, c.block) << c.size;
+    EXPECT_EQ(n.offset, c.offset) << c.size;
+    EXPECT_TRUE(n.name.empty()) << c.size;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Sizes, TruncatedRecord,
-                         ::testing::Values(truncation_case{1, 0x11, 0, 0},
-                                           truncation_case{2, 0x2211, 0, 0},
-                                           truncation_case{3, 0x2211, 0x33, 0},
-                                           truncation_case{6, 0x2211, 0x4433, 0x6655},
-                                           truncation_case{8, 0x2211, 0x4433, 0x88776655},
-                                           truncation_case{10, 0x2211, 0x4433, 0x88776655}));
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "tools/common/unity_reply.h"
@@ -129,6 +130,7 @@ TEST_P(ReadItem, RecordBytes) {
   session.data_types[101] = array_of(25);  // EBOOL elements
   session.data_types[102] = array_of(6);   // DINT elements
   session.data_types[104] = array_of(0);   // elements of no controller type
+  session.data_types[105] = array_of(16);  // 64-bit elements
   session.table_address = 0x0A0B0C0D;
   std::vector<read_comm> items{item_at_012345(c.format, c.type, c.count)};
   items[0].element_offset = c.element;
@@ -152,7 +154,9 @@ const read_item_case read_items[] = {
     {"type 9: length code 17, any format", 3, 9, 1, 0, 0, "11 0201 01 2301 45", 0},
     {"typed one element: 01, EBOOL marks", 0x21, 101, 1, 0, 0, "21 0201 01 2301 01 45", 1},
     {"typed one element, other type", 0x21, 100, 1, 0, 0, "21 0201 01 2301 01 45", 0},
-    {"typed run: length code and count", 0x21, 100, 3, 0, 0, "12 0201 01 2301 45 0300", 0},
+    {"typed run of 2: length code and count", 0x21, 100, 2, 0, 0, "12 0201 01 2301 45 0200", 0},
+    {"typed run of 3: length code and count", 0x21, 100, 3, 0, 0, "12 0201 01 2301 45 0300", 0},
+    {"typed run of 64-bit elements", 0x21, 105, 2, 0, 0, "14 0201 01 2301 45 0200", 0},
     {"typed run, unknown type: 0x21", 0x21, 555, 0x0102, 0, 0, "21 0201 01 2301 45 0201", 0},
     {"no format, known type: counted", 255, 102, 1, 0, 0, "13 0201 01 2301 45 0100", 0},
     {"no format, no controller type", 255, 104, 2, 0, 0, "FF 0201 01 2301 45 0200", 0},
@@ -161,16 +165,19 @@ const read_item_case read_items[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Codes, ReadItem, ::testing::ValuesIn(read_items));
 
-struct write_item_case {
-  const char* what;
-  std::vector<read_comm> items;
-  bytes expected;  // everything after the item count
+// One item at 0x012345 (read format, type id, count, value bytes in hex).
+struct write_item_spec {
+  uint8_t format;
+  uint16_t type;
+  uint16_t count;
+  const char* data;
 };
 
-read_comm with_data(read_comm item, bytes data) {
-  item.data.assign(data.begin(), data.end());
-  return item;
-}
+struct write_item_case {
+  const char* what;
+  std::vector<write_item_spec> items;
+  const char* expected;  // everything after the item count
+};
 
 class WriteItem : public ::testing::TestWithParam<write_item_case> {};
 
@@ -180,56 +187,42 @@ TEST_P(WriteItem, RecordBytes) {
   session.data_types[101] = array_of(25);
   session.data_types[103] = array_of(9);
   session.data_types[104] = array_of(0);
+  session.data_types[105] = array_of(16);
   session.table_address = 0x01020304;
+  std::vector<read_comm> items;
+  for (const write_item_spec& i : GetParam().items) {
+    const bytes data = harness::hex(i.data);
+    items.push_back(item_at_012345(i.format, i.type, i.count));
+    items.back().data.assign(data.begin(), data.end());
+  }
   bool expect_reply = true;
-  const modbus_tcp_frame frame = session.create_write_request(5, 2, expect_reply, GetParam().items);
+  const modbus_tcp_frame frame = session.create_write_request(5, 2, expect_reply, items);
   expect_frame_shape(frame, 5);
-  bytes expected{
-      0x00, 0x23, 0x04, 0x03, 0x02, 0x01, static_cast<unsigned char>(GetParam().items.size())};
-  expected.insert(expected.end(), GetParam().expected.begin(), GetParam().expected.end());
-  EXPECT_EQ(frame.pdu.data, expected) << GetParam().what;
+  const std::string count = items.size() == 1 ? "01" : "02";
+  EXPECT_EQ(frame.pdu.data, harness::hex("0023 04030201" + count + GetParam().expected))
+      << GetParam().what;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Codes, WriteItem,
-    ::testing::Values(
-        write_item_case{"address as four bytes, values as they are",
-                        {with_data(item_at_012345(2, 4, 1), {0x34, 0x12})},
-                        {0x02, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x34, 0x12}},
-        write_item_case{"first code 0 sends booleans",
-                        {with_data(item_at_012345(0, 25, 1), {0x80})},
-                        {0x00, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x01}},
-        write_item_case{"first code 0 turns every item's values into booleans",
-                        {with_data(item_at_012345(0, 25, 1), {0x00}),
-                         with_data(item_at_012345(2, 4, 1), {0x02, 0x00})},
-                        {0x00, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x00, 0x02, 0x02, 0x01, 0x45,
-                         0x23, 0x01, 0x00, 0x01, 0x00}},
-        write_item_case{"type 9 sends 17 and a count",
-                        {with_data(item_at_012345(0x21, 9, 2), {'a', 'b'})},
-                        {0x11, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x02, 0x00, 'a', 'b'}},
-        write_item_case{"no direct format, one element of a known type: its format code",
-                        {with_data(item_at_012345(255, 100, 1), {0x05, 0x00})},
-                        {0x02, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x05, 0x00}},
-        write_item_case{"no direct format, run of a known type: length code and count",
-                        {with_data(item_at_012345(255, 101, 2), {0x00, 0x80})},
-                        {0x10, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x02, 0x00, 0x00, 0x80}},
-        write_item_case{"no direct format, string elements: length code even for one",
-                        {with_data(item_at_012345(255, 103, 1), {'x'})},
-                        {0x11, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x01, 0x00, 'x'}},
-        write_item_case{"no direct format, one element of no controller type: 255",
-                        {with_data(item_at_012345(255, 104, 1), {0x07})},
-                        {0xFF, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x07}},
-        write_item_case{"no direct format, unknown type: 255 and no count",
-                        {with_data(item_at_012345(255, 555, 1), {0x07})},
-                        {0xFF, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x07}},
-        write_item_case{"typed format sends a count",
-                        {with_data(item_at_012345(0x21, 100, 1), {0x01})},
-                        {0x21, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x01, 0x00, 0x01}},
-        write_item_case{"the first item's code decides the count of the others",
-                        {with_data(item_at_012345(0x21, 100, 3), {}),
-                         with_data(item_at_012345(2, 4, 1), {0x09})},
-                        {0x21, 0x02, 0x01, 0x45, 0x23, 0x01, 0x00, 0x03, 0x00, 0x02, 0x02, 0x01,
-                         0x45, 0x23, 0x01, 0x00, 0x01, 0x00, 0x09}}));
+const write_item_case write_items[] = {
+    {"address as 4 bytes, values as they are", {{2, 4, 1, "3412"}}, "02 0201 45230100 3412"},
+    {"first code 0 sends booleans", {{0, 25, 1, "80"}}, "00 0201 45230100 01"},
+    {"first code 0: every item's values booleans",
+     {{0, 25, 1, "00"}, {2, 4, 1, "0200"}},
+     "00 0201 45230100 00 02 0201 45230100 0100"},
+    {"type 9: 17 and a count", {{0x21, 9, 2, "6162"}}, "11 0201 45230100 0200 6162"},
+    {"no format, one known: format code", {{0xFF, 100, 1, "0500"}}, "02 0201 45230100 0500"},
+    {"no format, run: length code, count", {{0xFF, 101, 2, "0080"}}, "10 0201 45230100 0200 0080"},
+    {"no format, 64-bit run: 20, count", {{0xFF, 105, 2, "01"}}, "14 0201 45230100 0200 01"},
+    {"no format, one 64-bit: 4, no count", {{0xFF, 105, 1, "01"}}, "04 0201 45230100 01"},
+    {"no format, string: length code for one", {{0xFF, 103, 1, "78"}}, "11 0201 45230100 0100 78"},
+    {"no format, no controller type: 255", {{0xFF, 104, 1, "07"}}, "FF 0201 45230100 07"},
+    {"no format, unknown type: 255, no count", {{0xFF, 555, 1, "07"}}, "FF 0201 45230100 07"},
+    {"typed format sends a count", {{0x21, 100, 1, "01"}}, "21 0201 45230100 0100 01"},
+    {"first item's code decides every count",
+     {{0x21, 100, 3, ""}, {2, 4, 1, "09"}},
+     "21 0201 45230100 0300 02 0201 45230100 0100 09"},
+};
+INSTANTIATE_TEST_SUITE_P(Codes, WriteItem, ::testing::ValuesIn(write_items));
 
 TEST(StringSize, OddDeclaredLength) {
   unity_process session;

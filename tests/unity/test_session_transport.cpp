@@ -30,25 +30,6 @@ class SessionTransport : public ::testing::Test {
   boost::shared_ptr<orm::ClientSocket> peer;
 };
 
-TEST(UnityProcess, SetupDeviceRefusedSetsStateOneAndReturnsZero) {
-  orm::ServerSocket closed_port;
-  ASSERT_TRUE(closed_port.listenToClient(0, 1, true));
-  orm::SocketAddress bound;
-  ASSERT_TRUE(closed_port.getSocketAddress(&bound));
-  const unsigned short port = ntohs(bound.get().sin_port);
-  closed_port.close();  // nobody listens there any more
-  unity_process session;
-  EXPECT_EQ(session.setup_device("127.0.0.1", port, 1000), 0);
-  EXPECT_EQ(session.state, unity_process::state_connecting);
-  EXPECT_EQ(session.socket.address, "127.0.0.1");
-}
-
-TEST_F(SessionTransport, ReceivesOneReadAsTheWholeReply) {
-  const char first[] = "\x00\x01\x00\x00\x00\x03\x00\x5A\x00";
-  ASSERT_EQ(::send(peer->descriptor(), first, 9, 0), 9);
-  EXPECT_EQ(session.client_recv(), bytes(first, first + 9));
-}
-
 TEST_F(SessionTransport, LongReplyIsCutAt2048) {
   const bytes big(3000, 0x33);
   ASSERT_EQ(::send(peer->descriptor(), big.data(), big.size(), 0), 3000);

@@ -13,7 +13,9 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tools/common/unity_reply.h"
@@ -109,6 +111,57 @@ class scripted_peer {
   std::atomic<std::size_t> connections_{0};
   mutable std::mutex mutex_;
   std::vector<bytes> requests_;
+};
+
+// A peer that passes each request on to a server at address:port and returns its reply
+// (what one receive gets within wait_ms), so that a test or a recorder sees both sides of
+// a session's traffic. on_reply sees every reply; none, and the connection is dropped.
+class relay_peer {
+ public:
+  using observer = std::function<void(const bytes& reply)>;
+
+  relay_peer(const std::string& address, uint16_t port, observer on_reply = {}, int wait_ms = 3000)
+      : upstream_(connect_to(address, port)),
+        on_reply_(std::move(on_reply)),
+        wait_ms_(wait_ms),
+        peer_([this](const bytes& request, std::size_t, bool& close) {
+          return pass(request, close);
+        }) {}
+  ~relay_peer() { ::close(upstream_); }
+  relay_peer(const relay_peer&) = delete;
+  relay_peer& operator=(const relay_peer&) = delete;
+
+  uint16_t port() const { return peer_.port(); }
+  std::vector<bytes> requests() const { return peer_.requests(); }
+
+ private:
+  static int connect_to(const std::string& address, uint16_t port) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(port);
+    addr.sin_addr.s_addr = ::inet_addr(address.c_str());
+    ::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+    return fd;
+  }
+
+  bytes pass(const bytes& request, bool& close) {
+    bytes reply(8192);
+    const bool sent = ::send(upstream_, request.data(), request.size(), MSG_NOSIGNAL) ==
+                      static_cast<ssize_t>(request.size());
+    const ssize_t n = sent && readable(upstream_, wait_ms_)
+                          ? ::recv(upstream_, reply.data(), reply.size(), 0)
+                          : -1;
+    close = n <= 0;
+    reply.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
+    if (!close && on_reply_) on_reply_(reply);
+    return reply;
+  }
+
+  int upstream_;
+  observer on_reply_;
+  int wait_ms_;
+  scripted_peer peer_;  // last: its thread stops before the rest goes
 };
 
 }  // namespace harness

@@ -138,6 +138,8 @@ struct server::impl {
   bool serve_buffer(int fd, int stream, byte_vector& buf) {
     while (buf.size() >= mbap_size) {
       std::size_t len = static_cast<std::size_t>(buf[4]) << 8 | buf[5];
+      // A length that cannot hold the unit id and function code leaves no way to find
+      // the next frame: the connection is dropped unanswered, as a Modbus TCP server does.
       if (len < 2) return false;
       if (buf.size() < 6 + len) return true;
       byte_vector frame(buf.begin(), buf.begin() + static_cast<std::ptrdiff_t>(6 + len));

@@ -1,7 +1,8 @@
 // Replies to read-variables (0x22) and write-variables (0x23) requests:
 // header = pairing byte, function, table address u32, item count, then items.
-#include <algorithm>
+#include <set>
 #include <stdexcept>
+#include <vector>
 
 #include "tools/plcsim/unity_replies.h"
 
@@ -41,25 +42,86 @@ byte_vector file_handle_reply(const project& p, const byte_vector& request) {
   return w.bytes();
 }
 
-struct read_item {
+bool has_count(uint8_t code) {
+  return code == per_element_code || is_length_code(code);
+}
+
+// One variable access of a request: where, and how many bytes.
+struct item_span {
   uint16_t block = 0;
   uint32_t address = 0;
   std::size_t size = 0;
+  std::size_t end = 0;  // message position just past the item
 };
 
-// code, block u16, 0x01, address bits 8..23, [0x01 for code 0x21], address
-// bits 0..7, [count u16 unless the code is a plain format 0..4 or 0x21].
-bool parse_read_item(msg_reader& r, read_item& item) {
-  uint8_t code = r.u8();
+// What ends a read item after its code, block, 0x01 and address bits 8..23: the client
+// picks it from the item's read format and count, which the message does not carry.
+enum class read_tail {
+  bare,    // address bits 0..7: a plain code 0..4, or type 9's length code 17 alone
+  marker,  // 0x01, then address bits 0..7: code 0x21 (or 17 for type 9) for one element
+  count,   // address bits 0..7, then the count u16: a length code, or 0x21 for a run
+};
+
+std::vector<read_tail> tails_of(uint8_t code) {
+  if (code <= 4) return {read_tail::bare};
+  if (code == per_element_code) return {read_tail::marker, read_tail::count};
+  if (code == 16 + 1) return {read_tail::count, read_tail::bare, read_tail::marker};
+  if (is_length_code(code)) return {read_tail::count};
+  return {};
+}
+
+// The readings of the item at pos that its code allows, each with its own end.
+std::vector<item_span> read_item_readings(const byte_vector& request, std::size_t pos) {
+  std::vector<item_span> out;
+  for (read_tail tail : tails_of(request.at(pos))) {
+    try {
+      msg_reader r(request, pos);
+      const uint8_t code = r.u8();
+      item_span item;
+      item.block = r.le16();
+      if (r.u8() != 0x01) return out;
+      const uint32_t mid = r.le16();
+      if (tail == read_tail::marker && r.u8() != 0x01) continue;
+      item.address = mid << 8 | r.u8();
+      const std::size_t count = tail == read_tail::count ? r.le16() : 1;
+      item.size = element_width(code) * count;
+      item.end = r.pos();
+      out.push_back(item);
+    } catch (const std::out_of_range&) {
+    }
+  }
+  return out;
+}
+
+// Splits the items so that the whole message is used: the first reading of each item
+// with which the rest still parses. Positions known not to parse are not tried twice.
+bool parse_read_items(const byte_vector& request, std::size_t pos, std::size_t left,
+                      std::vector<item_span>& items, std::set<std::size_t>& dead_ends) {
+  if (left == 0) return pos == request.size();
+  if (pos >= request.size() || dead_ends.count(pos * 256 + left) != 0) return false;
+  for (const item_span& item : read_item_readings(request, pos)) {
+    items.push_back(item);
+    if (parse_read_items(request, item.end, left - 1, items, dead_ends)) return true;
+    items.pop_back();
+  }
+  dead_ends.insert(pos * 256 + left);
+  return false;
+}
+
+// A write item at pos: code, block u16, address u32, the count u16 when its code is 0x21
+// or a length code, then exactly width x count value bytes.
+item_span parse_write_item(const byte_vector& request, std::size_t pos) {
+  msg_reader r(request, pos);
+  const uint8_t code = r.u8();
+  item_span item;
   item.block = r.le16();
-  if (r.u8() != 0x01) return false;
-  uint32_t mid = r.le16();
-  if (code == per_element_code && r.u8() != 0x01) return false;
-  item.address = mid << 8 | r.u8();
-  std::size_t count = 1;
-  if (code > 4 && code != per_element_code) count = r.le16();
+  item.address = r.le32();
+  const std::size_t count = has_count(code) ? r.le16() : 1;
+  if (element_width(code) == 0) throw std::invalid_argument("plcsim: unknown access code");
   item.size = element_width(code) * count;
-  return element_width(code) != 0;
+  item.end = r.pos() + item.size;
+  if (item.end > request.size()) throw std::out_of_range("plcsim: item values missing");
+  return item;
 }
 
 bool table_address_matches(const project& p, const byte_vector& request) {
@@ -73,49 +135,39 @@ byte_vector answer_read_variables(const project& p, const sim_memory& mem,
   try {
     if (msg_reader(request, 2).le32() == file_handle_marker) return file_handle_reply(p, request);
     if (!table_address_matches(p, request)) return error_reply(request, 5);
-    msg_reader r(request, 6);
-    uint8_t n = r.u8();
+    const std::size_t n = request.at(6);
+    std::vector<item_span> items;
+    std::set<std::size_t> dead_ends;
+    if (!parse_read_items(request, 7, n, items, dead_ends)) return error_reply(request, 6);
     msg_writer w;
     w.u8(request[0]).u8(status_ok);
-    for (uint8_t i = 0; i < n; ++i) {
-      read_item item;
-      if (!parse_read_item(r, item)) return error_reply(request, 6);
-      w.raw(mem.read(item.block, item.address, item.size));
-    }
-    if (r.remaining() != 0 || w.size() > max_message) return error_reply(request, 6);
+    for (const item_span& item : items) w.raw(mem.read(item.block, item.address, item.size));
+    if (w.size() > max_message) return error_reply(request, 6);
     return w.bytes();
   } catch (const std::out_of_range&) {
     return error_reply(request, 2);
   }
 }
 
-// Every item of one write has the same size, so the items are found by dividing
-// the rest of the message by their count. The count field is present in every
-// item when the first item's code is 0x21 or a length code.
+// Each item is read by its own code; a message with bytes missing or left over is
+// refused whole, and nothing of it is written.
 byte_vector answer_write_variables(const project& p, sim_memory& mem, const byte_vector& request) {
   try {
     if (!table_address_matches(p, request)) return error_reply(request, 5);
-    std::size_t n = request.at(6);
-    std::size_t rest = request.size() - 7;
-    if (n == 0 || rest % n != 0) return error_reply(request, 6);
-    std::size_t item_size = rest / n;
-    uint8_t first = request.at(7);
-    bool has_count = first == per_element_code || is_length_code(first);
-    std::size_t header = has_count ? 9 : 7;
-    if (item_size < header) return error_reply(request, 6);
-    for (std::size_t i = 0; i < n; ++i) {
-      msg_reader r(request, 7 + i * item_size);
-      uint8_t code = r.u8();
-      uint16_t block = r.le16();
-      uint32_t address = r.le32();
-      std::size_t count = has_count ? r.le16() : 1;
-      if (element_width(code) == 0) return error_reply(request, 6);
-      std::size_t len = std::min(element_width(code) * count, item_size - header);
-      mem.write(block, address, request.data() + r.pos(), len);
+    const std::size_t n = request.at(6);
+    std::vector<item_span> items;
+    for (std::size_t i = 0, pos = 7; i < n; ++i, pos = items.back().end) {
+      items.push_back(parse_write_item(request, pos));
+    }
+    if (n == 0 || items.back().end != request.size()) return error_reply(request, 6);
+    for (const item_span& item : items) {
+      mem.write(item.block, item.address, request.data() + item.end - item.size, item.size);
     }
     return {request[0], status_ok, 0x01};
   } catch (const std::out_of_range&) {
     return error_reply(request, 2);
+  } catch (const std::invalid_argument&) {
+    return error_reply(request, 6);
   }
 }
 
