@@ -8,12 +8,17 @@
 #include "tag_index/tag_table.h"
 #include "unitydrv/unitydrv.h"
 
+struct device_context;
+
 class tag_driver_offline_578 {
  public:
   tag_driver_offline_578() = default;
-  ~tag_driver_offline_578() {}  // deliberately not virtual, and does nothing
+  // Not virtual: a virtual destructor would take places in the virtual table, whose five
+  // operations keep their order. Empty: the one object lives until unload and owns nothing.
+  ~tag_driver_offline_578() {}
 
-  // Reads or writes for the device of requests[0] (online or offline).
+  // Reads or writes for the device of requests[0]; its offline_mode picks the online or the
+  // offline filter, here and in inputFilter only (filter_dispatch.cpp).
   virtual unitydrv_result outputfilter(_gui_request_* requests, int count);
   // Delivers the results of the last outputfilter for the device of infos[0].
   virtual void inputFilter(_input_data_* results, _frame_data_* frame, _system_info* infos,
@@ -33,6 +38,11 @@ class tag_driver_offline_578 {
                             int count);
 
   uint8_t offline_status = 1;
+
+ private:
+  unitydrv_result on_line_outputfilter(device_context& device, _gui_request_* requests, int count);
+  void on_line_inputFilter(device_context& device, _input_data_* results, _system_info* infos,
+                           int count);
 };
 
 // Globals of the loaded library, built in this order at load time.

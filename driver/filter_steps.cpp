@@ -1,4 +1,4 @@
-#include "driver/host_request.h"
+#include "driver/filter_steps.h"
 
 #include <cstring>
 #include <string>
@@ -6,7 +6,7 @@
 #include "tag_index/tag_names.h"
 #include "wire/byte_cursor.h"
 
-namespace host_request {
+namespace filter_steps {
 
 unitydrv_result filter_result() {
   unitydrv_result result{};
@@ -79,4 +79,4 @@ write_target prepare_write(tag_driver_offline_578& driver, device_context& devic
   return target;
 }
 
-}  // namespace host_request
+}  // namespace filter_steps
