@@ -11,12 +11,9 @@
 #include "tests/driver/host_paths_fixture.h"
 #include "tools/common/loopback_peer.h"
 
+// The default operator new[] and delete[] call these.
 namespace {
 thread_local std::size_t allocations = 0;
-// Out of line, so that the compiler does not pair an inlined new with free.
-[[gnu::noinline]] void release(void* p) noexcept {
-  std::free(p);
-}
 }  // namespace
 
 void* operator new(std::size_t size) {
@@ -24,20 +21,12 @@ void* operator new(std::size_t size) {
   if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
   throw std::bad_alloc();
 }
-void* operator new[](std::size_t size) {
-  return operator new(size);
+// Out of line, so that the compiler does not pair an inlined new with free.
+[[gnu::noinline]] void operator delete(void* p) noexcept {
+  std::free(p);
 }
-void operator delete(void* p) noexcept {
-  release(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-  release(p);
-}
-void operator delete[](void* p) noexcept {
-  release(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-  release(p);
+[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept {
+  std::free(p);
 }
 
 namespace {
