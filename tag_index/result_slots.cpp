@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstring>
 
 #include "wire/plc_types.h"
@@ -22,6 +23,28 @@ constexpr std::size_t result_capacity = sizeof(_input_data_::result_words);
 // the slots behind it.
 uint8_t* area_of(result_slot* block, std::size_t i) {
   return reinterpret_cast<uint8_t*>(block) + i * stride + area_begin;
+}
+
+// The head is the slot's first four bytes, laid out as a slot_head: one copy writes it.
+static_assert(sizeof(slot_head) == 4 && offsetof(result_slot, type_code) == 0 &&
+                  offsetof(result_slot, bit_number) == offsetof(slot_head, bit_number) &&
+                  offsetof(result_slot, element_count) == offsetof(slot_head, element_count),
+              "a slot starts with its head");
+void put_head(result_slot& slot, const slot_head& head) {
+  std::memcpy(&slot, &head, sizeof head);
+}
+
+// Zeroes what an area holds since its last clear.
+void clear(uint8_t* area, uint16_t& written) {
+  std::memset(area, 0, written);
+  written = 0;
+}
+
+// After a fill that wrote every one of length bytes (below the cleared part) from the
+// area's start: zeroes what an earlier fill left behind them.
+void clear_behind(uint8_t* area, uint16_t& written, std::size_t length) {
+  if (written > length) std::memset(area + length, 0, written - length);
+  written = static_cast<uint16_t>(length);
 }
 
 // A 1-byte element holding one bit: only bit 0 (and bits 2..7) count, bit 1 is masked.
@@ -102,36 +125,41 @@ void result_slots::post_heads() {
   if (heads_.empty()) return;
   area(heads_.size() - 1, longest_fill);
   result_slot* const block = block_.data();
-  for (std::size_t i = 0; i < heads_.size(); ++i) {
-    block[i].type_code = heads_[i].type_code;
-    block[i].bit_number = heads_[i].bit_number;
-    block[i].element_count = heads_[i].element_count;
-  }
+  const slot_head* const heads = heads_.data();
+  for (std::size_t i = 0, n = heads_.size(); i < n; ++i) put_head(block[i], heads[i]);
 }
 
 void result_slots::fill(const std::vector<read_comm>& items,
                         const std::vector<unsigned char>& values) {
+  // Held in locals: the byte stores into the block may alias anything reached through this.
   result_slot* const block = block_.data();
+  const slot_head* const heads = heads_.data();
+  const read_comm* const item_at = items.data();
+  uint16_t* const written = written_.data();
+  const std::size_t count = heads_.size();
   wire::le_reader in(values);
-  for (std::size_t j = 0; j < heads_.size(); ++j) {
+  for (std::size_t j = 0; j < count; ++j) {
     const std::size_t left = values.size() > in.pos() ? values.size() - in.pos() : 0;
     const std::size_t room = fill_room(left);
-    const uint8_t type = heads_[j].type_code;
+    const uint8_t type = heads[j].type_code;
+    uint8_t* const area = area_of(block, j);
     // A string's fill writes only the low byte of each unit, and a reply too short for a
     // request stops its fill part way with out_of_range: both clear the whole area first,
     // and the short one counts all its room as written.
-    const bool whole = std::size_t{items[j].count} * wire::element_size(type) <= left;
-    if (type == UNITYDRV_TYPE_STRING || !whole) clear_area(j);
+    const bool whole = std::size_t{item_at[j].count} * wire::element_size(type) <= left;
+    if (type == UNITYDRV_TYPE_STRING || !whole) clear(area, written[j]);
     if (!whole) note_written(j, room);
-    finish_fill(j, unpack(area_of(block, j), room, type, items[j], in));
+    const std::size_t length = unpack(area, room, type, item_at[j], in);
+    if (length >= cleared_bytes) {
+      note_written(j, length);
+    } else {
+      clear_behind(area, written[j], length);
+    }
   }
 }
 
 void result_slots::set_head(std::size_t i, const slot_head& head) {
-  result_slot& s = slot(i);
-  s.type_code = head.type_code;
-  s.bit_number = head.bit_number;
-  s.element_count = head.element_count;
+  put_head(slot(i), head);
 }
 
 wire::bounded_le_writer result_slots::overwrite(std::size_t i, std::size_t room) {
@@ -163,17 +191,15 @@ void result_slots::deliver(_input_data_* results, const _system_info* infos, int
 }
 
 void result_slots::clear_area(std::size_t i) {
-  std::memset(area_at(i), 0, written_[i]);
-  written_[i] = 0;
+  clear(area_at(i), written_[i]);
 }
 
 void result_slots::finish_fill(std::size_t i, std::size_t length) {
   if (length >= cleared_bytes) {
     note_written(i, length);  // the whole cleared part is written over
-    return;
+  } else {
+    clear_behind(area_at(i), written_[i], length);
   }
-  if (written_[i] > length) std::memset(area_at(i) + length, 0, written_[i] - length);
-  written_[i] = static_cast<uint16_t>(length);
 }
 
 void result_slots::note_written(std::size_t i, std::size_t length) {
