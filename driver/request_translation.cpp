@@ -13,13 +13,6 @@ namespace {
 
 using filter_steps::element_size;
 
-// What a tag number beyond the table reads: a tag that resolved to nothing.
-const tag_entry& empty_entry() {
-  static char empty_name[1] = {'\0'};
-  static const tag_entry entry{empty_name, 0, 0, 0, 0, 0, {}, 0};
-  return entry;
-}
-
 // Sets every field of an item, so that an item kept from an earlier request is as new.
 void fill_item(read_comm& item, const offline_stTag_578& tag, uint32_t element_offset,
                uint16_t count) {
@@ -44,36 +37,6 @@ read_comm item_from(const offline_stTag_578& tag, uint32_t element_offset, uint1
 unsigned write_element_size(uint8_t type_code) {
   return type_code == UNITYDRV_TYPE_STRING ? 2 : element_size(type_code);
 }
-
-}  // namespace
-
-unsigned short tag_driver_offline_578::offline_FillTagStruct(offline_CTagTable_578* table,
-                                                             offline_stTag_578* tag,
-                                                             const tag_ref* ref) {
-  tag->request_index = ref->tag_index;
-  const tag_entry& entry =
-      ref->tag_index < table->tag_count ? *table->Get(ref->tag_index) : empty_entry();
-  tag->name = entry.name;
-  tag->read_format = entry.read_format;
-  tag->type_id = entry.type_id;
-  tag->location = entry.location;
-  tag->member_offset = entry.member_offset;
-  tag->request_byte = ref->type_select != 0 ? ref->type_code_b : ref->type_code_a;
-  const uint16_t array_index = ref->array_index;
-  tag->request_word = array_index == 0xFFFF ? 0 : array_index;
-  if (ref->bit_spec == 0) {
-    tag->bit_number = static_cast<int8_t>(filter_steps::no_bit);
-  } else if (ref->bit_spec == 255) {
-    tag->bit_number = static_cast<int8_t>(static_cast<uint8_t>(tag->request_word));
-  } else {
-    tag->bit_number = static_cast<int8_t>(ref->bit_spec - 1);
-  }
-  // After the bit: a bit number taken from the index survives index_off.
-  if (ref->index_off != 0) tag->request_word = 0;
-  return ref->element_count;
-}
-
-namespace {
 
 void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_request_* requests,
                    int count) {
