@@ -16,7 +16,8 @@
 #include "unitydrv/unitydrv.h"
 #include "wire/byte_cursor.h"
 
-// One request position: its head, then its data area. The host-visible stride is fixed.
+// One request position: its head, then its data area. A long fill runs on into the slots
+// behind its own, so where it lands there depends on this size.
 struct result_slot {
   uint8_t type_code;
   uint8_t bit_number;  // 255: none
