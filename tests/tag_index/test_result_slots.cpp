@@ -12,6 +12,10 @@ namespace {
 
 TEST(ResultSlots, GrowsOnDemandAndKeepsEarlierSlots) {
   result_slots tags;
+  // An empty read or round touches nothing (no slot -1, no host record).
+  tags.plan(0);
+  tags.post_heads();
+  tags.deliver(nullptr, nullptr, 0);
   tags.slot(0).element_count = 7;
   EXPECT_EQ(tags.slot(40).element_count, 0);
   EXPECT_EQ(tags.slot(0).element_count, 7);
