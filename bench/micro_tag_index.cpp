@@ -15,7 +15,7 @@
 
 namespace {
 
-using dictionary_records::member;
+using dictionary_builders::member;
 
 constexpr int kCount = 50000;
 constexpr unsigned short kStructTypes = 40;

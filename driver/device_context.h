@@ -23,8 +23,6 @@ struct device_context {
   std::set<std::string> element_names;
   // The items of the last read, kept so that each cycle reuses them (request translation).
   std::vector<read_comm> read_items;
-  // The slot head of each request of the last read, and its value bytes, kept for the
-  // same reason.
-  std::vector<slot_head> read_heads;
+  // The value bytes of the last read's reply, kept for the same reason.
   std::vector<unsigned char> read_values;
 };

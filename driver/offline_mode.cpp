@@ -7,14 +7,14 @@
 #include <vector>
 
 #include "driver/device_context.h"
-#include "driver/host_request.h"
+#include "driver/filter_steps.h"
 #include "driver/tag_driver_offline_578.h"
 #include "wire/byte_cursor.h"
 #include "wire/plc_types.h"
 
 namespace {
 
-using host_request::element_size;
+using filter_steps::element_size;
 
 // Element k of a whole-value write: its type's element size of bytes, little-endian, taken
 // from write_words on, for every type (a BOOL or BitArray element is one byte there) and
@@ -39,7 +39,7 @@ offline_stTag_578 element_key(const offline_stTag_578& tag, unsigned k) {
 
 void write_offline(tag_driver_offline_578& driver, device_context& device,
                    const _gui_request_& request) {
-  const host_request::write_target target = host_request::prepare_write(driver, device, request);
+  const filter_steps::write_target target = filter_steps::prepare_write(driver, device, request);
   if (target.done) return;
   const offline_stTag_578& tag = target.tag;
   const uint16_t n = target.count;
@@ -54,16 +54,14 @@ void read_offline(tag_driver_offline_578& driver, device_context& device, _gui_r
   for (int i = 0; i < count; ++i) {
     offline_stTag_578 tag;
     slot_head head;
-    const uint16_t n = host_request::prepare_read(driver, device, requests[i], head, tag);
-    set_head(device.tag_table.slot(static_cast<std::size_t>(i)), head);
+    const uint16_t n = filter_steps::prepare_read(driver, device, requests[i], head, tag);
+    const auto position = static_cast<std::size_t>(i);
+    device.tag_table.slots.set_head(position, head);
     // A long request runs on past its own slot.
     const unsigned units = wire::result_units(tag.request_byte);
     const bool known = units != 0;
     const std::size_t room = known ? std::size_t{n} * units * 2 : 0;
-    host_request::unit_writer out(device.tag_table.slot_data(static_cast<std::size_t>(i), room),
-                                  room);
-    // Noted before the writes, which an exception may cut short.
-    device.tag_table.note_slot_written(static_cast<std::size_t>(i), room);
+    wire::bounded_le_writer out = device.tag_table.slots.overwrite(position, room);
     for (unsigned k = 0; k < n; ++k) {
       // Never written reads as 0, and leaves a 0 entry behind.
       const unsigned long long value = device.tag_values[element_key(tag, k)];
@@ -75,9 +73,9 @@ void read_offline(tag_driver_offline_578& driver, device_context& device, _gui_r
 }  // namespace
 
 unitydrv_result tag_driver_offline_578::off_line_outputfilter(_gui_request_* requests, int count) {
-  const unitydrv_result result = host_request::filter_result();
+  const unitydrv_result result = filter_steps::filter_result();
   if (requests == nullptr) return result;
-  device_context* device = host_request::device_of(requests[0].device_handle);
+  device_context* device = filter_steps::device_of(requests[0].device_handle);
   if (device == nullptr) return result;
   const uint8_t kind = requests[0].request_kind;
   if (kind == 1 || kind == 2) {
@@ -94,9 +92,9 @@ unitydrv_result tag_driver_offline_578::off_line_outputfilter(_gui_request_* req
 void tag_driver_offline_578::off_line_inputFilter(_input_data_* results, _frame_data_*,
                                                   _system_info* infos, int count) {
   if (results == nullptr || infos == nullptr) return;
-  device_context* device = host_request::device_of(infos[0].device_handle);
+  device_context* device = filter_steps::device_of(infos[0].device_handle);
   if (device == nullptr) return;
-  host_request::preset_first_result(results[0]);
+  filter_steps::preset_first_result(results[0]);
   if (infos[0].info_valid == 0 || count < 1) return;
-  host_request::deliver_slots(device->tag_table, results, infos, count);
+  device->tag_table.slots.deliver(results, infos, count);
 }

@@ -1,28 +1,17 @@
-// OutputFilterEx: host requests become Unity read or write items for the device's session;
-// values read are left in the tag table's result slots for the input filter.
+// OutputFilterEx online: host requests become Unity read or write items for the device's
+// session; values read are left in the tag table's result slots for the input filter.
 #include <algorithm>
 #include <cstring>
 #include <vector>
 
 #include "driver/device_context.h"
-#include "driver/host_request.h"
+#include "driver/filter_steps.h"
 #include "driver/tag_driver_offline_578.h"
-#include "driver/trace_events.h"
-#include "trace/trace.h"
 #include "unity/dictionary_records.h"
-#include "wire/byte_cursor.h"
-#include "wire/unity_constants.h"
 
 namespace {
 
-using host_request::element_size;
-
-// What a tag number beyond the table reads: a tag that resolved to nothing.
-const tag_entry& empty_entry() {
-  static char empty_name[1] = {'\0'};
-  static const tag_entry entry{empty_name, 0, 0, 0, 0, 0, {}, 0};
-  return entry;
-}
+using filter_steps::element_size;
 
 // Sets every field of an item, so that an item kept from an earlier request is as new.
 void fill_item(read_comm& item, const offline_stTag_578& tag, uint32_t element_offset,
@@ -44,80 +33,10 @@ read_comm item_from(const offline_stTag_578& tag, uint32_t element_offset, uint1
   return item;
 }
 
-// A 1-byte element holding one bit: only bit 0 (and bits 2..7) count, bit 1 is masked.
-uint16_t bit_unit(uint8_t byte) {
-  return (byte & ~0x02u) != 0 ? 1 : 0;
-}
-
-// Unpacks the reply bytes of one request (its type code, and its element count in the
-// item) into its slot's data area; advances the reader past them and returns how many
-// bytes of the area it wrote (all of them, save the high bytes of a string's units). A
-// long request runs on past its own slot, over the slots behind it, headers included:
-// their type and count are therefore taken from the request, never from a slot.
-std::size_t fill_slot(uint8_t* area, std::size_t room, uint8_t type, const read_comm& item,
-                      wire::le_reader& in) {
-  host_request::unit_writer out(area, room);
-  const unsigned count = item.count;
-  // One type per request: its size is looked up once, not per element.
-  const unsigned size = element_size(type);
-  if (type == UNITYDRV_TYPE_STRING) {
-    for (unsigned k = 0; k < count; ++k) out.low_byte(in.u8());
-  } else if (size == 1) {
-    const bool one_bit = item.single_element != 0 || item.type_id == wire::ebool_type;
-    for (unsigned k = 0; k < count; ++k) {
-      const uint8_t byte = in.u8();
-      out.unit(one_bit ? bit_unit(byte) : byte);
-    }
-  } else if (size == 2) {
-    for (unsigned k = 0; k < count; ++k) out.unit(in.u16());
-  } else if (size == 4) {
-    for (unsigned k = 0; k < count; ++k) out.units(in.u32(), 2);
-  } else if (size == 8) {
-    for (unsigned k = 0; k < count; ++k) out.units(in.u64(), 4);
-  }
-  return out.pos();
-}
-
-// What a fill can write with left reply bytes to go: never more than two bytes per byte,
-// and the clear.
-std::size_t fill_room(std::size_t left) {
-  return std::max(slot_cleared_bytes, 2 * left);
-}
-
 // The write size of a type: STRING counts 2 here although it reads 1 byte per element.
 unsigned write_element_size(uint8_t type_code) {
   return type_code == UNITYDRV_TYPE_STRING ? 2 : element_size(type_code);
 }
-
-}  // namespace
-
-unsigned short tag_driver_offline_578::offline_FillTagStruct(offline_CTagTable_578* table,
-                                                             offline_stTag_578* tag,
-                                                             const tag_ref* ref) {
-  tag->request_index = ref->tag_index;
-  const tag_entry& entry =
-      ref->tag_index < table->tag_count ? *table->Get(ref->tag_index) : empty_entry();
-  tag->name = entry.name;
-  tag->read_format = entry.read_format;
-  tag->type_id = entry.type_id;
-  tag->location = entry.location;
-  tag->member_offset = entry.member_offset;
-  tag->request_byte = ref->type_select != 0 ? ref->type_code_b : ref->type_code_a;
-  const uint16_t array_index = ref->array_index;
-  tag->request_word = array_index == 0xFFFF ? 0 : array_index;
-  if (ref->bit_spec == 0) {
-    tag->bit_number = static_cast<int8_t>(host_request::no_bit);
-  } else if (ref->bit_spec == 255) {
-    tag->bit_number = static_cast<int8_t>(static_cast<uint8_t>(tag->request_word));
-  } else {
-    tag->bit_number = static_cast<int8_t>(ref->bit_spec - 1);
-  }
-  // After the bit: a bit number taken from the index survives index_off.
-  if (ref->index_off != 0) tag->request_word = 0;
-  return ref->element_count;
-}
-
-namespace {
 
 void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_request_* requests,
                    int count) {
@@ -126,57 +45,37 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
   std::vector<read_comm>& items = device.read_items;
   items.resize(static_cast<std::size_t>(std::max(count, 0)));
   if (items.empty()) return;
-  std::vector<slot_head>& heads = device.read_heads;
-  heads.resize(items.size());
   // Held in locals: the byte stores below may alias anything reached through the device.
   read_comm* const item_at = items.data();
-  slot_head* const head_at = heads.data();
+  slot_head* const head_at = device.tag_table.slots.plan(items.size());
   for (int i = 0; i < count; ++i) {
     offline_stTag_578 tag;
     slot_head& head = head_at[i];
-    const uint16_t n = host_request::prepare_read(driver, device, requests[i], head, tag);
+    const uint16_t n = filter_steps::prepare_read(driver, device, requests[i], head, tag);
     read_comm& item = item_at[i];
     fill_item(item, tag, element_size(tag.request_byte) * tag.request_word, n);
     // A BitArray's length comes from its data type.
-    if (tag.request_byte == host_request::type_bit_array) item.read_format = 0x21;
+    if (tag.request_byte == filter_steps::type_bit_array) item.read_format = 0x21;
   }
   // The request goes out first; the slot heads are written while the reply is on its way.
   const bool sent = device.session.send_read(items);
-  // Grown once to hold the longest fill from the last slot, two bytes for each byte of a
-  // 2,048-byte receive: the slots are addressed directly below.
-  constexpr std::size_t longest_fill = 2 * 2048;
-  offline_CTagTable_578& table = device.tag_table;
-  result_slot* const slots = table.slots(items.size(), longest_fill);
-  for (std::size_t i = 0; i < heads.size(); ++i) set_head(slots[i], heads[i]);
+  result_slots& slots = device.tag_table.slots;
+  slots.post_heads();
   // Kept by the device, like the items, so that a warm cycle allocates nothing.
   std::vector<unsigned char>& bytes = device.read_values;
   if (!sent || device.session.receive_read(bytes) == 0) return;
-  wire::le_reader in(bytes);
-  // In request order: a fill that runs into the slots behind it is overwritten by theirs.
-  for (std::size_t j = 0; j < static_cast<std::size_t>(count); ++j) {
-    const std::size_t left = bytes.size() > in.pos() ? bytes.size() - in.pos() : 0;
-    const std::size_t room = fill_room(left);
-    const uint8_t type = heads[j].type_code;
-    // A string's fill writes only the low byte of each unit, and a reply too short for a
-    // request stops its fill part way with out_of_range: both clear the whole area first,
-    // and the short one counts all its room as written.
-    const bool whole = std::size_t{items[j].count} * element_size(type) <= left;
-    if (!whole && trace::on) trace_events::short_reply(j, type, items[j].count, left);
-    if (type == host_request::type_string || !whole) table.clear_slot_area(j);
-    if (!whole) table.note_slot_written(j, room);
-    table.finish_fill(j, fill_slot(slot_area(slots, j), room, type, items[j], in));
-  }
+  slots.fill(items, bytes);
 }
 
 void write_request(tag_driver_offline_578& driver, device_context& device,
                    const _gui_request_& request, int count) {
-  const host_request::write_target target = host_request::prepare_write(driver, device, request);
+  const filter_steps::write_target target = filter_steps::prepare_write(driver, device, request);
   if (target.done) return;
   const offline_stTag_578& tag = target.tag;
   const uint16_t n = target.count;
-  const std::vector<unsigned char> image = host_request::write_image(request, tag.request_byte);
+  const std::vector<unsigned char> image = filter_steps::write_image(request, tag.request_byte);
   // A string goes as one item whatever the count.
-  const int runs = tag.request_byte == host_request::type_string ? 1 : count;
+  const int runs = tag.request_byte == filter_steps::type_string ? 1 : count;
   std::vector<read_comm> items;
   items.reserve(static_cast<std::size_t>(std::max(runs, 0)));
   for (int j = 0; j < runs; ++j) {
@@ -191,17 +90,14 @@ void write_request(tag_driver_offline_578& driver, device_context& device,
 
 }  // namespace
 
-unitydrv_result tag_driver_offline_578::outputfilter(_gui_request_* requests, int count) {
-  if (requests == nullptr) return host_request::filter_result();
-  device_context* device = host_request::device_of(requests[0].device_handle);
-  if (device == nullptr) return host_request::filter_result();
-  if (device->offline_mode != 0) return off_line_outputfilter(requests, count);
+unitydrv_result tag_driver_offline_578::on_line_outputfilter(device_context& device,
+                                                             _gui_request_* requests, int count) {
   const uint8_t kind = requests[0].request_kind;
   if (kind == 1 || kind == 2) {
-    write_request(*this, *device, requests[0], count);
+    write_request(*this, device, requests[0], count);
   } else {
-    read_requests(*this, *device, requests, count);
+    read_requests(*this, device, requests, count);
   }
   std::memset(requests[0].status, 0, sizeof(requests[0].status));
-  return host_request::filter_result();
+  return filter_steps::filter_result();
 }

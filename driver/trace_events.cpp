@@ -142,12 +142,6 @@ void past_table(const _gui_request_* requests, int count) {
   }
 }
 
-void short_reply(std::size_t request, unsigned type, unsigned elements, std::size_t left) {
-  trace::emit("short-reply",
-              "request=%zu type=%u elements=%u value_bytes_left=%zu (std::out_of_range follows)",
-              request, type, elements, left);
-}
-
 void failure_reported(int results) {
   trace::emit("failure-report",
               "results=%d status=2 code=10 (the last exchange failed; reported once, the next "

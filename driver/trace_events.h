@@ -32,8 +32,6 @@ void downloaded(const unity_process& session, long since_ms, uint16_t first_step
 [[gnu::cold]] void bit_kept(const offline_stTag_578& tag, const _gui_request_& request);
 // Names each request of an OutputFilterEx call whose tag number lies past the table.
 [[gnu::cold]] void past_table(const _gui_request_* requests, int count);
-[[gnu::cold]] void short_reply(std::size_t request, unsigned type, unsigned elements,
-                               std::size_t left);
 [[gnu::cold]] void failure_reported(int results);
 
 // Keeps the variables of the earlier download aside while the session downloads again, so

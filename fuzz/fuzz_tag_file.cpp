@@ -22,8 +22,8 @@
 
 namespace {
 
-using dictionary_records::member;
-using dictionary_records::variable;
+using dictionary_builders::member;
+using dictionary_builders::variable;
 
 struct dictionary {
   std::map<std::string, table> tables;

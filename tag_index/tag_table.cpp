@@ -133,20 +133,3 @@ unsigned short offline_CTagTable_578::GetTagIndexfromName(const char* name) cons
   const auto found = name_index_.find(name);
   return found == name_index_.end() ? 0 : static_cast<unsigned short>(found->second);
 }
-
-void offline_CTagTable_578::grow_slots(std::size_t count) {
-  // New slots are zero, so nothing in them is written yet.
-  result_slots_.resize(count);
-  written_.resize(count);
-}
-
-void offline_CTagTable_578::note_long_write(std::size_t i, std::size_t length) {
-  constexpr std::size_t area_begin = offsetof(result_slot, data);
-  const std::size_t end = i * sizeof(result_slot) + area_begin + length;
-  for (std::size_t k = i; k < written_.size(); ++k) {
-    const std::size_t begin = k * sizeof(result_slot) + area_begin;
-    if (begin >= end) break;
-    const std::size_t reach = std::min(end - begin, slot_cleared_bytes);
-    written_[k] = std::max(written_[k], static_cast<uint16_t>(reach));
-  }
-}

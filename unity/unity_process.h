@@ -79,7 +79,7 @@ class unity_process {
   void save_array_detail(std::vector<unity_frame> frames, data_type_entry& entry);
 
   // Variable access. The read builder marks single_element on the caller's items, which
-  // the request translation reads back, so the item list is taken by reference.
+  // the result slots' fill reads back, so the item list is taken by reference.
   int read(std::vector<read_comm>& items, std::vector<unsigned char>& values);
   // read in two halves, so that the caller can do its own work while the reply is on its
   // way: send_read builds and sends the request (false when it sent nothing; the session

@@ -118,4 +118,34 @@ class le_span_writer {
   unsigned char* at_;
 };
 
+// Writes little-endian 16-bit units into a fixed area, dropping what does not fit: result
+// areas hold every value as units, and a value longer than its area is cut, never spilled.
+class bounded_le_writer {
+ public:
+  bounded_le_writer(unsigned char* area, std::size_t size) : area_(area), size_(size) {}
+  void unit(uint16_t v) {
+    if (pos_ + 2 > size_) return;
+    area_[pos_] = static_cast<unsigned char>(v);
+    area_[pos_ + 1] = static_cast<unsigned char>(v >> 8);
+    pos_ += 2;
+  }
+  // The unit's high byte is left as it was.
+  void low_byte(uint8_t v) {
+    if (pos_ + 2 > size_) return;
+    area_[pos_] = v;
+    pos_ += 2;
+  }
+  // count units of v, low unit first.
+  void units(uint64_t v, unsigned count) {
+    for (unsigned i = 0; i < count; ++i) unit(static_cast<uint16_t>(v >> (16 * i)));
+  }
+  // Bytes from the area's start that were written or stepped over.
+  std::size_t pos() const { return pos_; }
+
+ private:
+  unsigned char* area_;
+  std::size_t size_;
+  std::size_t pos_ = 0;
+};
+
 }  // namespace wire

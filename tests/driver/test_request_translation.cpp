@@ -4,7 +4,6 @@
 #include <stdexcept>
 #include <thread>
 
-#include "driver/host_request.h"
 #include "tests/driver/host_paths_fixture.h"
 #include "tools/common/loopback_peer.h"
 #include "wire/byte_cursor.h"
@@ -141,10 +140,10 @@ TEST_F(OnlineRequests, ReadUnpacksEachWidthIntoItsSlot) {
     peer_answering(c.values);
     auto req = requests({{0, c.type, 0, c.count}});
     // What an earlier read left behind.
-    std::memset(device_->tag_table.slot(0).data, 0x77, 4);
-    device_->tag_table.note_slot_written(0, 4);
+    std::memset(device_->tag_table.slots.slot(0).data, 0x77, 4);
+    device_->tag_table.slots.note_written(0, 4);
     driver_.outputfilter(req.data(), 1);
-    EXPECT_EQ(slot_units(device_->tag_table.slot(0), c.units.size()), c.units);
+    EXPECT_EQ(slot_units(device_->tag_table.slots.slot(0), c.units.size()), c.units);
   }
 }
 
@@ -203,7 +202,7 @@ TEST_F(OnlineRequests, ReadItemCarriesTheElementOffsetAndTheBitIsDroppedFromTheR
   EXPECT_EQ(m[11], 0x01);
   EXPECT_EQ(m[12], 0x00);
   EXPECT_EQ(m[13], 0x06);
-  const result_slot& s = device_->tag_table.slot(0);
+  const result_slot& s = device_->tag_table.slots.slot(0);
   EXPECT_EQ(s.bit_number, 4);
   EXPECT_EQ(slot_units(s, 1), (std::vector<uint16_t>{0x0018}));
 }
@@ -218,7 +217,7 @@ TEST_F(OnlineRequests, BitArrayReadsWithTheTypeLengthAndNamesTheElement) {
   ASSERT_GE(m.size(), 8u);
   EXPECT_EQ(m[7], 0x21);
   EXPECT_EQ(device_->element_names.count("Bits[3]"), 1u);
-  EXPECT_EQ(slot_units(device_->tag_table.slot(0), 2), (std::vector<uint16_t>{1, 0}));
+  EXPECT_EQ(slot_units(device_->tag_table.slots.slot(0), 2), (std::vector<uint16_t>{1, 0}));
 }
 
 TEST_F(OnlineRequests, SingleElementOfABooleanTypeMasksBitOne) {
@@ -236,10 +235,10 @@ TEST_F(OnlineRequests, SingleElementOfABooleanTypeMasksBitOne) {
   peer_answering({0x02, 0x06, 0x02, 0x03});
   auto req = requests({{0, 2, 0, 1}, {1, 2, 0, 1}, {2, 2, 0, 1}, {3, 2, 0, 1}});
   driver_.outputfilter(req.data(), 4);
-  EXPECT_EQ(slot_units(device_->tag_table.slot(0), 1), (std::vector<uint16_t>{0}));
-  EXPECT_EQ(slot_units(device_->tag_table.slot(1), 1), (std::vector<uint16_t>{1}));
-  EXPECT_EQ(slot_units(device_->tag_table.slot(2), 1), (std::vector<uint16_t>{2}));
-  EXPECT_EQ(slot_units(device_->tag_table.slot(3), 1), (std::vector<uint16_t>{1}));
+  EXPECT_EQ(slot_units(device_->tag_table.slots.slot(0), 1), (std::vector<uint16_t>{0}));
+  EXPECT_EQ(slot_units(device_->tag_table.slots.slot(1), 1), (std::vector<uint16_t>{1}));
+  EXPECT_EQ(slot_units(device_->tag_table.slots.slot(2), 1), (std::vector<uint16_t>{2}));
+  EXPECT_EQ(slot_units(device_->tag_table.slots.slot(3), 1), (std::vector<uint16_t>{1}));
 }
 
 // Regression: a reply shorter than the elements asked for must raise, not read past it,
@@ -249,20 +248,20 @@ TEST_F(OnlineRequests, ShortReplyRaisesOutOfRange) {
   resolve(0, 6, 7, 1, 0x20);
   peer_answering({1, 2, 3, 4, 5});
   auto req = requests({{0, 196, 0, 2}});
-  std::memset(device_->tag_table.slot(0).data, 0x77, 8);
-  device_->tag_table.note_slot_written(0, 8);
+  std::memset(device_->tag_table.slots.slot(0).data, 0x77, 8);
+  device_->tag_table.slots.note_written(0, 8);
   EXPECT_THROW(driver_.outputfilter(req.data(), 1), std::out_of_range);
-  EXPECT_EQ(slot_units(device_->tag_table.slot(0), 4),
+  EXPECT_EQ(slot_units(device_->tag_table.slots.slot(0), 4),
             (std::vector<uint16_t>{0x0201, 0x0403, 0, 0}));
 }
 
 TEST_F(OnlineRequests, FailedReadKeepsTheSlotDataAndSetsStateNine) {
   load({"W"}, 0);
   device_->session.state = unity_process::state_not_connected;
-  std::memset(device_->tag_table.slot(0).data, 0x42, 4);
+  std::memset(device_->tag_table.slots.slot(0).data, 0x42, 4);
   auto req = requests({{0, 3, 0, 2, 3}});
   driver_.outputfilter(req.data(), 1);
-  const result_slot& s = device_->tag_table.slot(0);  // the block may have grown
+  const result_slot& s = device_->tag_table.slots.slot(0);  // the block may have grown
   EXPECT_EQ(s.type_code, 3);
   EXPECT_EQ(s.element_count, 2);
   EXPECT_EQ(s.bit_number, 2);

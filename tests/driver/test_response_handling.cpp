@@ -16,7 +16,7 @@ class InputFilter : public host_paths::device_test {
 
   void set_slot(std::size_t i, uint8_t type, uint8_t bit, uint16_t n,
                 const std::vector<uint8_t>& data) {
-    result_slot& s = device_->tag_table.slot(i);
+    result_slot& s = device_->tag_table.slots.slot(i);
     s.type_code = type;
     s.bit_number = bit;
     s.element_count = n;

@@ -11,8 +11,8 @@
 
 namespace {
 
-using dictionary_records::member;
-using dictionary_records::variable;
+using dictionary_builders::member;
+using dictionary_builders::variable;
 
 using member_map = std::map<unsigned short, std::vector<data_type>>;
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <random>
 #include <vector>
 
 #include "tag_index/tag_table.h"
@@ -156,46 +155,6 @@ TEST_F(TagTableRead, LookupFindsTheFirstPositionTruncatedToSixteenBits) {
   EXPECT_EQ(tags.entries, nullptr);
   EXPECT_EQ(tags.GetTagIndexfromName("a"), 0);
   tags.Release();
-}
-
-TEST(TagTableSlot, GrowsOnDemandAndKeepsEarlierSlots) {
-  offline_CTagTable_578 tags;
-  tags.slot(0).element_count = 7;
-  EXPECT_EQ(tags.slot(40).element_count, 0);
-  EXPECT_EQ(tags.slot(0).element_count, 7);
-}
-
-// Every fill clears the first 512 bytes of its data area; the table clears only what was
-// written there. Random fills (whole, string-like, long ones running on into later slots)
-// and uncleared offline writes must leave the block exactly as a full clear would.
-TEST(TagTableSlot, FillsLeaveWhatClearingEveryAreaWouldLeave) {
-  constexpr std::size_t count = 6;
-  constexpr std::size_t longest = 4096;
-  offline_CTagTable_578 tags;
-  uint8_t* const block = reinterpret_cast<uint8_t*>(tags.slots(count, longest));
-  const std::size_t size = ((count - 1) * sizeof(result_slot) + offsetof(result_slot, data) +
-                            longest + sizeof(result_slot) - 1) /
-                           sizeof(result_slot) * sizeof(result_slot);
-  std::vector<uint8_t> model(size, 0);
-  std::mt19937 rng(11);
-  for (int step = 0; step < 4000; ++step) {
-    const std::size_t i = rng() % count;
-    const int kind = static_cast<int>(rng() % 3);
-    const std::size_t length = rng() % 8 == 0 ? rng() % longest : rng() % 40;
-    const auto value = static_cast<uint8_t>(1 + rng() % 255);
-    const std::size_t at = i * sizeof(result_slot) + offsetof(result_slot, data);
-    // A string's fill writes only every other byte.
-    const std::size_t step_bytes = kind == 1 ? 2 : 1;
-    if (kind != 2) std::fill_n(model.begin() + static_cast<std::ptrdiff_t>(at), 512, 0);
-    if (kind == 1) tags.clear_slot_area(i);
-    for (std::size_t b = 0; b < length; b += step_bytes) model[at + b] = block[at + b] = value;
-    if (kind == 2) {
-      tags.note_slot_written(i, length);
-    } else {
-      tags.finish_fill(i, length);
-    }
-    ASSERT_EQ(std::memcmp(model.data(), block, size), 0) << "step " << step;
-  }
 }
 
 TEST(TagFileEncode, RejectsNamesTheLengthFieldCannotHold) {

@@ -8,7 +8,7 @@
 #include "unity/dictionary_records.h"
 #include "wire/byte_cursor.h"
 
-namespace dictionary_records {
+namespace dictionary_builders {
 
 // A structure member: name with its zero, type id (u16 LE) and byte offset (u32 LE).
 inline data_type member(const std::string& name, uint16_t type, uint32_t offset) {
@@ -28,4 +28,4 @@ inline table variable(uint16_t type, uint16_t block, uint32_t offset) {
   return t;
 }
 
-}  // namespace dictionary_records
+}  // namespace dictionary_builders

@@ -1,6 +1,6 @@
-// Pieces shared by the online and offline request paths of the driver object: element
-// sizes, the result record, BitArray element renaming, the shadow bit write, the write
-// data image and the 16-bit unit layout of result slots and host results.
+// Steps that the online and offline filters of the driver object share: element sizes,
+// the result record, BitArray element renaming, the shadow bit write and the write data
+// image. Kept apart from the filters so that neither path calls into the other.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +15,7 @@
 #include "unitydrv/unitydrv.h"
 #include "wire/plc_types.h"
 
-namespace host_request {
+namespace filter_steps {
 
 constexpr uint8_t no_bit = 255;
 constexpr uint8_t type_bit_array = UNITYDRV_TYPE_BITARRAY;
@@ -24,11 +24,6 @@ constexpr uint8_t type_string = UNITYDRV_TYPE_STRING;
 // Bytes per element of a PLC type code; 0 for codes the driver does not know.
 // Indexed by code in the type table: it runs for every request.
 using wire::element_size;
-
-// Bytes one element takes in a slot and in a host result: 1- and 2-byte types take one unit.
-inline std::size_t result_element_bytes(uint8_t type_code) {
-  return 2 * std::size_t{wire::result_units(type_code)};
-}
 
 // The device behind a host handle (null stays null).
 inline device_context* device_of(void* handle) {
@@ -77,35 +72,6 @@ inline uint16_t prepare_read(tag_driver_offline_578& driver, device_context& dev
 // The bytes a write of request's data sends for one element run of type type_code.
 std::vector<unsigned char> write_image(const _gui_request_& request, uint8_t type_code);
 
-// Places 16-bit little-endian units into a fixed byte area, dropping what does not fit.
-class unit_writer {
- public:
-  unit_writer(uint8_t* area, std::size_t size) : area_(area), size_(size) {}
-  void unit(uint16_t value) {
-    if (pos_ + 2 > size_) return;
-    area_[pos_] = static_cast<uint8_t>(value);
-    area_[pos_ + 1] = static_cast<uint8_t>(value >> 8);
-    pos_ += 2;
-  }
-  // The unit's high byte is left as it was.
-  void low_byte(uint8_t value) {
-    if (pos_ + 2 > size_) return;
-    area_[pos_] = value;
-    pos_ += 2;
-  }
-  // Low unit first.
-  void units(uint64_t value, unsigned count) {
-    for (unsigned i = 0; i < count; ++i) unit(static_cast<uint16_t>(value >> (16 * i)));
-  }
-  // Bytes from the area's start that were written or skipped over.
-  std::size_t pos() const { return pos_; }
-
- private:
-  uint8_t* area_;
-  std::size_t size_;
-  std::size_t pos_ = 0;
-};
-
 // What the first host result holds before any item is handled.
 inline void preset_first_result(_input_data_& result) {
   result.result_status = 0;
@@ -113,8 +79,4 @@ inline void preset_first_result(_input_data_& result) {
   result.request_id = 0;
 }
 
-// Copies result slots 0..count-1 of the table into the host results.
-void deliver_slots(offline_CTagTable_578& table, _input_data_* results, const _system_info* infos,
-                   int count);
-
-}  // namespace host_request
+}  // namespace filter_steps

@@ -1,4 +1,4 @@
-#include "driver/host_request.h"
+#include "driver/filter_steps.h"
 
 #include <cstring>
 #include <string>
@@ -8,7 +8,7 @@
 #include "trace/trace.h"
 #include "wire/byte_cursor.h"
 
-namespace host_request {
+namespace filter_steps {
 
 unitydrv_result filter_result() {
   unitydrv_result result{};
@@ -82,4 +82,4 @@ write_target prepare_write(tag_driver_offline_578& driver, device_context& devic
   return target;
 }
 
-}  // namespace host_request
+}  // namespace filter_steps

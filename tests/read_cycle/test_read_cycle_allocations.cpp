@@ -1,0 +1,109 @@
+// A warm read cycle (OutputFilterEx, then InputFilterEx) allocates nothing: the rule
+// written beside the result slots. This program replaces the global operator new to count
+// the allocations of the test's own thread (the scripted controller's thread allocates as
+// it likes).
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+#include <vector>
+
+#include "tests/driver/host_paths_fixture.h"
+#include "tools/common/loopback_peer.h"
+
+// The default operator new[] and delete[] call these.
+namespace {
+thread_local std::size_t allocations = 0;
+}  // namespace
+
+void* operator new(std::size_t size) {
+  ++allocations;
+  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
+  throw std::bad_alloc();
+}
+// Out of line, so that the compiler does not pair an inlined new with free.
+[[gnu::noinline]] void operator delete(void* p) noexcept {
+  std::free(p);
+}
+[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept {
+  std::free(p);
+}
+
+namespace {
+
+using harness::bytes;
+using host_paths::request_desc;
+
+struct cycle_case {
+  const char* what;
+  uint8_t offline;
+  std::vector<request_desc> wanted;
+  std::size_t value_bytes;  // of the controller's reply
+};
+
+std::vector<request_desc> ints(uint32_t n) {
+  std::vector<request_desc> out;
+  for (uint32_t i = 0; i < n; ++i) out.push_back({i, 195, 0, 1});
+  return out;
+}
+
+class ReadCycle : public host_paths::device_test {
+ protected:
+  // Starts a controller answering every read with value bytes 1, 2, 3, ...
+  void answer_with(std::size_t value_bytes) {
+    bytes values(value_bytes);
+    for (std::size_t i = 0; i < values.size(); ++i) values[i] = static_cast<uint8_t>(i + 1);
+    peer_ = std::make_unique<harness::scripted_peer>(
+        [values](const bytes& req, std::size_t, bool&) { return harness::ok_reply(req, values); });
+    ASSERT_EQ(device_->session.setup_device("127.0.0.1", peer_->port(), 100), 1);
+    device_->session.state = unity_process::state_ready;
+  }
+
+  // One cycle; the allocations it made on this thread.
+  std::size_t cycle(std::vector<_gui_request_>& req, std::vector<_input_data_>& res,
+                    std::vector<_system_info>& inf) {
+    const std::size_t before = allocations;
+    driver_.outputfilter(req.data(), static_cast<int>(req.size()));
+    driver_.inputFilter(res.data(), nullptr, inf.data(), static_cast<int>(res.size()));
+    return allocations - before;
+  }
+
+  std::unique_ptr<harness::scripted_peer> peer_;
+};
+
+TEST_F(ReadCycle, WarmCycleAllocatesNothing) {
+  const cycle_case cases[] = {
+      {"100 INT tags, the benchmark's cycle", 0, ints(100), 200},
+      {"every width, strings and bits",
+       0,
+       {{0, 196, 0, 2}, {1, 10, 0, 1}, {2, 212, 0, 5}, {3, 3, 0, 4, 3}, {4, 2, 0, 3}},
+       8 + 8 + 5 + 8 + 3},
+      {"offline, values from the value map", 1, ints(100), 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < c.wanted.size(); ++i) names.push_back("T" + std::to_string(i));
+    load(names, c.offline);
+    for (uint32_t i = 0; i < names.size(); ++i) resolve(i, 4, 5, 1, 2 * i);
+    if (c.offline == 0) answer_with(c.value_bytes);
+    auto req = requests(c.wanted);
+    auto res = results(c.wanted.size());
+    auto inf = infos(c.wanted.size());
+    cycle(req, res, inf);  // the first cycle sizes what the next ones reuse
+    for (int round = 0; round < 3; ++round) EXPECT_EQ(cycle(req, res, inf), 0u);
+    // The cycles delivered values, not an early return.
+    EXPECT_EQ(res.back().result_status, 0);
+    EXPECT_EQ(res.back().result_code, 5);
+    if (c.offline == 0) {
+      EXPECT_EQ(device_->session.state, unity_process::state_read_ok);
+      EXPECT_EQ(res[0].result_words[0], 0x0201);
+    } else {
+      EXPECT_EQ(res[0].result_words[0], 0);
+      EXPECT_EQ(device_->tag_values.size(), 100u);
+    }
+    peer_.reset();
+  }
+}
+
+}  // namespace
