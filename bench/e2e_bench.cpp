@@ -102,8 +102,8 @@ double median(std::vector<double> samples) {
   return samples[samples.size() / 2];
 }
 
-driver_api::library& driver() {
-  static driver_api::library lib;
+host_records::library& driver() {
+  static host_records::library lib;
   return lib;
 }
 
@@ -113,10 +113,8 @@ class host_device {
   host_device(const plcsim::server& server, const std::vector<std::string>& names)
       : path_("/tmp/e2e_bench_" + std::to_string(getpid()) + "_" + std::to_string(++files_) +
               ".tags") {
-    std::vector<tag_file::record> records;
-    for (const auto& n : names) records.push_back({n});
-    tag_file::write(path_, records, false);
-    const unitydrv_init_params params = driver_api::init_params_of(server.address());
+    tag_file::write_names(path_, names);
+    const unitydrv_init_params params = host_records::init_params_of(server.address());
     driver().InitEx(0, &params);
     if (driver().StartDeviceEx(0, &handle_, path_.c_str(), 0) != 0) handle_ = nullptr;
   }
@@ -148,7 +146,7 @@ class host_device {
 class host_cycle {
  public:
   host_cycle(void* device, std::size_t n)
-      : requests_(driver_api::requests(device, first_tags_as_int(n))), round_(device, n) {}
+      : requests_(host_records::requests(device, first_tags_as_int(n))), round_(device, n) {}
 
   bool run() {
     const int n = static_cast<int>(round_.results.size());
@@ -159,14 +157,14 @@ class host_cycle {
   uint16_t unit(std::size_t i) const { return round_.results[i].result_words[0]; }
 
  private:
-  static std::vector<driver_api::request> first_tags_as_int(std::size_t n) {
-    std::vector<driver_api::request> out(n);
+  static std::vector<host_records::request> first_tags_as_int(std::size_t n) {
+    std::vector<host_records::request> out(n);
     for (std::size_t i = 0; i < n; ++i) out[i] = {static_cast<uint32_t>(i), UNITYDRV_TYPE_INT};
     return out;
   }
 
   std::vector<_gui_request_> requests_;
-  driver_api::input_round round_;
+  host_records::input_round round_;
 };
 
 // A plain TCP client: sends given bytes, receives one whole Modbus TCP reply.
@@ -537,7 +535,7 @@ class mixed_cycle {
  private:
   std::unique_ptr<host_device> device_;
   std::vector<_gui_request_> requests_;
-  std::unique_ptr<driver_api::input_round> round_;
+  std::unique_ptr<host_records::input_round> round_;
   bool ok_ = false;
 };
 
@@ -597,14 +595,14 @@ mixed_cycle::mixed_cycle() {
   if (!s.start()) return;
   device_ = std::make_unique<host_device>(s.server, s.names);
   if (!device_->get_init_cmd() || !device_->ready()) return;
-  std::vector<driver_api::request> wanted;
+  std::vector<host_records::request> wanted;
   for (const auto& m : mixed_requests) {
     const auto at = std::find(s.names.begin(), s.names.end(), m.name);
     if (at == s.names.end()) return;
     wanted.push_back({static_cast<uint32_t>(at - s.names.begin()), m.type, m.array_index, m.count});
   }
-  requests_ = driver_api::requests(device_->handle(), wanted);
-  round_ = std::make_unique<driver_api::input_round>(device_->handle(), mixed_count);
+  requests_ = host_records::requests(device_->handle(), wanted);
+  round_ = std::make_unique<host_records::input_round>(device_->handle(), mixed_count);
   ok_ = run();
 }
 

@@ -32,9 +32,9 @@ class online_device {
   online_device()
       : peer_([reply = int_values_reply()](const auto&, std::size_t, bool&) { return reply; }) {
     const std::string path = "/tmp/micro_host_filters_" + std::to_string(getpid()) + ".tags";
-    std::vector<tag_file::record> records;
-    for (int i = 0; i < kTags; ++i) records.push_back({"Value" + std::to_string(i)});
-    tag_file::write(path, records, false);
+    std::vector<std::string> names;
+    for (int i = 0; i < kTags; ++i) names.push_back("Value" + std::to_string(i));
+    tag_file::write_names(path, names);
     device.tag_table.Read(path.c_str(), 0);
     std::remove(path.c_str());
     for (uint32_t i = 0; i < kTags; ++i) {

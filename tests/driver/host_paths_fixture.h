@@ -17,7 +17,7 @@
 
 namespace host_paths {
 
-using request_desc = driver_api::request;
+using request_desc = host_records::request;
 
 class device_test : public ::testing::Test {
  protected:
@@ -25,9 +25,7 @@ class device_test : public ::testing::Test {
   void load(const std::vector<std::string>& names, uint8_t offline) {
     path_ = ::testing::TempDir() + "host_paths_" +
             ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".bin";
-    std::vector<tag_file::record> records;
-    for (const auto& n : names) records.push_back({n});
-    ASSERT_TRUE(tag_file::write(path_, records, false));
+    ASSERT_TRUE(tag_file::write_names(path_, names));
     device_ = std::make_unique<device_context>();
     device_->tag_table.Read(path_.c_str(), 0);
     ASSERT_EQ(device_->tag_table.tag_count, names.size());
@@ -53,7 +51,7 @@ class device_test : public ::testing::Test {
 
   // As the host fills them, with status bytes 0x5C so that the ones written show.
   std::vector<_gui_request_> requests(const std::vector<request_desc>& wanted, uint8_t kind = 0) {
-    auto out = driver_api::requests(device_.get(), wanted, kind);
+    auto out = host_records::requests(device_.get(), wanted, kind);
     std::memset(out[0].status, 0x5C, sizeof(out[0].status));
     return out;
   }

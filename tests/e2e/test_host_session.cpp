@@ -11,7 +11,7 @@
 
 namespace {
 
-using driver_api::request;
+using host_records::request;
 
 // Tag records start 5 bytes into the file, so the offset reaches StartDeviceEx too.
 class HostSession : public plant::device_test {

@@ -19,7 +19,7 @@
 
 namespace {
 
-using driver_api::request;
+using host_records::request;
 
 constexpr std::size_t warm_up_rounds = 50;
 // Slack for allocator bookkeeping and for the simulator's connection threads that may
@@ -59,11 +59,11 @@ class Soak : public plant::device_test {
     bool ok = code == 0 && lib_->CheckInitCmdResponseEx2(0, 0, &device) == 1;
     if (ok) {
       const request counter{tag("Counter"), UNITYDRV_TYPE_INT};
-      auto write = driver_api::write_request(device, counter, {value});
+      auto write = host_records::write_request(device, counter, {value});
       lib_->OutputFilterEx(write.data(), 1);
-      auto read = driver_api::requests(device, {counter, {tag("Total"), UNITYDRV_TYPE_DINT}});
+      auto read = host_records::requests(device, {counter, {tag("Total"), UNITYDRV_TYPE_DINT}});
       lib_->OutputFilterEx(read.data(), 2);
-      driver_api::input_round round(device, 2);
+      host_records::input_round round(device, 2);
       lib_->InputFilterEx(round.results.data(), nullptr, round.infos.data(), 2);
       ok = round.results[0].result_status == 0 && round.units(0, 1) == std::vector<uint16_t>{value};
     }

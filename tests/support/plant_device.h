@@ -65,13 +65,11 @@ class device_test : public ::testing::Test {
     // presets) from removing each other's file.
     tag_path_ = ::testing::TempDir() + "plant_" + std::to_string(::getpid()) + "_" +
                 ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".tags";
-    std::vector<tag_file::record> records;
-    for (const auto& n : names_) records.push_back({n});
-    ASSERT_TRUE(tag_file::write(tag_path_, records, false, tag_offset_));
+    ASSERT_TRUE(tag_file::write_names(tag_path_, names_, false, tag_offset_));
     server_ = make_server(project_file_);
     ASSERT_TRUE(server_->start_on_free_loopback());
-    lib_ = std::make_unique<driver_api::library>();
-    const unitydrv_init_params params = driver_api::init_params_of(server_->address());
+    lib_ = std::make_unique<host_records::library>();
+    const unitydrv_init_params params = host_records::init_params_of(server_->address());
     lib_->InitEx(0, &params);
   }
 
@@ -119,18 +117,18 @@ class device_test : public ::testing::Test {
   }
 
   // One round of OutputFilterEx and InputFilterEx.
-  driver_api::input_round read(const std::vector<driver_api::request>& wanted) {
-    auto req = driver_api::requests(device_, wanted);
+  host_records::input_round read(const std::vector<host_records::request>& wanted) {
+    auto req = host_records::requests(device_, wanted);
     EXPECT_EQ(lib_->OutputFilterEx(req.data(), static_cast<int>(req.size())).byte_3, 8);
-    driver_api::input_round round(device_, wanted.size());
+    host_records::input_round round(device_, wanted.size());
     lib_->InputFilterEx(round.results.data(), nullptr, round.infos.data(),
                         static_cast<int>(wanted.size()));
     return round;
   }
 
-  void write(const driver_api::request& one, const std::vector<uint16_t>& words,
+  void write(const host_records::request& one, const std::vector<uint16_t>& words,
              uint8_t bit_value = 0) {
-    auto req = driver_api::write_request(device_, one, words, bit_value);
+    auto req = host_records::write_request(device_, one, words, bit_value);
     EXPECT_EQ(lib_->OutputFilterEx(req.data(), 1).byte_3, 8);
   }
 
@@ -160,7 +158,7 @@ class device_test : public ::testing::Test {
   std::vector<std::string> names_;
   std::string tag_path_;
   std::unique_ptr<sim_server> server_;
-  std::unique_ptr<driver_api::library> lib_;
+  std::unique_ptr<host_records::library> lib_;
   void* device_ = nullptr;
 };
 

@@ -9,7 +9,7 @@
 #include "tools/common/driver_api.h"
 #include "unitydrv/unitydrv.h"
 
-namespace driver_api {
+namespace host_records {
 
 // The library the tests or benchmarks were built with (UNITYDRV_LIBRARY_PATH).
 struct library : panelhost::driver_api {
@@ -77,4 +77,4 @@ struct input_round {
   std::vector<_system_info> infos;
 };
 
-}  // namespace driver_api
+}  // namespace host_records

@@ -38,9 +38,9 @@ temp_tag_file::temp_tag_file(const std::vector<tag_choice>& tags) {
   if (fd < 0) throw std::runtime_error("cannot create a temporary tag file");
   close(fd);
   path_ = pattern;
-  std::vector<tag_file::record> records;
-  for (const tag_choice& t : tags) records.push_back({t.name, 0, 0, 0});
-  if (!tag_file::write(path_, records, false)) {
+  std::vector<std::string> names;
+  for (const tag_choice& t : tags) names.push_back(t.name);
+  if (!tag_file::write_names(path_, names)) {
     std::remove(path_.c_str());
     throw std::runtime_error("cannot write tag file " + path_);
   }
