@@ -110,7 +110,7 @@ TEST_F(HostSession, RawHostRecordsAtTheirByteOffsets) {
   req[4175] = UNITYDRV_TYPE_INT;
   std::memcpy(&req[4184], &array_index, 2);
   std::memcpy(&req[4186], &count, 2);
-  std::memcpy(&req[4192], &device_, sizeof(void*));
+  std::memcpy(&req[4192], &host_->handle(), sizeof(void*));
   std::memset(&req[4], 0x33, 5);
   lib_->OutputFilterEx(reinterpret_cast<_gui_request_*>(req.data()), 1);
   EXPECT_EQ(std::vector<uint8_t>(req.begin() + 4, req.begin() + 9), std::vector<uint8_t>(5, 0));
@@ -121,7 +121,7 @@ TEST_F(HostSession, RawHostRecordsAtTheirByteOffsets) {
   const uint32_t request_id = 4242;
   std::memcpy(&info[0], &valid, 4);
   std::memcpy(&info[4], &request_id, 4);
-  std::memcpy(&info[16], &device_, sizeof(void*));
+  std::memcpy(&info[16], &host_->handle(), sizeof(void*));
   lib_->InputFilterEx(reinterpret_cast<_input_data_*>(result.data()), nullptr,
                       reinterpret_cast<_system_info*>(info.data()), 1);
   EXPECT_EQ(result[0], 0);
@@ -135,8 +135,7 @@ TEST_F(HostSession, RawHostRecordsAtTheirByteOffsets) {
 
 TEST_F(HostSession, CloseDeviceDropsTheConnection) {
   start(0);
-  lib_->CloseDevice(0, device_);
-  device_ = nullptr;
+  host_->close();
   lib_->CloseDevice(0, nullptr);
   lib_->Timeout(0, nullptr);
   EXPECT_EQ(server_->connection_count(), 1u);

@@ -30,7 +30,7 @@ class ControllerFaults : public plant::device_test {
 
   // Timeout, faults off, and a new initialisation that must succeed.
   void recover() {
-    lib_->Timeout(0, device_);
+    host_->drop();
     server_->set_faults({});
     initialise();
     expect_counter_reads();
@@ -93,7 +93,7 @@ TEST_F(ControllerFaults, InitialisationFaultsReportNotReadyAndTimeoutRecovers) {
     EXPECT_EQ(check_init(), 0);
     recover();
     // The next case counts requests from a fresh controller.
-    lib_->Timeout(0, device_);
+    host_->drop();
     restart_server();
   }
 }
@@ -105,7 +105,7 @@ TEST_F(ControllerFaults, NoControllerReportsCodeTenUntilOneListens) {
   EXPECT_EQ(check_init(), 0);
   server_ = plant::make_server();
   ASSERT_TRUE(server_->start(address, 502));
-  lib_->Timeout(0, device_);
+  host_->drop();
   initialise();
   expect_counter_reads();
 }
@@ -121,9 +121,9 @@ TEST_F(ControllerFaults, ShortIdentificationReplyRaisesOutOfRangeAndTimeoutRecov
   for (const plcsim::faults& f : {cut, split}) {
     server_->set_faults(f);
     uint32_t code = 99;
-    EXPECT_THROW(lib_->GetInitCmdEx2(&code, 0, 0, 0, &device_), std::out_of_range);
+    EXPECT_THROW(lib_->GetInitCmdEx2(&code, 0, 0, 0, &host_->handle()), std::out_of_range);
     recover();
-    lib_->Timeout(0, device_);
+    host_->drop();
     restart_server();
   }
 }
@@ -136,7 +136,7 @@ TEST_F(ControllerFaults, SilentControllerDuringDictionaryDownloadIsEndedByTimeou
   server_->set_faults(f);
   auto init = std::async(std::launch::async, [this] { return get_init(); });
   EXPECT_EQ(init.wait_for(std::chrono::milliseconds(2500)), std::future_status::timeout);
-  lib_->Timeout(0, device_);
+  host_->drop();
   const bool ended = init.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
   if (!ended) server_->stop();  // unblock the session so that the test can fail cleanly
   ASSERT_TRUE(ended);

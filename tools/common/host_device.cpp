@@ -7,9 +7,10 @@ int device::start(const std::string& tag_path, uint8_t offline, uint32_t offset)
   return api_.StartDeviceEx(offline, &handle_, tag_path.c_str(), offset);
 }
 
-uint32_t device::get_init() {
+uint32_t device::get_init(unitydrv_result* result) {
   uint32_t code = 99;
-  api_.GetInitCmdEx2(&code, 0, 0, 0, &handle_);
+  const unitydrv_result r = api_.GetInitCmdEx2(&code, 0, 0, 0, &handle_);
+  if (result != nullptr) *result = r;
   return code;
 }
 
@@ -21,7 +22,9 @@ input_round device::read(const std::vector<request>& wanted, unitydrv_result* ou
                          uint8_t fill) {
   auto requests = host_records::requests(handle_, wanted);
   const int n = static_cast<int>(wanted.size());
-  const unitydrv_result out = api_.OutputFilterEx(requests.data(), n);
+  // No request at all still hands the driver one zeroed record.
+  const unitydrv_result out =
+      api_.OutputFilterEx(requests.data(), static_cast<int>(requests.size()));
   if (output != nullptr) *output = out;
   input_round round(handle_, wanted.size(), 1, fill);
   api_.InputFilterEx(round.results.data(), nullptr, round.infos.data(), n);

@@ -19,8 +19,9 @@ class device {
 
   // StartDeviceEx: its result.
   int start(const std::string& tag_path, uint8_t offline, uint32_t offset = 0);
-  // GetInitCmdEx2: the code it reports (0 ready to check, 10 unreachable).
-  uint32_t get_init();
+  // GetInitCmdEx2: the code it reports (0 ready to check, 10 unreachable); result, when
+  // given, receives the call's own result.
+  uint32_t get_init(unitydrv_result* result = nullptr);
   // CheckInitCmdResponseEx2: 1 when the device is ready.
   int check_init();
   // One OutputFilterEx / InputFilterEx round; output, when given, receives OutputFilterEx's
