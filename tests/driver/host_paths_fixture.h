@@ -56,27 +56,10 @@ class device_test : public ::testing::Test {
     return out;
   }
 
-  // Host results pre-filled with a pattern, so that untouched bytes show.
-  static std::vector<_input_data_> results(std::size_t n) {
-    std::vector<_input_data_> out(n);
-    std::memset(static_cast<void*>(out.data()), 0xAA, n * sizeof(_input_data_));
-    return out;
-  }
-
-  std::vector<_system_info> infos(std::size_t n, uint32_t valid = 1) {
-    std::vector<_system_info> out(n);
-    std::memset(static_cast<void*>(out.data()), 0, n * sizeof(_system_info));
-    for (std::size_t i = 0; i < n; ++i) out[i].request_id = static_cast<uint32_t>(100 + i);
-    out[0].info_valid = valid;
-    out[0].device_handle = device_.get();
-    return out;
-  }
-
-  // The first units of a host result.
-  static std::vector<uint16_t> units(const _input_data_& r, std::size_t n) {
-    std::vector<uint16_t> out(n);
-    for (std::size_t i = 0; i < n; ++i) out[i] = r.result_words[i];
-    return out;
+  // Host results pre-filled with a pattern, so that untouched bytes show, and their
+  // bookkeeping (request ids 1000 + i).
+  host_records::input_round round(std::size_t n, uint32_t valid = 1) {
+    return host_records::input_round(device_.get(), n, valid);
   }
 
   static std::vector<uint16_t> slot_units(const result_slot& s, std::size_t n) {
