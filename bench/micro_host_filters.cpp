@@ -21,9 +21,9 @@ constexpr int kTags = 100;
 
 // Read reply for kTags INT values: value i is 1000 + i.
 std::vector<unsigned char> int_values_reply() {
-  harness::unity_message message;
-  for (int i = 0; i < kTags; ++i) message.u16(static_cast<uint16_t>(1000 + i));
-  return harness::modbus_reply(message.get());
+  plcsim::msg_writer message = harness::unity_message();
+  for (int i = 0; i < kTags; ++i) message.le16(static_cast<uint16_t>(1000 + i));
+  return harness::modbus_reply(message.bytes());
 }
 
 // A device of kTags INT tags, resolved by hand, its session connected to the peer.

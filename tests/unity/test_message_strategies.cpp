@@ -8,6 +8,7 @@
 namespace {
 
 using harness::bytes;
+using harness::dictionary_reply;
 using harness::unity_message;
 
 std::vector<unity_frame> commands_of(unity_process::PRIVATE& p, const bytes& raw) {
@@ -114,21 +115,20 @@ TEST(ResponseStrategy, RawMessageNodeFollowsMbapLengthNotBufferSize) {
 // Regression guard: the dictionary download's record-less split must keep every frame's
 // header and raw-message node where get_commands puts them, and raise where it raises.
 TEST(ResponseStrategy, WithoutRecordsKeepsHeadersAndRawMessage) {
-  const bytes page = unity_message()
-                         .dictionary_header(9, 0x0600, 2)
-                         .u16(0x0102)
-                         .u16(0x0304)
-                         .u32(0x05060708)
-                         .u16(0)
-                         .name("A")
-                         .u16(0x0102)
-                         .u16(0x0304)
-                         .u32(0x05060708)
-                         .u16(0)
-                         .name("BC")
-                         .get();
+  const bytes page = dictionary_reply(9, 0x0600, 2)
+                         .le16(0x0102)
+                         .le16(0x0304)
+                         .le32(0x05060708)
+                         .le16(0)
+                         .cstr("A")
+                         .le16(0x0102)
+                         .le16(0x0304)
+                         .le32(0x05060708)
+                         .le16(0)
+                         .cstr("BC")
+                         .bytes();
   for (const bytes& raw :
-       {harness::modbus_reply(page), harness::modbus_reply(unity_message(0xFD).get())}) {
+       {harness::modbus_reply(page), harness::modbus_reply(unity_message(0xFD).bytes())}) {
     unity_process::PRIVATE p;
     const auto full = commands_of(p, raw);
     std::vector<unity_frame> bare;
@@ -152,7 +152,7 @@ TEST(ResponseStrategy, WithoutRecordsKeepsHeadersAndRawMessage) {
 }
 
 TEST(OnSetCommSuccessed, ResponseStrategyBuildsContinuation) {
-  const bytes message = unity_message().dictionary_header(9, 0x000012AB, 0).get();
+  const bytes message = dictionary_reply(9, 0x000012AB, 0).bytes();
   unity_process::PRIVATE p;
   auto strategy = p.get_strategy(harness::modbus_reply(message));
   std::vector<unity_frame> out;
