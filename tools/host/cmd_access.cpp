@@ -89,7 +89,7 @@ std::string value_text(const host_request& r, const host_result& result) {
 }
 
 std::size_t wire_bytes(const host_request& r) {
-  const plc_type* t = find_plc_type(r.code);
+  const plc_type* t = wire::find_plc_type(r.code);
   return static_cast<std::size_t>(r.count) * (t ? t->size : 0);
 }
 

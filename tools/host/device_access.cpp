@@ -28,7 +28,7 @@ host_records::request record_of(const host_request& request) {
 
 std::size_t result_units(const host_request& request) {
   if (request.bit >= 0) return request.count;
-  const plc_type* type = find_plc_type(request.code);
+  const plc_type* type = wire::find_plc_type(request.code);
   return static_cast<std::size_t>(request.count) * (type ? type->units : 0);
 }
 

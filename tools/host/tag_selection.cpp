@@ -205,7 +205,7 @@ std::string tag_selection::apply_range(const tag_shape& shape, uint32_t elements
 // --bit picks a bit of a value that has bits to pick: not past the width of its type.
 std::string tag_selection::apply_bit(host_request& request) const {
   if (!options_.bit) return "";
-  const plc_type* type = find_plc_type(request.code);
+  const plc_type* type = wire::find_plc_type(request.code);
   const unsigned width = type == nullptr ? 0 : type->bit_source_width * 8u;
   if (width == 0) {
     return "--bit needs a value with bits (INT, WORD, DINT ...): " + plc_type_name(request.code) +
