@@ -29,10 +29,17 @@ constexpr value_form k_forms[] = {
     {UNITYDRV_TYPE_LREAL, true, true, display::decimal},
 };
 
+constexpr bool is_a_row(uint8_t code) {
+  for (const plc_type& t : wire::plc_types) {
+    if (t.code == code) return true;
+  }
+  return false;
+}
+
 constexpr bool every_row_has_a_form() {
   if (sizeof(k_forms) / sizeof(k_forms[0]) != wire::plc_type_count) return false;
   for (const value_form& f : k_forms) {
-    if (wire::find_plc_type(f.code) == nullptr) return false;
+    if (!is_a_row(f.code)) return false;
   }
   return true;
 }
