@@ -1,5 +1,5 @@
-// Host records as the host fills them, for the tests and the benchmarks that drive the
-// loaded library: requests, write requests and the results of one input round.
+// Host records as the host fills them, for the host tool, the tests and the benchmarks that
+// drive the loaded library: requests, write requests and the results of one input round.
 #pragma once
 
 #include <cstring>
