@@ -3,17 +3,9 @@
 // a bare socket client sending the driver's own request bytes (the floor of this machine)
 // and libmodbus reading as many 16-bit registers from its own server. Also the dictionary
 // download, the memory a device keeps, and, with --callgrind, one instrumented read cycle.
-#include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <malloc.h>
-#include <modbus.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <pthread.h>
-#include <sched.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <unistd.h>
 #include <valgrind/callgrind.h>
 
 #include <algorithm>
@@ -26,11 +18,10 @@
 #include <memory>
 #include <new>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "bench/e2e_rig.h"
 #include "tools/common/host_records.h"
-#include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/plcsim.h"
 #include "unity/unity_process.h"
 
@@ -58,11 +49,15 @@ void operator delete(void* p, std::size_t) noexcept {
 
 namespace {
 
+using e2e::bare_client;
+using e2e::bench_device;
+using e2e::cores;
+using e2e::driver;
+using e2e::modbus_pair;
 using clock_type = std::chrono::steady_clock;
 
 const std::string source_dir = UNITYDRV_SOURCE_DIR;
 constexpr uint16_t int_type = 4;  // the controller's INT: one 16-bit register per tag
-constexpr int io_timeout_ms = 1000;
 
 double seconds_since(clock_type::time_point start) {
   return std::chrono::duration<double>(clock_type::now() - start).count();
@@ -102,53 +97,11 @@ double median(std::vector<double> samples) {
   return samples[samples.size() / 2];
 }
 
-driver_api::library& driver() {
-  static driver_api::library lib;
-  return lib;
-}
-
-// One device of the dlopen'ed driver with its own tag file, initialised against server.
-class host_device {
- public:
-  host_device(const plcsim::server& server, const std::vector<std::string>& names)
-      : path_("/tmp/e2e_bench_" + std::to_string(getpid()) + "_" + std::to_string(++files_) +
-              ".tags") {
-    std::vector<tag_file::record> records;
-    for (const auto& n : names) records.push_back({n});
-    tag_file::write(path_, records, false);
-    const unitydrv_init_params params = driver_api::init_params_of(server.address());
-    driver().InitEx(0, &params);
-    if (driver().StartDeviceEx(0, &handle_, path_.c_str(), 0) != 0) handle_ = nullptr;
-  }
-  ~host_device() {
-    if (handle_ != nullptr) driver().CloseDevice(0, handle_);
-    std::remove(path_.c_str());
-  }
-  host_device(const host_device&) = delete;
-  host_device& operator=(const host_device&) = delete;
-
-  bool get_init_cmd() {
-    if (handle_ == nullptr) return false;
-    uint32_t code = 99;
-    driver().GetInitCmdEx2(&code, 0, 0, 0, &handle_);
-    return code == 0;
-  }
-  bool ready() {
-    return handle_ != nullptr && driver().CheckInitCmdResponseEx2(0, 0, &handle_) == 1;
-  }
-  void* handle() const { return handle_; }
-
- private:
-  static inline int files_ = 0;
-  std::string path_;
-  void* handle_ = nullptr;
-};
-
 // One host read cycle of the first n tags, as INT: OutputFilterEx then InputFilterEx.
 class host_cycle {
  public:
   host_cycle(void* device, std::size_t n)
-      : requests_(driver_api::requests(device, first_tags_as_int(n))), round_(device, n) {}
+      : requests_(host_records::requests(device, first_tags_as_int(n))), round_(device, n) {}
 
   bool run() {
     const int n = static_cast<int>(round_.results.size());
@@ -159,143 +112,14 @@ class host_cycle {
   uint16_t unit(std::size_t i) const { return round_.results[i].result_words[0]; }
 
  private:
-  static std::vector<driver_api::request> first_tags_as_int(std::size_t n) {
-    std::vector<driver_api::request> out(n);
+  static std::vector<host_records::request> first_tags_as_int(std::size_t n) {
+    std::vector<host_records::request> out(n);
     for (std::size_t i = 0; i < n; ++i) out[i] = {static_cast<uint32_t>(i), UNITYDRV_TYPE_INT};
     return out;
   }
 
   std::vector<_gui_request_> requests_;
-  driver_api::input_round round_;
-};
-
-// A plain TCP client: sends given bytes, receives one whole Modbus TCP reply.
-class bare_client {
- public:
-  bool connect_to(const std::string& address, uint16_t port) {
-    fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in peer{};
-    peer.sin_family = AF_INET;
-    peer.sin_port = htons(port);
-    peer.sin_addr.s_addr = inet_addr(address.c_str());
-    return fd_ >= 0 && ::connect(fd_, reinterpret_cast<sockaddr*>(&peer), sizeof peer) == 0;
-  }
-  ~bare_client() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-
-  // The reply's length comes from its MBAP header; every wait is bounded.
-  bool exchange(const std::vector<unsigned char>& request, std::vector<unsigned char>& reply) {
-    if (::send(fd_, request.data(), request.size(), MSG_NOSIGNAL) !=
-        static_cast<ssize_t>(request.size()))
-      return false;
-    reply.resize(2048);
-    std::size_t have = 0;
-    std::size_t want = 6;
-    while (have < want) {
-      pollfd p{fd_, POLLIN, 0};
-      if (::poll(&p, 1, io_timeout_ms) != 1) return false;
-      const ssize_t n = ::recv(fd_, reply.data() + have, reply.size() - have, 0);
-      if (n <= 0) return false;
-      have += static_cast<std::size_t>(n);
-      if (have >= 6) want = std::min<std::size_t>(6u + (reply[4] << 8 | reply[5]), reply.size());
-    }
-    reply.resize(have);
-    return true;
-  }
-
- private:
-  int fd_ = -1;
-};
-
-// The client on one core, every simulator thread on another, as a controller works beside
-// the panel. Left to the scheduler, each simulator connection's thread lands on the
-// client's core or the other one and stays there for a whole run, so one of the driver and
-// the floor would get the fast same-core wake-ups and the other not. A thread starts on the
-// cores of the thread that makes it: simulators are started while the calling thread
-// stands on the server core, and their connection threads inherit it.
-class cores {
- public:
-  static void client() { pin(0); }
-  template <typename F>
-  static auto as_server(F&& start) {
-    pin(1);
-    auto result = start();
-    pin(0);
-    return result;
-  }
-
- private:
-  // The k-th core this process may use; nothing is pinned on a one-core machine.
-  static void pin(int k) {
-    cpu_set_t allowed;
-    if (sched_getaffinity(0, sizeof allowed, &allowed) != 0 || CPU_COUNT(&allowed) < 2) return;
-    static const cpu_set_t process = allowed;
-    int seen = 0;
-    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
-      if (!CPU_ISSET(cpu, &process) || seen++ != k) continue;
-      cpu_set_t one;
-      CPU_ZERO(&one);
-      CPU_SET(cpu, &one);
-      pthread_setaffinity_np(pthread_self(), sizeof one, &one);
-      return;
-    }
-  }
-};
-
-// A libmodbus server on an ephemeral loopback port answering one client on its own thread.
-class modbus_pair {
- public:
-  explicit modbus_pair(int registers) {
-    map_ = modbus_mapping_new(0, 0, registers, 0);
-    for (int i = 0; i < registers; ++i) map_->tab_registers[i] = static_cast<uint16_t>(i * 7);
-    server_ = modbus_new_tcp("127.0.0.1", 0);
-    listen_fd_ = modbus_tcp_listen(server_, 1);
-    modbus_set_indication_timeout(server_, 10, 0);
-    thread_ = cores::as_server([this] { return std::thread([this] { serve(); }); });
-    client_ = modbus_new_tcp("127.0.0.1", bound_port());
-    modbus_set_response_timeout(client_, 1, 0);
-    connected_ = modbus_connect(client_) == 0;
-  }
-  ~modbus_pair() {
-    modbus_close(client_);
-    modbus_free(client_);
-    ::shutdown(listen_fd_, SHUT_RDWR);  // ends an accept that never got its client
-    thread_.join();
-    ::close(listen_fd_);
-    modbus_free(server_);
-    modbus_mapping_free(map_);
-  }
-  modbus_pair(const modbus_pair&) = delete;
-  modbus_pair& operator=(const modbus_pair&) = delete;
-
-  bool read(int n) { return connected_ && modbus_read_registers(client_, 0, n, regs_) == n; }
-
- private:
-  int bound_port() const {
-    sockaddr_in local{};
-    socklen_t size = sizeof local;
-    getsockname(listen_fd_, reinterpret_cast<sockaddr*>(&local), &size);
-    return ntohs(local.sin_port);
-  }
-  void serve() {
-    if (modbus_tcp_accept(server_, &listen_fd_) < 0) return;
-    uint8_t query[MODBUS_TCP_MAX_ADU_LENGTH];
-    for (;;) {
-      const int rc = modbus_receive(server_, query);
-      if (rc < 0) break;
-      if (rc > 0) modbus_reply(server_, query, rc, map_);
-    }
-    modbus_close(server_);
-  }
-
-  modbus_mapping_t* map_ = nullptr;
-  modbus_t* server_ = nullptr;
-  modbus_t* client_ = nullptr;
-  int listen_fd_ = -1;
-  bool connected_ = false;
-  std::thread thread_;
-  uint16_t regs_[MODBUS_MAX_READ_REGISTERS];
+  host_records::input_round round_;
 };
 
 // The read-cycle setting: a controller whose first 255 INT variables are the device's tags.
@@ -309,7 +133,7 @@ struct cycle_rig {
     }
     if (names.size() < max_tags) return;
     cores::as_server([this] { return server.start_on_free_loopback(); });
-    device = std::make_unique<host_device>(server, names);
+    device = std::make_unique<bench_device>(server, names);
     ok = device->get_init_cmd() && device->ready() && capture_requests();
   }
 
@@ -348,7 +172,7 @@ struct cycle_rig {
 
   plcsim::server server;
   std::vector<std::string> names;
-  std::unique_ptr<host_device> device;
+  std::unique_ptr<bench_device> device;
   std::vector<std::vector<unsigned char>> requests;  // [n - 1]: request for n tags
   bool ok = false;
 };
@@ -535,9 +359,9 @@ class mixed_cycle {
   }
 
  private:
-  std::unique_ptr<host_device> device_;
+  std::unique_ptr<bench_device> device_;
   std::vector<_gui_request_> requests_;
-  std::unique_ptr<driver_api::input_round> round_;
+  std::unique_ptr<host_records::input_round> round_;
   bool ok_ = false;
 };
 
@@ -548,7 +372,7 @@ void BM_memory_per_device(benchmark::State& state) {
   for (auto _ : state) {
     const long rss0 = vm_rss_kb();
     const long heap0 = heap_in_use_bytes();
-    host_device device(s.server, s.names);
+    bench_device device(s.server, s.names);
     if (!device.get_init_cmd() || !device.ready()) return state.SkipWithError("init failed");
     state.counters["rss_kb"] = static_cast<double>(vm_rss_kb() - rss0);
     state.counters["heap_kb"] = static_cast<double>(heap_in_use_bytes() - heap0) / 1024;
@@ -567,7 +391,7 @@ void BM_GetInitCmdEx2(benchmark::State& state) {
   double wall = 0, user = 0, system = 0;
   uint64_t exchanges = 0;
   for (auto _ : state) {
-    host_device device(s.server, s.names);
+    bench_device device(s.server, s.names);
     const uint64_t before = s.server.request_count();
     const cpu_times cpu0 = thread_cpu();
     const auto t0 = clock_type::now();
@@ -595,16 +419,16 @@ BENCHMARK(BM_GetInitCmdEx2)->Arg(1)->Iterations(3)->UseManualTime()->Unit(benchm
 mixed_cycle::mixed_cycle() {
   init_setting& s = plant_setting();
   if (!s.start()) return;
-  device_ = std::make_unique<host_device>(s.server, s.names);
+  device_ = std::make_unique<bench_device>(s.server, s.names);
   if (!device_->get_init_cmd() || !device_->ready()) return;
-  std::vector<driver_api::request> wanted;
+  std::vector<host_records::request> wanted;
   for (const auto& m : mixed_requests) {
     const auto at = std::find(s.names.begin(), s.names.end(), m.name);
     if (at == s.names.end()) return;
     wanted.push_back({static_cast<uint32_t>(at - s.names.begin()), m.type, m.array_index, m.count});
   }
-  requests_ = driver_api::requests(device_->handle(), wanted);
-  round_ = std::make_unique<driver_api::input_round>(device_->handle(), mixed_count);
+  requests_ = host_records::requests(device_->handle(), wanted);
+  round_ = std::make_unique<host_records::input_round>(device_->handle(), mixed_count);
   ok_ = run();
 }
 
@@ -678,7 +502,7 @@ int callgrind_runs(bool cycle_only) {
   if (!mixed.ok() || !mixed.run()) return 1;
   init_setting& large = large_setting();
   if (!large.start()) return 1;
-  host_device device(large.server, large.names);
+  bench_device device(large.server, large.names);
 
   CALLGRIND_START_INSTRUMENTATION;
   CALLGRIND_ZERO_STATS;

@@ -21,9 +21,9 @@ constexpr int kTags = 100;
 
 // Read reply for kTags INT values: value i is 1000 + i.
 std::vector<unsigned char> int_values_reply() {
-  harness::unity_message message;
-  for (int i = 0; i < kTags; ++i) message.u16(static_cast<uint16_t>(1000 + i));
-  return harness::modbus_reply(message.get());
+  plcsim::msg_writer message = harness::unity_message();
+  for (int i = 0; i < kTags; ++i) message.le16(static_cast<uint16_t>(1000 + i));
+  return harness::modbus_reply(message.bytes());
 }
 
 // A device of kTags INT tags, resolved by hand, its session connected to the peer.
@@ -32,9 +32,9 @@ class online_device {
   online_device()
       : peer_([reply = int_values_reply()](const auto&, std::size_t, bool&) { return reply; }) {
     const std::string path = "/tmp/micro_host_filters_" + std::to_string(getpid()) + ".tags";
-    std::vector<tag_file::record> records;
-    for (int i = 0; i < kTags; ++i) records.push_back({"Value" + std::to_string(i)});
-    tag_file::write(path, records, false);
+    std::vector<std::string> names;
+    for (int i = 0; i < kTags; ++i) names.push_back("Value" + std::to_string(i));
+    tag_file::write_names(path, names);
     device.tag_table.Read(path.c_str(), 0);
     std::remove(path.c_str());
     for (uint32_t i = 0; i < kTags; ++i) {

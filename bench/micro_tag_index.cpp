@@ -67,12 +67,12 @@ std::string tag_name(int i) {
 class loaded_table {
  public:
   loaded_table() {
-    std::vector<tag_file::record> records;
+    std::vector<std::string> names;
     for (int i = 0; i < kCount; ++i) {
-      records.push_back({tag_name(i)});
+      names.push_back(tag_name(i));
     }
     const std::string path = "/tmp/micro_tag_index_" + std::to_string(getpid()) + ".tags";
-    tag_file::write(path, records, false);
+    tag_file::write_names(path, names);
     tags.Read(path.c_str(), 0);
     std::remove(path.c_str());
   }

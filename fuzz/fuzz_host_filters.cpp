@@ -47,15 +47,8 @@ class fuzz_input {
 device_context& the_device() {
   static device_context* device = [] {
     const std::string path = "/tmp/unitydrv_fuzz_host_filters.tags";
-    tag_file::write(path,
-                    {{"Counter"},
-                     {"Motor.Speed"},
-                     {"Levels[2]"},
-                     {"Alarms"},
-                     {"Alarms[1]"},
-                     {"Name"},
-                     {"Line[3].Mode"}},
-                    false);
+    tag_file::write_names(path, {"Counter", "Motor.Speed", "Levels[2]", "Alarms", "Alarms[1]",
+                                 "Name", "Line[3].Mode"});
     void* handle = nullptr;
     driver_object.start_device(0, &handle, path.c_str(), 0);
     std::remove(path.c_str());

@@ -17,7 +17,7 @@
 
 namespace host_paths {
 
-using request_desc = driver_api::request;
+using request_desc = host_records::request;
 
 class device_test : public ::testing::Test {
  protected:
@@ -25,9 +25,7 @@ class device_test : public ::testing::Test {
   void load(const std::vector<std::string>& names, uint8_t offline) {
     path_ = ::testing::TempDir() + "host_paths_" +
             ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".bin";
-    std::vector<tag_file::record> records;
-    for (const auto& n : names) records.push_back({n});
-    ASSERT_TRUE(tag_file::write(path_, records, false));
+    ASSERT_TRUE(tag_file::write_names(path_, names));
     device_ = std::make_unique<device_context>();
     device_->tag_table.Read(path_.c_str(), 0);
     ASSERT_EQ(device_->tag_table.tag_count, names.size());
@@ -53,32 +51,15 @@ class device_test : public ::testing::Test {
 
   // As the host fills them, with status bytes 0x5C so that the ones written show.
   std::vector<_gui_request_> requests(const std::vector<request_desc>& wanted, uint8_t kind = 0) {
-    auto out = driver_api::requests(device_.get(), wanted, kind);
+    auto out = host_records::requests(device_.get(), wanted, kind);
     std::memset(out[0].status, 0x5C, sizeof(out[0].status));
     return out;
   }
 
-  // Host results pre-filled with a pattern, so that untouched bytes show.
-  static std::vector<_input_data_> results(std::size_t n) {
-    std::vector<_input_data_> out(n);
-    std::memset(static_cast<void*>(out.data()), 0xAA, n * sizeof(_input_data_));
-    return out;
-  }
-
-  std::vector<_system_info> infos(std::size_t n, uint32_t valid = 1) {
-    std::vector<_system_info> out(n);
-    std::memset(static_cast<void*>(out.data()), 0, n * sizeof(_system_info));
-    for (std::size_t i = 0; i < n; ++i) out[i].request_id = static_cast<uint32_t>(100 + i);
-    out[0].info_valid = valid;
-    out[0].device_handle = device_.get();
-    return out;
-  }
-
-  // The first units of a host result.
-  static std::vector<uint16_t> units(const _input_data_& r, std::size_t n) {
-    std::vector<uint16_t> out(n);
-    for (std::size_t i = 0; i < n; ++i) out[i] = r.result_words[i];
-    return out;
+  // Host results pre-filled with a pattern, so that untouched bytes show, and their
+  // bookkeeping (request ids 1000 + i).
+  host_records::input_round round(std::size_t n, uint32_t valid = 1) {
+    return host_records::input_round(device_.get(), n, valid);
   }
 
   static std::vector<uint16_t> slot_units(const result_slot& s, std::size_t n) {

@@ -24,25 +24,25 @@ class OfflineMode : public host_paths::device_test {
   }
 
   // Reads through both filters, as the host does; returns the results.
-  std::vector<_input_data_> read(const std::vector<request_desc>& wanted) {
+  host_records::input_round read(const std::vector<request_desc>& wanted) {
     auto req = requests(wanted, 0);
     const unitydrv_result r = driver_.outputfilter(req.data(), static_cast<int>(wanted.size()));
     EXPECT_EQ(r.byte_3, 8);
     const uint8_t done[] = {0, 0, 0, 0, 1};
     EXPECT_EQ(std::memcmp(req[0].status, done, sizeof(done)), 0);
-    auto res = results(wanted.size());
-    auto inf = infos(wanted.size());
-    driver_.inputFilter(res.data(), nullptr, inf.data(), static_cast<int>(wanted.size()));
-    return res;
+    auto round = this->round(wanted.size());
+    driver_.inputFilter(round.results.data(), nullptr, round.infos.data(),
+                        static_cast<int>(wanted.size()));
+    return round;
   }
 };
 
 TEST_F(OfflineMode, UnwrittenElementsReadAsZeroAndLeaveZeroEntries) {
-  const auto res = read({{1, 196, 4, 3}});
-  EXPECT_EQ(res[0].result_status, 0);
-  EXPECT_EQ(res[0].result_code, 5);
-  EXPECT_EQ(res[0].request_id, 100u);
-  EXPECT_EQ(units(res[0], 6), std::vector<uint16_t>(6, 0));
+  const auto round = read({{1, 196, 4, 3}});
+  EXPECT_EQ(round.results[0].result_status, 0);
+  EXPECT_EQ(round.results[0].result_code, 5);
+  EXPECT_EQ(round.results[0].request_id, 1000u);
+  EXPECT_EQ(round.units(0, 6), std::vector<uint16_t>(6, 0));
   ASSERT_EQ(device_->tag_values.size(), 3u);
   uint16_t index = 4;
   for (const auto& entry : device_->tag_values) {
@@ -54,11 +54,11 @@ TEST_F(OfflineMode, UnwrittenElementsReadAsZeroAndLeaveZeroEntries) {
 
 TEST_F(OfflineMode, EachElementHasItsOwnKey) {
   write({1, 195, 10, 3}, {7, 8, 9});
-  const auto res = read({{1, 195, 11, 1}, {1, 195, 12, 2}, {0, 195, 11, 1}});
-  EXPECT_EQ(units(res[0], 1), (std::vector<uint16_t>{8}));
-  EXPECT_EQ(units(res[1], 2), (std::vector<uint16_t>{9, 0}));
-  EXPECT_EQ(units(res[2], 1), (std::vector<uint16_t>{0}));
-  EXPECT_EQ(res[2].request_id, 102u);
+  const auto round = read({{1, 195, 11, 1}, {1, 195, 12, 2}, {0, 195, 11, 1}});
+  EXPECT_EQ(round.units(0, 1), (std::vector<uint16_t>{8}));
+  EXPECT_EQ(round.units(1, 2), (std::vector<uint16_t>{9, 0}));
+  EXPECT_EQ(round.units(2, 1), (std::vector<uint16_t>{0}));
+  EXPECT_EQ(round.results[2].request_id, 1002u);
 }
 
 TEST_F(OfflineMode, BitWriteUpdatesTheShadowValueOnly) {
@@ -86,8 +86,8 @@ TEST_F(OfflineMode, BitArrayElementsAreKeyedByTheRenamedElement) {
     }
   }
   EXPECT_TRUE(found);
-  const auto res = read({{2, 211, 96, 2}});
-  EXPECT_EQ(units(res[0], 2), (std::vector<uint16_t>{1, 0}));
+  const auto round = read({{2, 211, 96, 2}});
+  EXPECT_EQ(round.units(0, 2), (std::vector<uint16_t>{1, 0}));
 }
 
 }  // namespace

@@ -30,8 +30,9 @@ TEST_F(InputFilter, SessionFailureIsReportedOnceForEveryResult) {
   set_slot(1, 3, 255, 1, {0x78, 0x56});
   set_slot(2, 3, 255, 1, {0x01, 0x00});
   device_->session.state = unity_process::state_failed;
-  auto res = results(3);
-  auto inf = infos(3);
+  auto round = this->round(3);
+  auto& res = round.results;
+  auto& inf = round.infos;
   driver_.inputFilter(res.data(), nullptr, inf.data(), 3);
   for (const auto& r : res) {
     EXPECT_EQ(r.result_status, 2);
@@ -46,7 +47,7 @@ TEST_F(InputFilter, SessionFailureIsReportedOnceForEveryResult) {
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(res[i].result_status, 0);
     EXPECT_EQ(res[i].result_code, 5);
-    EXPECT_EQ(res[i].request_id, 100u + i);
+    EXPECT_EQ(res[i].request_id, 1000u + i);
     EXPECT_EQ(res[i].result_words[0], want[i]);
   }
 }
@@ -56,8 +57,9 @@ TEST_F(InputFilter, NothingValidLeavesAllButThePresetAlone) {
   set_slot(0, 3, 255, 1, {0x34, 0x12});
   for (uint8_t offline : {0, 1}) {
     device_->offline_mode = offline;
-    auto res = results(2);
-    auto inf = infos(2, 0);
+    auto round = this->round(2, 0);
+    auto& res = round.results;
+    auto& inf = round.infos;
     driver_.inputFilter(res.data(), nullptr, inf.data(), 2);
     EXPECT_EQ(res[0].result_status, 0);
     EXPECT_EQ(res[0].result_code, 5);
@@ -90,8 +92,9 @@ TEST_F(InputFilter, WholeValuesCopyTheirSizeAndNoMore) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     set_slot(0, c.type, 255, c.n, pattern);
-    auto res = results(1);
-    auto inf = infos(1);
+    auto round = this->round(1);
+    auto& res = round.results;
+    auto& inf = round.infos;
     driver_.inputFilter(res.data(), nullptr, inf.data(), 1);
     const uint8_t* words = reinterpret_cast<const uint8_t*>(&res[0]) + 8;
     for (std::size_t b = 0; b < 32; ++b) {
@@ -105,8 +108,9 @@ TEST_F(InputFilter, WholeValuesCopyTheirSizeAndNoMore) {
 TEST_F(InputFilter, HugeElementCountsStayInsideSlotAndResult) {
   set_slot(0, 10, 255, 65535, {1});
   set_slot(1, 3, 0, 65535, {0xFF, 0xFF});
-  auto res = results(2);
-  auto inf = infos(2);
+  auto round = this->round(2);
+  auto& res = round.results;
+  auto& inf = round.infos;
   driver_.inputFilter(res.data(), nullptr, inf.data(), 2);
   EXPECT_EQ(res[0].result_words[0], 1);
   EXPECT_EQ(res[0].result_words[396], 0x0003);  // past the slot's 792 bytes
@@ -137,19 +141,20 @@ TEST_F(InputFilter, BitAddressingPicksBitsOfOneSourceValue) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     set_slot(0, c.type, c.bit, c.n, c.data);
-    auto res = results(1);
-    auto inf = infos(1);
+    auto round = this->round(1);
+    auto& res = round.results;
+    auto& inf = round.infos;
     driver_.inputFilter(res.data(), nullptr, inf.data(), 1);
-    EXPECT_EQ(units(res[0], c.want.size()), c.want);
+    EXPECT_EQ(round.units(0, c.want.size()), c.want);
     EXPECT_EQ(res[0].result_words[c.n], 0xAAAA);
   }
 }
 
 TEST(HostFilters, NullDeviceHandleTouchesNothing) {
   tag_driver_offline_578 driver;
-  auto req = driver_api::requests(nullptr, {});
+  auto req = host_records::requests(nullptr, {});
   EXPECT_EQ(driver.outputfilter(req.data(), 1).byte_3, 8);
-  driver_api::input_round round(nullptr, 1);
+  host_records::input_round round(nullptr, 1);
   driver.inputFilter(round.results.data(), nullptr, round.infos.data(), 1);
   EXPECT_EQ(round.results[0].result_status, 0xAA);
   EXPECT_EQ(round.results[0].result_code, 0xAA);

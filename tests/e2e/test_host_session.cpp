@@ -11,7 +11,7 @@
 
 namespace {
 
-using driver_api::request;
+using host_records::request;
 
 // Tag records start 5 bytes into the file, so the offset reaches StartDeviceEx too.
 class HostSession : public plant::device_test {
@@ -100,8 +100,7 @@ TEST_F(HostSession, WrittenValuesReachTheControllerAndReadBack) {
 
 TEST_F(HostSession, CloseDeviceDropsTheConnection) {
   start(0);
-  lib_->CloseDevice(0, device_);
-  device_ = nullptr;
+  host_->close();
   lib_->CloseDevice(0, nullptr);
   lib_->Timeout(0, nullptr);
   EXPECT_EQ(server_->connection_count(), 1u);

@@ -13,7 +13,7 @@
 
 namespace {
 
-using driver_api::request;
+using host_records::request;
 
 class LargeRequests : public plant::device_test {
  protected:
@@ -166,7 +166,7 @@ TEST_F(LargeRequests, OfflineWholeValueWritesTakeEveryElementFromWriteWords) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     const request whole{tag("Words"), c.type, 10, c.count};
-    auto req = driver_api::write_request(device_, whole, c.words);
+    auto req = host_records::write_request(host_->handle(), whole, c.words);
     req[0].write.write_count = c.write_count;
     lib_->OutputFilterEx(req.data(), 1);
     EXPECT_EQ(read({whole}).units(0, c.read_back.size()), c.read_back);
@@ -215,8 +215,7 @@ TEST_F(LargeRequests, DeviceWithASocketPastDescriptor1023IsServed) {
       EXPECT_EQ(round.units(0, std::size_t{c.count} * c.size / 2),
                 held(c.variable, c.size, c.first, c.count));
     }
-    lib_->CloseDevice(0, device_);
-    device_ = nullptr;
+    host_->close();
   }
 }
 

@@ -19,7 +19,7 @@
 
 namespace {
 
-using driver_api::request;
+using host_records::request;
 
 constexpr uint16_t counter_value = 0xFFD6;  // Counter holds -42 in examples/plant.json
 // Requests of the identification sequence; the dictionary download starts after them.
@@ -34,7 +34,7 @@ class ControllerFaults : public plant::device_test {
 
   // Timeout, faults off, and a new initialisation that must succeed.
   void recover() {
-    lib_->Timeout(0, device_);
+    host_->drop();
     server_->set_faults({});
     initialise();
     expect_counter_reads();
@@ -51,7 +51,7 @@ class ControllerFaults : public plant::device_test {
     EXPECT_EQ(round.units(0, 1), std::vector<uint16_t>{counter_value});
   }
 
-  void expect_round_failed(const driver_api::input_round& round) {
+  void expect_round_failed(const host_records::input_round& round) {
     for (const auto& r : round.results) {
       EXPECT_EQ(r.result_status, 2);
       EXPECT_EQ(r.result_code, 10);
@@ -94,7 +94,7 @@ TEST_F(ControllerFaults, InitialisationFaultsReportNotReadyAndTimeoutRecovers) {
     EXPECT_EQ(check_init(), 0);
     recover();
     // The next case counts requests from a fresh controller.
-    lib_->Timeout(0, device_);
+    host_->drop();
     restart_server();
   }
 }
@@ -126,7 +126,7 @@ TEST_F(ControllerFaults, NoControllerReportsCodeTenUntilOneListens) {
   EXPECT_EQ(check_init(), 0);
   auto silent = std::make_unique<unanswered_connects>(address);
   ASSERT_TRUE(silent->ok);
-  lib_->Timeout(0, device_);
+  host_->drop();
   const auto asked = std::chrono::steady_clock::now();
   auto init = std::async(std::launch::async, [this] { return get_init(); });
   init.wait_for(std::chrono::seconds(2));
@@ -139,7 +139,7 @@ TEST_F(ControllerFaults, NoControllerReportsCodeTenUntilOneListens) {
   EXPECT_EQ(check_init(), 0);
   server_ = plant::make_server();
   ASSERT_TRUE(server_->start(address, 502));
-  lib_->Timeout(0, device_);
+  host_->drop();
   initialise();
   expect_counter_reads();
 }
@@ -152,7 +152,7 @@ TEST_F(ControllerFaults, ShortIdentificationReplyRaisesOutOfRangeAndTimeoutRecov
   cut.truncate_to = 5;
   server_->set_faults(cut);
   uint32_t code = 99;
-  EXPECT_THROW(lib_->GetInitCmdEx2(&code, 0, 0, 0, &device_), std::out_of_range);
+  EXPECT_THROW(lib_->GetInitCmdEx2(&code, 0, 0, 0, &host_->handle()), std::out_of_range);
   recover();
 }
 
@@ -164,7 +164,7 @@ TEST_F(ControllerFaults, SilentControllerDuringDictionaryDownloadIsEndedByTimeou
   server_->set_faults(f);
   auto init = std::async(std::launch::async, [this] { return get_init(); });
   EXPECT_EQ(init.wait_for(std::chrono::milliseconds(2500)), std::future_status::timeout);
-  lib_->Timeout(0, device_);
+  host_->drop();
   const bool ended = init.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
   if (!ended) server_->stop();  // unblock the session so that the test can fail cleanly
   ASSERT_TRUE(ended);

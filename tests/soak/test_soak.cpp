@@ -19,7 +19,7 @@
 
 namespace {
 
-using driver_api::request;
+using host_records::request;
 
 constexpr std::size_t warm_up_rounds = 50;
 // Slack for allocator bookkeeping and for the simulator's connection threads that may
@@ -51,24 +51,13 @@ class Soak : public plant::device_test {
  protected:
   // One device from start to close; false at the first step that did not work.
   bool device_life(uint16_t value) {
-    void* device = nullptr;
-    if (lib_->StartDeviceEx(0, &device, tag_path_.c_str(), 0) != 0 || device == nullptr)
-      return false;
-    uint32_t code = 99;
-    lib_->GetInitCmdEx2(&code, 0, 0, 0, &device);
-    bool ok = code == 0 && lib_->CheckInitCmdResponseEx2(0, 0, &device) == 1;
-    if (ok) {
-      const request counter{tag("Counter"), UNITYDRV_TYPE_INT};
-      auto write = driver_api::write_request(device, counter, {value});
-      lib_->OutputFilterEx(write.data(), 1);
-      auto read = driver_api::requests(device, {counter, {tag("Total"), UNITYDRV_TYPE_DINT}});
-      lib_->OutputFilterEx(read.data(), 2);
-      driver_api::input_round round(device, 2);
-      lib_->InputFilterEx(round.results.data(), nullptr, round.infos.data(), 2);
-      ok = round.results[0].result_status == 0 && round.units(0, 1) == std::vector<uint16_t>{value};
-    }
-    lib_->CloseDevice(0, device);
-    return ok;
+    host_records::device device(*lib_);
+    if (device.start(tag_path_, 0) != 0 || device.handle() == nullptr) return false;
+    if (device.get_init() != 0 || device.check_init() != 1) return false;
+    const request counter{tag("Counter"), UNITYDRV_TYPE_INT};
+    device.write(counter, {value});
+    const auto round = device.read({counter, {tag("Total"), UNITYDRV_TYPE_DINT}});
+    return round.results[0].result_status == 0 && round.units(0, 1) == std::vector<uint16_t>{value};
   }
 };
 

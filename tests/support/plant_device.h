@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "tools/common/host_records.h"
+#include "tools/common/host_device.h"
 #include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/plcsim.h"
 #if defined(UNITYDRV_REMOTE_SIM)
@@ -65,37 +65,35 @@ class device_test : public ::testing::Test {
     // presets) from removing each other's file.
     tag_path_ = ::testing::TempDir() + "plant_" + std::to_string(::getpid()) + "_" +
                 ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".tags";
-    std::vector<tag_file::record> records;
-    for (const auto& n : names_) records.push_back({n});
-    ASSERT_TRUE(tag_file::write(tag_path_, records, false, tag_offset_));
+    ASSERT_TRUE(tag_file::write_names(tag_path_, names_, false, tag_offset_));
     server_ = make_server(project_file_);
     ASSERT_TRUE(server_->start_on_free_loopback());
-    lib_ = std::make_unique<driver_api::library>();
-    const unitydrv_init_params params = driver_api::init_params_of(server_->address());
+    lib_ = std::make_unique<host_records::library>();
+    host_ = std::make_unique<host_records::device>(*lib_);
+    const unitydrv_init_params params = host_records::init_params_of(server_->address());
     lib_->InitEx(0, &params);
   }
 
   void TearDown() override {
     if (server_) server_->stop();  // first: unblocks a session still waiting on it
-    if (lib_ && device_ != nullptr) lib_->CloseDevice(0, device_);
+    host_.reset();
     lib_.reset();
     std::remove(tag_path_.c_str());
   }
 
   void start_device(uint8_t offline) {
-    ASSERT_EQ(lib_->StartDeviceEx(offline, &device_, tag_path_.c_str(), tag_offset_), 0);
-    ASSERT_NE(device_, nullptr);
+    ASSERT_EQ(host_->start(tag_path_, offline, tag_offset_), 0);
+    ASSERT_NE(host_->handle(), nullptr);
   }
 
   // GetInitCmdEx2: the code it reports.
   uint32_t get_init() {
-    uint32_t code = 99;
-    const unitydrv_result r = lib_->GetInitCmdEx2(&code, 0, 0, 0, &device_);
+    unitydrv_result r{};
+    const uint32_t code = host_->get_init(&r);
     EXPECT_EQ(r.word_4, 0u);
     return code;
   }
-
-  int check_init() { return lib_->CheckInitCmdResponseEx2(0, 0, &device_); }
+  int check_init() { return host_->check_init(); }
 
   void initialise() {
     ASSERT_EQ(get_init(), 0u);
@@ -119,19 +117,16 @@ class device_test : public ::testing::Test {
   }
 
   // One round of OutputFilterEx and InputFilterEx.
-  driver_api::input_round read(const std::vector<driver_api::request>& wanted) {
-    auto req = driver_api::requests(device_, wanted);
-    EXPECT_EQ(lib_->OutputFilterEx(req.data(), static_cast<int>(req.size())).byte_3, 8);
-    driver_api::input_round round(device_, wanted.size());
-    lib_->InputFilterEx(round.results.data(), nullptr, round.infos.data(),
-                        static_cast<int>(wanted.size()));
+  host_records::input_round read(const std::vector<host_records::request>& wanted) {
+    unitydrv_result output{};
+    host_records::input_round round = host_->read(wanted, &output);
+    EXPECT_EQ(output.byte_3, 8);
     return round;
   }
 
-  void write(const driver_api::request& one, const std::vector<uint16_t>& words,
+  void write(const host_records::request& one, const std::vector<uint16_t>& words,
              uint8_t bit_value = 0) {
-    auto req = driver_api::write_request(device_, one, words, bit_value);
-    EXPECT_EQ(lib_->OutputFilterEx(req.data(), 1).byte_3, 8);
+    EXPECT_EQ(host_->write(one, words, bit_value).byte_3, 8);
   }
 
   // Bytes of a variable in the simulator's memory.
@@ -160,8 +155,8 @@ class device_test : public ::testing::Test {
   std::vector<std::string> names_;
   std::string tag_path_;
   std::unique_ptr<sim_server> server_;
-  std::unique_ptr<driver_api::library> lib_;
-  void* device_ = nullptr;
+  std::unique_ptr<host_records::library> lib_;
+  std::unique_ptr<host_records::device> host_;
 };
 
 }  // namespace plant

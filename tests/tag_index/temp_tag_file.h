@@ -30,11 +30,7 @@ class temp_tag_file {
   }
 
   void write_names(const std::vector<std::string>& names, bool wide = false) const {
-    std::vector<tag_file::record> records;
-    for (const std::string& name : names) {
-      records.push_back({name});
-    }
-    ASSERT_TRUE(tag_file::write(path_, records, wide));
+    ASSERT_TRUE(tag_file::write_names(path_, names, wide));
   }
 
  private:

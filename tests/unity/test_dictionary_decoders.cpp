@@ -11,6 +11,7 @@ namespace {
 
 using harness::bytes;
 using harness::decoded_reply;
+using harness::dictionary_reply;
 using harness::unity_message;
 
 std::string key(const char* text) {
@@ -28,7 +29,7 @@ bytes identification(const std::string& text, uint8_t status = 0xFE) {
       .zeros(22)
       .u8(static_cast<uint8_t>(text.size()))
       .raw(bytes(text.begin(), text.end()))
-      .get();
+      .bytes();
 }
 
 TEST_F(Decoders, PlcTypeIsStoredAndBmeP58Recognised) {
@@ -42,9 +43,10 @@ TEST_F(Decoders, PlcTypeIsStoredAndBmeP58Recognised) {
 TEST_F(Decoders, ErrorStatusLeavesSessionUnchanged) {
   const bytes bad = identification("BME P58 1", 0xFD);
   session.save_plc_type({decoded_reply(bad)});
-  session.save_array_type_pos({decoded_reply(unity_message(0xFD).zeros(20).get())});
-  session.save_data_type_info({decoded_reply(unity_message(0xFD).zeros(4).u16(1).zeros(20).get())});
-  session.save_table_info({decoded_reply(unity_message(0xFD).zeros(30).get(), 9, 1)});
+  session.save_array_type_pos({decoded_reply(unity_message(0xFD).zeros(20).bytes())});
+  session.save_data_type_info(
+      {decoded_reply(unity_message(0xFD).zeros(4).le16(1).zeros(20).bytes())});
+  session.save_table_info({decoded_reply(unity_message(0xFD).zeros(30).bytes(), 9, 1)});
   EXPECT_TRUE(session.plc_type.empty());
   EXPECT_EQ(session.dictionary_handle, bytes(8, 0));
   EXPECT_TRUE(session.data_types.empty());
@@ -53,26 +55,26 @@ TEST_F(Decoders, ErrorStatusLeavesSessionUnchanged) {
 
 TEST_F(Decoders, PlcTypeShortMessages) {
   // Too short for the length byte: range error.
-  EXPECT_THROW(session.save_plc_type({decoded_reply(unity_message().zeros(22).get())}),
+  EXPECT_THROW(session.save_plc_type({decoded_reply(unity_message().zeros(22).bytes())}),
                std::out_of_range);
   // Length byte present but no text: only resized.
-  session.save_plc_type({decoded_reply(unity_message().zeros(22).u8(3).get())});
+  session.save_plc_type({decoded_reply(unity_message().zeros(22).u8(3).bytes())});
   EXPECT_EQ(session.plc_type, std::string(3, '\0'));
   // Text shorter than announced must not be over-read.
   EXPECT_THROW(
-      session.save_plc_type({decoded_reply(unity_message().zeros(22).u8(9).raw({'A'}).get())}),
+      session.save_plc_type({decoded_reply(unity_message().zeros(22).u8(9).raw({'A'}).bytes())}),
       std::out_of_range);
   // A zero length with bytes behind it: an empty type text.
-  session.save_plc_type({decoded_reply(unity_message().zeros(22).u8(0).u8('X').get())});
+  session.save_plc_type({decoded_reply(unity_message().zeros(22).u8(0).u8('X').bytes())});
   EXPECT_EQ(session.plc_type, "");
 }
 
 TEST_F(Decoders, ArrayTypePosFillsHandleFrom10To17) {
   // Message sizes 10, 11 and 18: too short changes nothing, missing bytes read as zero.
   const std::pair<bytes, bytes> cases[] = {
-      {unity_message().zeros(8).get(), bytes(8, 0)},
-      {unity_message().zeros(8).u8(0x5C).get(), {0x5C, 0, 0, 0, 0, 0, 0, 0}},
-      {unity_message().zeros(8).raw({1, 2, 3, 4, 5, 6, 7, 8}).get(), {1, 2, 3, 4, 5, 6, 7, 8}}};
+      {unity_message().zeros(8).bytes(), bytes(8, 0)},
+      {unity_message().zeros(8).u8(0x5C).bytes(), {0x5C, 0, 0, 0, 0, 0, 0, 0}},
+      {unity_message().zeros(8).raw({1, 2, 3, 4, 5, 6, 7, 8}).bytes(), {1, 2, 3, 4, 5, 6, 7, 8}}};
   for (const auto& [message, handle] : cases) {
     session.save_array_type_pos({decoded_reply(message)});
     EXPECT_EQ(session.dictionary_handle, handle) << message.size();
@@ -80,11 +82,10 @@ TEST_F(Decoders, ArrayTypePosFillsHandleFrom10To17) {
 }
 
 TEST_F(Decoders, TableInfoStoresNamesWithZeroAndFirstLocation) {
-  unity_message m;
-  m.dictionary_header(9, 0, 2);
-  m.u16(4).raw({0x01, 0x00, 0x10, 0x00, 0x00, 0x00}).u16(0).name("A");
-  m.u16(16).raw({0x02, 0x00, 0x20, 0x00, 0x00, 0x00}).u16(0).name("Speed");
-  session.save_table_info({decoded_reply(m.get(), 9, 2)});
+  plcsim::msg_writer m = dictionary_reply(9, 0, 2);
+  m.le16(4).raw({0x01, 0x00, 0x10, 0x00, 0x00, 0x00}).le16(0).cstr("A");
+  m.le16(16).raw({0x02, 0x00, 0x20, 0x00, 0x00, 0x00}).le16(0).cstr("Speed");
+  session.save_table_info({decoded_reply(m.bytes(), 9, 2)});
   ASSERT_EQ(session.tables.size(), 2u);
   ASSERT_EQ(session.tables.count(key("A")), 1u);
   EXPECT_EQ(session.tables.count("A"), 0u);
@@ -100,12 +101,11 @@ TEST_F(Decoders, TableInfoStoresNamesWithZeroAndFirstLocation) {
 // Regression guard: a first variable at block 0, offset 0 leaves the address all zero, so
 // the next record's location must still be taken; names out of order must all be kept.
 TEST_F(Decoders, TableInfoZeroFirstLocationAndNamesOutOfOrder) {
-  unity_message m;
-  m.dictionary_header(9, 0, 3);
-  m.u16(4).raw({0, 0, 0, 0, 0, 0}).u16(0).name("C");
-  m.u16(4).raw({1, 0, 4, 0, 0, 0}).u16(0).name("B");
-  m.u16(4).raw({2, 0, 8, 0, 0, 0}).u16(0).name("A");
-  session.save_table_info({decoded_reply(m.get(), 9, 3)});
+  plcsim::msg_writer m = dictionary_reply(9, 0, 3);
+  m.le16(4).raw({0, 0, 0, 0, 0, 0}).le16(0).cstr("C");
+  m.le16(4).raw({1, 0, 4, 0, 0, 0}).le16(0).cstr("B");
+  m.le16(4).raw({2, 0, 8, 0, 0, 0}).le16(0).cstr("A");
+  session.save_table_info({decoded_reply(m.bytes(), 9, 3)});
   ASSERT_EQ(session.tables.size(), 3u);
   EXPECT_EQ(session.tables.at(key("A")).location, (bytes{2, 0, 8, 0, 0, 0}));
   EXPECT_EQ(session.tables.at(key("C")).location, (bytes{0, 0, 0, 0, 0, 0}));
@@ -116,19 +116,18 @@ TEST_F(Decoders, TableInfoZeroFirstLocationAndNamesOutOfOrder) {
 TEST_F(Decoders, TableInfoNameWithoutZeroThrows) {
   // The name cut before its zero, or missing altogether.
   for (const bytes& name : {bytes{'A', 'B', 'C'}, bytes{}}) {
-    const bytes message =
-        unity_message().dictionary_header(9, 0, 1).u16(1).zeros(6).u16(0).raw(name).get();
+    const bytes message = dictionary_reply(9, 0, 1).le16(1).zeros(6).le16(0).raw(name).bytes();
     EXPECT_THROW(session.save_table_info({decoded_reply(message, 9, 1)}), std::out_of_range);
   }
 }
 
 TEST_F(Decoders, DataTypeListStoresNamesAndResetsEntries) {
   session.data_types[40].element_type = 7;
-  unity_message m;
-  m.zeros(4).u16(2).zeros(5);  // count at [6], records from [13]
-  m.u16(40).name("MyStruct").zeros(5);
-  m.u16(41).name("Arr").zeros(5);
-  session.save_data_type_info({decoded_reply(m.get())});
+  plcsim::msg_writer m = unity_message();
+  m.zeros(4).le16(2).zeros(5);  // count at [6], records from [13]
+  m.le16(40).cstr("MyStruct").zeros(5);
+  m.le16(41).cstr("Arr").zeros(5);
+  session.save_data_type_info({decoded_reply(m.bytes())});
   ASSERT_EQ(session.data_types.size(), 2u);
   EXPECT_EQ(session.data_types.at(40).name, key("MyStruct"));
   EXPECT_EQ(session.data_types.at(40).element_type, 0);
@@ -136,30 +135,30 @@ TEST_F(Decoders, DataTypeListStoresNamesAndResetsEntries) {
 }
 
 TEST_F(Decoders, DataTypeListShortMessages) {
-  EXPECT_THROW(session.save_data_type_info({decoded_reply(unity_message().zeros(4).get())}),
+  EXPECT_THROW(session.save_data_type_info({decoded_reply(unity_message().zeros(4).bytes())}),
                std::out_of_range);
   // 12 bytes or fewer: passed over even with a count.
-  session.save_data_type_info({decoded_reply(unity_message().zeros(4).u16(1).zeros(4).get())});
+  session.save_data_type_info({decoded_reply(unity_message().zeros(4).le16(1).zeros(4).bytes())});
   EXPECT_TRUE(session.data_types.empty());
   // A count that runs past the message must not over-read.
-  unity_message m;
-  m.zeros(4).u16(3).zeros(5).u16(40).name("X").zeros(5);
-  EXPECT_THROW(session.save_data_type_info({decoded_reply(m.get())}), std::out_of_range);
+  plcsim::msg_writer m = unity_message();
+  m.zeros(4).le16(3).zeros(5).le16(40).cstr("X").zeros(5);
+  EXPECT_THROW(session.save_data_type_info({decoded_reply(m.bytes())}), std::out_of_range);
 }
 
-unity_message structure_page(uint16_t next_low, uint16_t count) {
-  unity_message m;
-  m.u8(2).u16(next_low).u16(0).u16(count);  // format [2], next address [3..6], count [7..8]
+plcsim::msg_writer structure_page(uint16_t next_low, uint16_t count) {
+  plcsim::msg_writer m = unity_message();
+  m.u8(2).le16(next_low).le16(0).le16(count);  // format [2], next address [3..6], count [7..8]
   return m;
 }
 
 TEST_F(Decoders, StructDetailSkipsZerosBeforeNamesAndStores) {
-  unity_message m = structure_page(0, 2);
-  m.u16(4).u32(0).zeros(3).name("x");
-  m.u16(16).u32(2).name("y");
+  plcsim::msg_writer m = structure_page(0, 2);
+  m.le16(4).le32(0).zeros(3).cstr("x");
+  m.le16(16).le32(2).cstr("y");
   unity_process::data_type_entry entry(40, data_type{});
   std::vector<data_type> members;
-  EXPECT_EQ(session.save_struct_detail({decoded_reply(m.get(), 2)}, entry, members), 1);
+  EXPECT_EQ(session.save_struct_detail({decoded_reply(m.bytes(), 2)}, entry, members), 1);
   ASSERT_EQ(session.struct_members.count(40), 1u);
   const auto& stored = session.struct_members.at(40);
   ASSERT_EQ(stored.size(), 2u);
@@ -175,12 +174,12 @@ TEST_F(Decoders, StructDetailSkipsZerosBeforeNamesAndStores) {
 TEST_F(Decoders, StructDetailWithoutStructureFrameChangesNothing) {
   unity_process::data_type_entry entry(60, data_type{});
   std::vector<data_type> members;
-  unity_message not_struct;
+  plcsim::msg_writer not_struct = unity_message();
   not_struct.u8(4).zeros(10);
-  EXPECT_EQ(session.save_struct_detail({decoded_reply(not_struct.get(), 4)}, entry, members), 0);
-  unity_message refused(0xFD);
-  refused.u8(2).zeros(6).u16(1).u16(1).u32(0).name("a");
-  EXPECT_EQ(session.save_struct_detail({decoded_reply(refused.get(), 2)}, entry, members), 0);
+  EXPECT_EQ(session.save_struct_detail({decoded_reply(not_struct.bytes(), 4)}, entry, members), 0);
+  plcsim::msg_writer refused = unity_message(0xFD);
+  refused.u8(2).zeros(6).le16(1).le16(1).le32(0).cstr("a");
+  EXPECT_EQ(session.save_struct_detail({decoded_reply(refused.bytes(), 2)}, entry, members), 0);
   EXPECT_TRUE(members.empty());
   EXPECT_TRUE(session.struct_members.empty());
 }
@@ -188,9 +187,9 @@ TEST_F(Decoders, StructDetailWithoutStructureFrameChangesNothing) {
 TEST_F(Decoders, StructDetailMemberRunningPastTheEndThrows) {
   unity_process::data_type_entry entry(60, data_type{});
   std::vector<data_type> members;
-  unity_message m = structure_page(0, 2);
-  m.u16(1).u32(0).name("a").u16(2).u32(4).raw({'b'});
-  EXPECT_THROW(session.save_struct_detail({decoded_reply(m.get(), 2)}, entry, members),
+  plcsim::msg_writer m = structure_page(0, 2);
+  m.le16(1).le32(0).cstr("a").le16(2).le32(4).raw({'b'});
+  EXPECT_THROW(session.save_struct_detail({decoded_reply(m.bytes(), 2)}, entry, members),
                std::out_of_range);
 }
 
@@ -205,7 +204,7 @@ TEST_F(Decoders, ArrayDetailCopiesBoundsFromTheDimensionCount) {
 }
 
 TEST_F(Decoders, ArrayDetailOtherFormatSetsOnlyElementType) {
-  const bytes message = unity_message().u8(2).u16(0x0019).u8(1).zeros(8).get();
+  const bytes message = unity_message().u8(2).le16(0x0019).u8(1).zeros(8).bytes();
   unity_process::data_type_entry entry(70, data_type{});
   session.save_array_detail({decoded_reply(message, 2)}, entry);
   EXPECT_TRUE(entry.second.bounds.empty());
@@ -215,11 +214,11 @@ TEST_F(Decoders, ArrayDetailOtherFormatSetsOnlyElementType) {
 TEST_F(Decoders, ArrayDetailShortMessages) {
   unity_process::data_type_entry entry(70, data_type{});
   EXPECT_THROW(
-      session.save_array_detail({decoded_reply(unity_message().u8(4).u16(1).get(), 4)}, entry),
+      session.save_array_detail({decoded_reply(unity_message().u8(4).le16(1).bytes(), 4)}, entry),
       std::out_of_range);
   // Three dimensions announced, one present: no over-read, the missing bounds read 0.
-  session.save_array_detail({decoded_reply(unity_message().u8(4).u16(1).u8(3).zeros(7).get(), 4)},
-                            entry);
+  session.save_array_detail(
+      {decoded_reply(unity_message().u8(4).le16(1).u8(3).zeros(7).bytes(), 4)}, entry);
   ASSERT_EQ(entry.second.bounds.size(), 24u);
   EXPECT_EQ(entry.second.bounds[0], 3);
   EXPECT_EQ(std::count(entry.second.bounds.begin(), entry.second.bounds.end(), 0), 23);

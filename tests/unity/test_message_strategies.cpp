@@ -11,6 +11,7 @@
 namespace {
 
 using harness::bytes;
+using harness::dictionary_reply;
 using harness::unity_message;
 
 std::vector<unity_frame> commands_of(unity_process::PRIVATE& p, const bytes& raw) {
@@ -130,7 +131,7 @@ TEST(StrategyInterface, VirtualSlotsAfterTheTwoDestructors) {
 }
 
 TEST(OnSetCommSuccessed, ResponseStrategyBuildsContinuation) {
-  const bytes message = unity_message().dictionary_header(9, 0x000012AB, 0).get();
+  const bytes message = dictionary_reply(9, 0x000012AB, 0).bytes();
   unity_process::PRIVATE p;
   auto strategy = p.get_strategy(harness::modbus_reply(message));
   std::vector<unity_frame> out;

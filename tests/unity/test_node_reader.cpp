@@ -10,7 +10,13 @@ namespace {
 using harness::bytes;
 
 bytes named_record(uint16_t type, uint16_t block, uint32_t offset, const std::string& name) {
-  return harness::unity_message().u16(type).u16(block).u32(offset).u16(0xCCCC).name(name).get();
+  return harness::unity_message()
+      .le16(type)
+      .le16(block)
+      .le32(offset)
+      .le16(0xCCCC)
+      .cstr(name)
+      .bytes();
 }
 
 // unity_message starts with pairing and status; records are read from index 2 here.

@@ -1,5 +1,5 @@
-// Host records as the host fills them, for the tests and the benchmarks that drive the
-// loaded library: requests, write requests and the results of one input round.
+// Host records as the host fills them, for the host tool, the tests and the benchmarks that
+// drive the loaded library: requests, write requests and the results of one input round.
 #pragma once
 
 #include <cstring>
@@ -9,12 +9,14 @@
 #include "tools/common/driver_api.h"
 #include "unitydrv/unitydrv.h"
 
-namespace driver_api {
+namespace host_records {
 
-// The library the tests or benchmarks were built with (UNITYDRV_LIBRARY_PATH).
+#if defined(UNITYDRV_LIBRARY_PATH)
+// The library the tests or benchmarks were built with.
 struct library : panelhost::driver_api {
   library() : driver_api(UNITYDRV_LIBRARY_PATH) {}
 };
+#endif
 
 using panelhost::init_params_of;
 
@@ -53,15 +55,17 @@ inline std::vector<_gui_request_> write_request(void* device, const request& one
   auto out = requests(device, {one}, 1);
   out[0].write.write_count = static_cast<uint16_t>(words.size());
   for (std::size_t i = 0; i < words.size() && i < 2058; ++i) out[0].write_words[i] = words[i];
-  out[0].write.bit.write_bit_value = bit_value;
+  // The bit value shares its byte with write_count's high byte: left alone when zero, so
+  // that a write of 256 words or more keeps its count.
+  if (bit_value != 0) out[0].write.bit.write_bit_value = bit_value;
   return out;
 }
 
 // Results and bookkeeping for count positions, request ids 1000 + i.
 struct input_round {
-  explicit input_round(void* device, std::size_t count, uint32_t valid = 1)
+  explicit input_round(void* device, std::size_t count, uint32_t valid = 1, uint8_t fill = 0xAA)
       : results(count), infos(count) {
-    std::memset(static_cast<void*>(results.data()), 0xAA, count * sizeof(_input_data_));
+    std::memset(static_cast<void*>(results.data()), fill, count * sizeof(_input_data_));
     std::memset(static_cast<void*>(infos.data()), 0, count * sizeof(_system_info));
     for (std::size_t i = 0; i < count; ++i) infos[i].request_id = static_cast<uint32_t>(1000 + i);
     infos[0].info_valid = valid;
@@ -77,4 +81,4 @@ struct input_round {
   std::vector<_system_info> infos;
 };
 
-}  // namespace driver_api
+}  // namespace host_records

@@ -56,4 +56,12 @@ bool write(const std::string& path, const std::vector<record>& records, bool wid
   return std::fclose(file) == 0 && written;
 }
 
+bool write_names(const std::string& path, const std::vector<std::string>& names, bool wide_names,
+                 uint32_t offset) {
+  std::vector<record> records;
+  records.reserve(names.size());
+  for (const std::string& name : names) records.push_back({name});
+  return write(path, records, wide_names, offset);
+}
+
 }  // namespace tag_file

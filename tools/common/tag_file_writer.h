@@ -19,5 +19,8 @@ std::vector<unsigned char> encode(const std::vector<record>& records, bool wide_
                                   uint32_t offset = 0);
 bool write(const std::string& path, const std::vector<record>& records, bool wide_names,
            uint32_t offset = 0);
+// The usual file: names only, every kind and value left at zero.
+bool write_names(const std::string& path, const std::vector<std::string>& names,
+                 bool wide_names = false, uint32_t offset = 0);
 
 }  // namespace tag_file

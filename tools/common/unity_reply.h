@@ -2,10 +2,14 @@
 // seeds state the fields that matter instead of long runs of hex.
 #pragma once
 
+#include <algorithm>
+#include <boost/algorithm/hex.hpp>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <vector>
 
+#include "tools/plcsim/sim_bytes.h"
 #include "unity/dictionary_records.h"
 #include "wire/byte_cursor.h"
 #include "wire/unity_constants.h"
@@ -14,69 +18,35 @@ namespace harness {
 
 using bytes = std::vector<unsigned char>;
 
-// A Unity reply message: pairing byte, status, then payload appended little-endian.
-class unity_message {
- public:
-  explicit unity_message(uint8_t status = 0xFE, uint8_t pairing = 0x00) {
-    bytes_ = {pairing, status};
-  }
-  unity_message& u8(uint8_t v) {
-    bytes_.push_back(v);
-    return *this;
-  }
-  unity_message& u16(uint16_t v) {
-    wire::le_writer(bytes_).u16(v);
-    return *this;
-  }
-  unity_message& u32(uint32_t v) {
-    wire::le_writer(bytes_).u32(v);
-    return *this;
-  }
-  unity_message& raw(const bytes& b) {
-    bytes_.insert(bytes_.end(), b.begin(), b.end());
-    return *this;
-  }
-  // Characters followed by the terminating zero.
-  unity_message& name(const std::string& s) {
-    bytes_.insert(bytes_.end(), s.begin(), s.end());
-    return u8(0);
-  }
-  unity_message& zeros(std::size_t n) {
-    bytes_.insert(bytes_.end(), n, 0);
-    return *this;
-  }
-  // Dictionary reply header after pairing and status: format, next address, record count.
-  unity_message& dictionary_header(uint8_t format, uint32_t next_address, uint16_t count) {
-    return u8(format).u32(next_address).u16(count);
-  }
-  const bytes& get() const { return bytes_; }
+// A Unity reply message built by the simulator's encoder, which shares no code with the
+// driver's: pairing byte and status, the payload to be appended little-endian.
+inline plcsim::msg_writer unity_message(uint8_t status = 0xFE, uint8_t pairing = 0x00) {
+  plcsim::msg_writer m;
+  m.u8(pairing).u8(status);
+  return m;
+}
 
- private:
-  bytes bytes_;
-};
+// A dictionary reply up to its records: format, next address, record count.
+inline plcsim::msg_writer dictionary_reply(uint8_t format, uint32_t next_address, uint16_t count) {
+  plcsim::msg_writer m = unity_message();
+  m.u8(format).le32(next_address).le16(count);
+  return m;
+}
 
 // "02 0201 FF" as bytes: pairs of hex digits, spaces ignored.
-inline bytes hex(const std::string& text) {
+inline bytes hex(std::string text) {
+  text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
   bytes out;
-  std::string digits;
-  for (char c : text)
-    if (c != ' ') digits += c;
-  for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-    out.push_back(static_cast<unsigned char>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+  boost::algorithm::unhex(text, std::back_inserter(out));
   return out;
 }
 
 // The whole buffer: MBAP header (length = message + 2) and function code 0x5A.
 inline bytes modbus_reply(const bytes& message, uint16_t transaction_id = 1) {
-  bytes out(8, 0);
-  wire::be_writer header(out);
-  header.u16(transaction_id);
-  header.u16(0);
-  header.u16(static_cast<uint16_t>(message.size() + 2));
-  header.u8(0);
-  header.u8(wire::unity_function_code);
-  out.insert(out.end(), message.begin(), message.end());
-  return out;
+  plcsim::msg_writer out;
+  out.be16(transaction_id).be16(0).be16(static_cast<uint16_t>(message.size() + 2));
+  out.u8(0).u8(wire::unity_function_code).raw(message);
+  return out.bytes();
 }
 
 // The transaction id of a request and its Unity message (the bytes after the function code).

@@ -32,7 +32,7 @@ constexpr std::size_t k_batch_bytes = 200;
 struct session {
   std::unique_ptr<driver_api> api;
   std::unique_ptr<tag_selection> selection;
-  std::unique_ptr<host_device> device;
+  std::unique_ptr<host_records::device> device;
   std::vector<selected_tag> tags;
   std::vector<tag_refusal> refused;  // tags left out
   std::unique_ptr<dictionary> dict;  // what the tags were checked against
@@ -69,8 +69,8 @@ session open_session(const connection_options& conn, const selection_options& se
     throw std::runtime_error("no tag left to access");
   }
   s.api = std::make_unique<driver_api>(conn.library);
-  s.device = std::make_unique<host_device>(*s.api, s.selection->tag_file(), conn.offline);
-  s.device->connect(conn.offline ? "0.0.0.0" : conn.plc);
+  s.device = start_device(*s.api, s.selection->tag_file(), conn.offline);
+  connect(*s.device, conn.offline ? "0.0.0.0" : conn.plc);
   if (!conn.offline_project.empty()) seed_from_project(s, conn.offline_project);
   return s;
 }
@@ -89,16 +89,17 @@ std::string value_text(const host_request& r, const host_result& result) {
 }
 
 std::size_t wire_bytes(const host_request& r) {
-  const plc_type* t = find_plc_type(r.code);
+  const plc_type* t = wire::find_plc_type(r.code);
   return static_cast<std::size_t>(r.count) * (t ? t->size : 0);
 }
 
-std::vector<host_result> read_all(host_device& device, const std::vector<selected_tag>& tags) {
+std::vector<host_result> read_all(host_records::device& device,
+                                  const std::vector<selected_tag>& tags) {
   std::vector<host_result> out;
   std::vector<host_request> batch;
   std::size_t bytes = 0;
   auto flush = [&] {
-    for (host_result& r : device.read(batch)) out.push_back(std::move(r));
+    for (host_result& r : read(device, batch)) out.push_back(std::move(r));
     batch.clear();
     bytes = 0;
   };
@@ -123,9 +124,9 @@ void seed_from_project(session& s, const std::string& project) {
   for (selected_tag& t : whole) t.request.bit = -1;  // the offline value is the whole one
   std::vector<host_result> values;
   {
-    host_device online(*s.api, s.selection->tag_file(), false);
-    online.connect(sim.address());
-    values = read_all(online, whole);
+    const auto online = start_device(*s.api, s.selection->tag_file(), false);
+    connect(*online, sim.address());
+    values = read_all(*online, whole);
   }
   std::size_t seeded = 0;
   for (std::size_t i = 0; i < whole.size(); ++i) {
@@ -134,7 +135,7 @@ void seed_from_project(session& s, const std::string& project) {
     std::string text = format_value(r.code, values[i].units, r.count);
     if (r.code == UNITYDRV_TYPE_STRING) text = text.substr(1, text.size() - 2);
     try {
-      s.device->write(r, encode_request_value(r.code, text, r.count));
+      write(*s.device, r, encode_request_value(r.code, text, r.count));
       ++seeded;
     } catch (const bad_value&) {
       // A run of bits is written one bit at a time: it starts from zeros.
@@ -182,8 +183,8 @@ bool reconnect(session& s, const connection_options& conn, unsigned round) {
       s.dict = std::move(now);
     }
     s.device.reset();
-    s.device = std::make_unique<host_device>(*s.api, s.selection->tag_file(), false);
-    s.device->connect(conn.plc);
+    s.device = start_device(*s.api, s.selection->tag_file(), false);
+    connect(*s.device, conn.plc);
     std::cerr << "panelhost: reconnected to " << conn.plc << '\n';
   } catch (const std::runtime_error& e) {
     std::cerr << "panelhost: " << e.what() << "; trying again next round\n";
@@ -315,7 +316,7 @@ int run_write(const connection_options& conn, selection_options sel,
       std::cerr << "panelhost: " << string_write_note(s.tags[i], text) << '\n';
     }
   }
-  for (std::size_t i = 0; i < s.tags.size(); ++i) s.device->write(s.tags[i].request, data[i]);
+  for (std::size_t i = 0; i < s.tags.size(); ++i) write(*s.device, s.tags[i].request, data[i]);
   const std::vector<host_result> back = read_all(*s.device, s.tags);
   bool ok = true;
   std::vector<bool> differs(s.tags.size(), false);

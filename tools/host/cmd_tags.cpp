@@ -132,15 +132,15 @@ dictionary load_dictionary(const connection_options& conn) {
 }
 
 int run_tags_build(const std::string& list, const std::string& out, bool wide, uint32_t offset) {
-  std::vector<tag_file::record> records;
-  for (const tag_choice& t : read_tag_list(list)) records.push_back({t.name, 0, 0, 0});
+  std::vector<std::string> names;
+  for (const tag_choice& t : read_tag_list(list)) names.push_back(t.name);
   errno = 0;
-  if (!tag_file::write(out, records, wide, offset)) {
+  if (!tag_file::write_names(out, names, wide, offset)) {
     std::cerr << "panelhost: cannot write tag file " << out << ": "
               << (errno != 0 ? std::strerror(errno) : "write failed") << '\n';
     return 1;
   }
-  std::cout << "wrote " << records.size() << " tags to " << out << (wide ? " (16-bit names)" : "")
+  std::cout << "wrote " << names.size() << " tags to " << out << (wide ? " (16-bit names)" : "")
             << '\n';
   return 0;
 }

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "tools/host/host_device.h"
+#include "tools/host/device_access.h"
 #include "unity/unity_process.h"
 
 namespace panelhost {

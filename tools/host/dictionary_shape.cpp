@@ -130,7 +130,7 @@ uint64_t size_at_depth(uint16_t type_id, const std::map<unsigned short, data_typ
   const auto type = data_types.find(type_id);
   const bool array = type != data_types.end() && !array_dimensions(type->second).empty();
   if (shape.code != 0 && (!array || shape.is_array)) {
-    const plc_type* code = find_plc_type(shape.code);
+    const plc_type* code = wire::find_plc_type(shape.code);
     return uint64_t{shape.count} * (code ? code->size : 0);
   }
   if (array) {

@@ -38,9 +38,9 @@ temp_tag_file::temp_tag_file(const std::vector<tag_choice>& tags) {
   if (fd < 0) throw std::runtime_error("cannot create a temporary tag file");
   close(fd);
   path_ = pattern;
-  std::vector<tag_file::record> records;
-  for (const tag_choice& t : tags) records.push_back({t.name, 0, 0, 0});
-  if (!tag_file::write(path_, records, false)) {
+  std::vector<std::string> names;
+  for (const tag_choice& t : tags) names.push_back(t.name);
+  if (!tag_file::write_names(path_, names)) {
     std::remove(path_.c_str());
     throw std::runtime_error("cannot write tag file " + path_);
   }
@@ -205,7 +205,7 @@ std::string tag_selection::apply_range(const tag_shape& shape, uint32_t elements
 // --bit picks a bit of a value that has bits to pick: not past the width of its type.
 std::string tag_selection::apply_bit(host_request& request) const {
   if (!options_.bit) return "";
-  const plc_type* type = find_plc_type(request.code);
+  const plc_type* type = wire::find_plc_type(request.code);
   const unsigned width = type == nullptr ? 0 : type->bit_source_width * 8u;
   if (width == 0) {
     return "--bit needs a value with bits (INT, WORD, DINT ...): " + plc_type_name(request.code) +

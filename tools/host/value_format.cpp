@@ -2,7 +2,6 @@
 
 #include <cctype>
 #include <charconv>
-#include <cstring>
 #include <stdexcept>
 
 #include "tools/host/plc_type.h"
@@ -42,51 +41,46 @@ std::string hex(T value, int digits) {
          text;
 }
 
-template <typename To, typename From>
-To bit_cast(From from) {
-  static_assert(sizeof(To) == sizeof(From), "same size");
-  To to;
-  std::memcpy(&to, &from, sizeof to);
-  return to;
+// One element from the units it takes in a result, whole (a one-byte type's unit may carry
+// more than its byte).
+uint64_t element_units(const plc_type& type, wire::le_reader& in) {
+  switch (type.units) {
+    case 1:
+      return in.u16();
+    case 2:
+      return in.u32();
+    default:
+      return in.u64();
+  }
+}
+
+// The element's value bits: the low size bytes.
+uint64_t value_bits(uint64_t units, unsigned size) {
+  return size < 8 ? units & ((uint64_t{1} << (8 * size)) - 1) : units;
+}
+
+int64_t sign_extended(uint64_t bits, unsigned size) {
+  if (size >= 8) return static_cast<int64_t>(bits);
+  const uint64_t sign = uint64_t{1} << (8 * size - 1);
+  return static_cast<int64_t>((bits ^ sign) - sign);
 }
 
 // One element of a non-string type; every element occupies the same number of units.
 std::string format_element(uint8_t code, wire::le_reader& in) {
-  switch (code) {
-    case UNITYDRV_TYPE_BOOL:
-    case UNITYDRV_TYPE_BITARRAY:
-      return in.u16() != 0 ? "TRUE" : "FALSE";
-    case UNITYDRV_TYPE_SINT:
-      return std::to_string(static_cast<int8_t>(in.u16() & 0xFF));
-    case UNITYDRV_TYPE_USINT:
-      return std::to_string(in.u16() & 0xFF);
-    case UNITYDRV_TYPE_BYTE:
-      return hex(in.u16() & 0xFF, 2);
-    case UNITYDRV_TYPE_INT:
-      return std::to_string(static_cast<int16_t>(in.u16()));
-    case UNITYDRV_TYPE_UINT:
-      return std::to_string(in.u16());
-    case UNITYDRV_TYPE_WORD:
-      return hex(in.u16(), 4);
-    case UNITYDRV_TYPE_DINT:
-      return std::to_string(static_cast<int32_t>(in.u32()));
-    case UNITYDRV_TYPE_UDINT:
-      return std::to_string(in.u32());
-    case UNITYDRV_TYPE_DWORD:
-      return hex(in.u32(), 8);
-    case UNITYDRV_TYPE_REAL:
-      return shortest(bit_cast<float>(in.u32()));
-    case UNITYDRV_TYPE_LINT:
-      return std::to_string(static_cast<int64_t>(in.u64()));
-    case UNITYDRV_TYPE_ULINT:
-      return std::to_string(in.u64());
-    case UNITYDRV_TYPE_LWORD:
-      return hex(in.u64(), 16);
-    case UNITYDRV_TYPE_LREAL:
-      return shortest(bit_cast<double>(in.u64()));
-    default:
-      throw std::invalid_argument("no format for " + plc_type_name(code));
+  const plc_type* type = wire::find_plc_type(code);
+  const value_form* form = find_value_form(code);
+  if (type == nullptr || form == nullptr || form->shown == display::text) {
+    throw std::invalid_argument("no format for " + plc_type_name(code));
   }
+  const uint64_t units = element_units(*type, in);
+  if (form->shown == display::truth) return units != 0 ? "TRUE" : "FALSE";
+  const uint64_t bits = value_bits(units, type->size);
+  if (form->shown == display::hex) return hex(bits, 2 * type->size);
+  if (form->floating) {
+    return type->size == 4 ? shortest(bit_cast<float>(static_cast<uint32_t>(bits)))
+                           : shortest(bit_cast<double>(bits));
+  }
+  return form->is_signed ? std::to_string(sign_extended(bits, type->size)) : std::to_string(bits);
 }
 
 std::string format_string(const std::vector<uint16_t>& units, std::size_t count) {

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -17,51 +18,48 @@ namespace panelhost {
 
 namespace {
 
+// The integer range of a type, from its width and signedness.
+struct integer_range {
+  int64_t low;
+  uint64_t high;
+};
+
+integer_range range_of(const plc_type& type, const value_form& form) {
+  const unsigned bits = 8 * type.size;
+  if (form.is_signed) {
+    const uint64_t high = (uint64_t{1} << (bits - 1)) - 1;
+    return {-static_cast<int64_t>(high) - 1, high};
+  }
+  return {0, bits >= 64 ? UINT64_MAX : (uint64_t{1} << bits) - 1};
+}
+
+// The largest magnitude of a floating type, to one decimal: 3.4e38.
+template <typename F>
+std::string largest() {
+  char text[16];
+  std::snprintf(text, sizeof text, "%.1e", static_cast<double>(std::numeric_limits<F>::max()));
+  std::string out(text);
+  out.erase(out.find('+'), 1);
+  return out;
+}
+
 // The accepted values of each type, named when a value is refused.
 std::string accepted_values(uint8_t code) {
-  switch (code) {
-    case UNITYDRV_TYPE_BOOL:
-    case UNITYDRV_TYPE_BITARRAY:
-      return "1, 0, TRUE, FALSE, ON, OFF, in any case";
-    case UNITYDRV_TYPE_SINT:
-      return "-128..127";
-    case UNITYDRV_TYPE_USINT:
-    case UNITYDRV_TYPE_BYTE:
-      return "0..255";
-    case UNITYDRV_TYPE_INT:
-      return "-32768..32767";
-    case UNITYDRV_TYPE_UINT:
-    case UNITYDRV_TYPE_WORD:
-      return "0..65535";
-    case UNITYDRV_TYPE_DINT:
-      return "-2147483648..2147483647";
-    case UNITYDRV_TYPE_UDINT:
-    case UNITYDRV_TYPE_DWORD:
-      return "0..4294967295";
-    case UNITYDRV_TYPE_LINT:
-      return "-9223372036854775808..9223372036854775807";
-    case UNITYDRV_TYPE_ULINT:
-    case UNITYDRV_TYPE_LWORD:
-      return "0..18446744073709551615";
-    case UNITYDRV_TYPE_REAL:
-      return "a decimal number within +-3.4e38";
-    case UNITYDRV_TYPE_LREAL:
-      return "a decimal number within +-1.8e308";
-    default:
-      return "";
+  const plc_type* type = wire::find_plc_type(code);
+  const value_form* form = find_value_form(code);
+  if (type == nullptr || form == nullptr || form->shown == display::text) return "";
+  if (form->shown == display::truth) return "1, 0, TRUE, FALSE, ON, OFF, in any case";
+  if (form->floating) {
+    return "a decimal number within +-" + (type->size == 4 ? largest<float>() : largest<double>());
   }
+  const integer_range range = range_of(*type, *form);
+  return std::to_string(range.low) + ".." + std::to_string(range.high);
 }
 
 [[noreturn]] void reject(uint8_t code, const std::string& text) {
   const std::string accepted = accepted_values(code);
   throw bad_value("bad value '" + text + "' for " + plc_type_name(code) +
                   (accepted.empty() ? "" : " (accepted: " + accepted + ")"));
-}
-
-std::string upper(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-  return text;
 }
 
 // Decimal with an optional sign, or hexadecimal as 16#FF or 0xFF; the whole text must match.
@@ -86,10 +84,19 @@ bool parse_integer(const std::string& text, T& value) {
   return res.ec == std::errc() && res.ptr == last;
 }
 
-template <typename T>
-T integer_or_reject(uint8_t code, const std::string& text) {
-  T value{};
-  if (!parse_integer(text, value)) reject(code, text);
+// The value's two's-complement bits, refused outside the type's range.
+uint64_t integer_or_reject(const plc_type& type, const value_form& form, const std::string& text) {
+  const integer_range range = range_of(type, form);
+  if (form.is_signed) {
+    int64_t value = 0;
+    if (!parse_integer(text, value) || value < range.low ||
+        (value > 0 && static_cast<uint64_t>(value) > range.high)) {
+      reject(type.code, text);
+    }
+    return static_cast<uint64_t>(value);
+  }
+  uint64_t value = 0;
+  if (!parse_integer(text, value) || value > range.high) reject(type.code, text);
   return value;
 }
 
@@ -121,13 +128,6 @@ std::vector<uint16_t> units_of(const wire::bytes& bytes) {
   return units;
 }
 
-template <typename F, typename U>
-U bits_of(F value) {
-  U bits;
-  std::memcpy(&bits, &value, sizeof bits);
-  return bits;
-}
-
 wire::bytes string_bytes(const std::string& text, std::size_t string_length) {
   if (string_length != 0 && text.size() > string_length) {
     throw bad_value("string '" + text + "' is longer than " + std::to_string(string_length) +
@@ -138,57 +138,46 @@ wire::bytes string_bytes(const std::string& text, std::size_t string_length) {
   return bytes;
 }
 
+// size bytes of bits, little-endian.
+void put(wire::le_writer& out, uint64_t bits, unsigned size) {
+  switch (size) {
+    case 1:
+      out.u8(static_cast<uint8_t>(bits));
+      break;
+    case 2:
+      out.u16(static_cast<uint16_t>(bits));
+      break;
+    case 4:
+      out.u32(static_cast<uint32_t>(bits));
+      break;
+    default:
+      out.u32(static_cast<uint32_t>(bits)).u32(static_cast<uint32_t>(bits >> 32));
+  }
+}
+
+double real_of(const plc_type& type, const std::string& text) {
+  const double value = real_or_reject(type.code, text);
+  if (type.size == 4 && std::fabs(value) > std::numeric_limits<float>::max()) {
+    reject(type.code, text);
+  }
+  return value;
+}
+
 wire::bytes value_bytes(uint8_t code, const std::string& text, std::size_t string_length) {
+  const plc_type* type = wire::find_plc_type(code);
+  const value_form* form = find_value_form(code);
+  if (type == nullptr || form == nullptr || form->shown == display::truth) {
+    throw bad_value("cannot write a value of " + plc_type_name(code));
+  }
+  if (form->shown == display::text) return string_bytes(text, string_length);
   wire::bytes out;
   wire::le_writer w(out);
-  switch (code) {
-    case UNITYDRV_TYPE_SINT:
-      w.u8(static_cast<uint8_t>(integer_or_reject<int8_t>(code, text)));
-      break;
-    case UNITYDRV_TYPE_USINT:
-    case UNITYDRV_TYPE_BYTE:
-      w.u8(integer_or_reject<uint8_t>(code, text));
-      break;
-    case UNITYDRV_TYPE_INT:
-      w.u16(static_cast<uint16_t>(integer_or_reject<int16_t>(code, text)));
-      break;
-    case UNITYDRV_TYPE_UINT:
-    case UNITYDRV_TYPE_WORD:
-      w.u16(integer_or_reject<uint16_t>(code, text));
-      break;
-    case UNITYDRV_TYPE_DINT:
-      w.u32(static_cast<uint32_t>(integer_or_reject<int32_t>(code, text)));
-      break;
-    case UNITYDRV_TYPE_UDINT:
-    case UNITYDRV_TYPE_DWORD:
-      w.u32(integer_or_reject<uint32_t>(code, text));
-      break;
-    case UNITYDRV_TYPE_REAL: {
-      const double value = real_or_reject(code, text);
-      if (std::fabs(value) > std::numeric_limits<float>::max()) reject(code, text);
-      w.u32(bits_of<float, uint32_t>(static_cast<float>(value)));
-      break;
-    }
-    case UNITYDRV_TYPE_LINT: {
-      const auto v = static_cast<uint64_t>(integer_or_reject<int64_t>(code, text));
-      w.u32(static_cast<uint32_t>(v)).u32(static_cast<uint32_t>(v >> 32));
-      break;
-    }
-    case UNITYDRV_TYPE_ULINT:
-    case UNITYDRV_TYPE_LWORD: {
-      const auto v = integer_or_reject<uint64_t>(code, text);
-      w.u32(static_cast<uint32_t>(v)).u32(static_cast<uint32_t>(v >> 32));
-      break;
-    }
-    case UNITYDRV_TYPE_LREAL: {
-      const auto v = bits_of<double, uint64_t>(real_or_reject(code, text));
-      w.u32(static_cast<uint32_t>(v)).u32(static_cast<uint32_t>(v >> 32));
-      break;
-    }
-    case UNITYDRV_TYPE_STRING:
-      return string_bytes(text, string_length);
-    default:
-      throw bad_value("cannot write a value of " + plc_type_name(code));
+  if (!form->floating) {
+    put(w, integer_or_reject(*type, *form, text), type->size);
+  } else if (type->size == 4) {
+    put(w, bit_cast<uint32_t>(static_cast<float>(real_of(*type, text))), 4);
+  } else {
+    put(w, bit_cast<uint64_t>(real_of(*type, text)), 8);
   }
   return out;
 }
@@ -202,7 +191,7 @@ write_data encode_value(uint8_t code, const std::string& text, std::size_t strin
     return data;
   }
   const wire::bytes bytes = value_bytes(code, text, string_length);
-  if (code == UNITYDRV_TYPE_SINT || code == UNITYDRV_TYPE_USINT || code == UNITYDRV_TYPE_BYTE) {
+  if (wire::element_size(code) == 1 && code != UNITYDRV_TYPE_STRING) {
     // One-byte types take the low byte of each unit.
     data.words.assign(bytes.begin(), bytes.end());
   } else {

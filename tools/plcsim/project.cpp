@@ -46,8 +46,11 @@ std::string to_hex(const std::vector<uint8_t>& b) {
   return s;
 }
 
+// v little-endian over width bytes of out from at; bytes past the eighth are zero.
 void put_le(std::vector<uint8_t>& out, std::size_t at, uint64_t v, std::size_t width) {
-  for (std::size_t i = 0; i < width; ++i) out[at + i] = static_cast<uint8_t>(v >> (8 * i));
+  msg_writer encoded;
+  encoded.le64(v).zeros(width > 8 ? width - 8 : 0);
+  std::copy_n(encoded.bytes().begin(), width, out.begin() + static_cast<std::ptrdiff_t>(at));
 }
 
 void encode_value(const project& p, uint16_t type, const json& v, std::vector<uint8_t>& out,
