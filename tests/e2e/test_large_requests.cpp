@@ -128,7 +128,8 @@ TEST_F(LargeRequests, OnlineWritesLandItemByItem) {
     for (int j = 0; j < c.items; ++j) {
       std::copy(words.begin(), words.end(), want.begin() + (1 + j) * c.size / 2);
     }
-    auto req = driver_api::write_request(device_, {tag(c.variable), c.type, c.first, c.n}, words);
+    auto req = host_records::write_request(host_->handle(), {tag(c.variable), c.type, c.first, c.n},
+                                           words);
     lib_->OutputFilterEx(req.data(), c.items);
     EXPECT_EQ(held(c.variable, c.size, c.first - 1, span + 2), want);
   }

@@ -88,10 +88,10 @@ TEST_F(ReadCycle, WarmCycleAllocatesNothing) {
     for (uint32_t i = 0; i < names.size(); ++i) resolve(i, 4, 5, 1, 2 * i);
     if (c.offline == 0) answer_with(c.value_bytes);
     auto req = requests(c.wanted);
-    auto res = results(c.wanted.size());
-    auto inf = infos(c.wanted.size());
-    cycle(req, res, inf);  // the first cycle sizes what the next ones reuse
-    for (int round = 0; round < 3; ++round) EXPECT_EQ(cycle(req, res, inf), 0u);
+    host_records::input_round in = round(c.wanted.size());
+    std::vector<_input_data_>& res = in.results;
+    cycle(req, res, in.infos);  // the first cycle sizes what the next ones reuse
+    for (int k = 0; k < 3; ++k) EXPECT_EQ(cycle(req, res, in.infos), 0u);
     // The cycles delivered values, not an early return.
     EXPECT_EQ(res.back().result_status, 0);
     EXPECT_EQ(res.back().result_code, 5);

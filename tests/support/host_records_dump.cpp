@@ -32,8 +32,8 @@ struct session {
     print("ready", &ready, sizeof ready);
   }
 
-  void round(const std::vector<driver_api::request>& wanted, uint8_t kind = 0) {
-    auto req = driver_api::requests(device, wanted, kind);
+  void round(const std::vector<host_records::request>& wanted, uint8_t kind = 0) {
+    auto req = host_records::requests(device, wanted, kind);
     if (kind != 0)
       req[0].write.write_count = 1, req[0].write_words[0] = 1234,
       req[0].write.bit.write_bit_value = 1;
@@ -41,7 +41,7 @@ struct session {
     print("output", &r.byte_2, 6);
     // The driver writes the status bytes 4..8 of a request and nothing else.
     for (const auto& one : req) print("request", &one, 64);
-    driver_api::input_round in(device, req.size());
+    host_records::input_round in(device, req.size());
     lib.InputFilterEx(in.results.data(), nullptr, in.infos.data(), static_cast<int>(req.size()));
     for (const auto& result : in.results) print("result", &result, sizeof result);
   }
@@ -63,11 +63,11 @@ int main(int argc, char** argv) {
   s.handshake();
   // The tags of examples/plant_tags.txt by position: Motor1.Speed, Counter, Levels, Name,
   // Alarms (its bit 3 as well), an unresolved name.
-  const std::vector<driver_api::request> reads = {{0, UNITYDRV_TYPE_REAL},
-                                                  {11, UNITYDRV_TYPE_INT},
-                                                  {18, UNITYDRV_TYPE_INT, 2, 3},
-                                                  {19, UNITYDRV_TYPE_STRING, 0, 8},
-                                                  {14, UNITYDRV_TYPE_WORD, 0, 1, 4}};
+  const std::vector<host_records::request> reads = {{0, UNITYDRV_TYPE_REAL},
+                                                    {11, UNITYDRV_TYPE_INT},
+                                                    {18, UNITYDRV_TYPE_INT, 2, 3},
+                                                    {19, UNITYDRV_TYPE_STRING, 0, 8},
+                                                    {14, UNITYDRV_TYPE_WORD, 0, 1, 4}};
   s.round(reads);
   s.round({{11, UNITYDRV_TYPE_INT}}, 1);            // write Counter = 1234
   s.round({{14, UNITYDRV_TYPE_WORD, 0, 1, 2}}, 1);  // bit 1 of Alarms: kept, not sent

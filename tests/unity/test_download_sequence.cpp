@@ -59,14 +59,9 @@ TEST_F(Dictionary, DataTypeListFollowsContinuationAndResendsWhenSilent) {
 
 // One page of a structure's detail: a single INT member, and the continuation (0: last).
 bytes structure_page(const bytes& r, uint16_t continuation, const std::string& member) {
-  return harness::modbus_reply(harness::unity_message()
-                                   .dictionary_header(2, continuation, 1)
-                                   .u16(4)
-                                   .u32(2)
-                                   .u16(0)
-                                   .name(member)
-                                   .get(),
-                               transaction_of(r));
+  return harness::modbus_reply(
+      harness::dictionary_reply(2, continuation, 1).le16(4).le32(2).le16(0).cstr(member).bytes(),
+      transaction_of(r));
 }
 
 // Type 40 gets no reply: nothing decoded, the counter not stepped. Type 41's structure
