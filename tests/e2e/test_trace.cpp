@@ -37,7 +37,7 @@ std::string slurp(const std::string& path) {
 }
 
 // A pump station: structure arrays with a low bound of 1, a structure inside a structure.
-const char* const station_project = R"({
+const std::string station_types = R"({
   "plc_type": "BMX P34 2020",
   "types": [
     {"id": 100, "kind": "struct", "name": "PUMP",
@@ -45,7 +45,8 @@ const char* const station_project = R"({
     {"id": 101, "kind": "struct", "name": "STATION",
      "members": [{"name": "Pump", "type": 100, "offset": 0}, {"name": "Level", "type": 4, "offset": 8}]},
     {"id": 102, "kind": "array", "name": "ARRAY[1..3] OF PUMP", "element": 100, "dimensions": [[1, 3]]}
-  ],
+  ],)";
+const std::string station_project = station_types + R"(
   "variables": [
     {"name": "Pumps", "type": 102, "block": 1, "offset": 0},
     {"name": "Station", "type": 101, "block": 1, "offset": 32, "value": {"Level": 7}},
@@ -53,15 +54,7 @@ const char* const station_project = R"({
   ]})";
 
 // The same station after a program download: Station moved, After gone, Fresh new.
-const char* const changed_project = R"({
-  "plc_type": "BMX P34 2020",
-  "types": [
-    {"id": 100, "kind": "struct", "name": "PUMP",
-     "members": [{"name": "Speed", "type": 8, "offset": 0}, {"name": "Mode", "type": 4, "offset": 4}]},
-    {"id": 101, "kind": "struct", "name": "STATION",
-     "members": [{"name": "Pump", "type": 100, "offset": 0}, {"name": "Level", "type": 4, "offset": 8}]},
-    {"id": 102, "kind": "array", "name": "ARRAY[1..3] OF PUMP", "element": 100, "dimensions": [[1, 3]]}
-  ],
+const std::string changed_project = station_types + R"(
   "variables": [
     {"name": "Pumps", "type": 102, "block": 1, "offset": 0},
     {"name": "Fresh", "type": 4, "block": 1, "offset": 48},
@@ -83,7 +76,7 @@ class TraceEvents : public ::testing::Test {
     std::remove(tag_path_.c_str());
   }
 
-  std::unique_ptr<plcsim::server> serve(const char* json) {
+  std::unique_ptr<plcsim::server> serve(const std::string& json) {
     auto server = std::make_unique<plcsim::server>(plcsim::parse_project(json));
     EXPECT_TRUE(server->start_on_free_loopback());
     return server;
