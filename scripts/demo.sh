@@ -27,10 +27,14 @@ for _ in $(seq 50); do
   sleep 0.1
 done
 
-# Progress lines go to stderr; they are shown only when a command fails.
+# Progress lines go to stderr; they are shown only when a command fails. With
+# UNITYDRV_TRACE=stderr the driver's trace lines are shown all the same.
 errors=$(mktemp)
 trap 'kill "$SIM" 2>/dev/null; wait "$SIM" 2>/dev/null || true; rm -f "$errors"' EXIT
-host() { "$BIN/host/panelhost" "$@" 2>"$errors" || { cat "$errors" >&2; return 1; }; }
+host() {
+  "$BIN/host/panelhost" "$@" 2>"$errors" || { cat "$errors" >&2; return 1; }
+  if [ "${UNITYDRV_TRACE:-}" = stderr ]; then grep 'Z unitydrv ' "$errors" >&2 || true; fi
+}
 
 echo "== The controller's dictionary"
 host browse --plc "$PLC"
