@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Line and branch coverage of the library (driver/, tag_index/, unity/, net/, wire/) by the whole
-# test suite: builds the coverage preset, runs every test and prints gcovr's summary.
+# Line and branch coverage of the library (driver/, tag_index/, unity/, net/, wire/, trace/) by the whole
+# test suite (the end-to-end suite also with the trace on): builds the coverage preset, runs
+# every test and prints gcovr's summary.
 # Usage: scripts/coverage.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -13,7 +14,12 @@ cmake --preset coverage >/dev/null
 cmake --build --preset coverage
 find build/coverage -name '*.gcda' -delete
 ctest --preset coverage
+# The end-to-end suite once more with the trace on, as scripts/check.sh runs it: the trace's
+# branches in the entry points are taken only in the loaded library.
+trace_log=$(mktemp)
+UNITYDRV_TRACE="$trace_log" UNITYDRV_TRACE_WIRE=1 ctest --preset coverage -R '^test_e2e\.' >/dev/null
+rm -f "$trace_log"
 gcovr --root . --object-directory build/coverage \
-  --filter 'driver/' --filter 'tag_index/' --filter 'unity/' --filter 'net/' --filter 'wire/' \
+  --filter 'driver/' --filter 'tag_index/' --filter 'unity/' --filter 'net/' --filter 'wire/' --filter 'trace/' \
   --exclude 'build/' --exclude-throw-branches --exclude-unreachable-branches \
   --txt build/coverage/coverage.txt --print-summary
