@@ -25,13 +25,6 @@ uint32_t member_byte_offset(const data_type& member) {
   return wire::le_reader(member.member_offset_bytes).u32();
 }
 
-// Bytes per element of an access format (0..4); a string, which has none, takes 16.
-uint32_t element_size_of_format(int format, uint16_t type_id) {
-  constexpr uint32_t sizes[] = {1, 1, 2, 4, 8};
-  if (format >= 0 && format < 5) return sizes[format];
-  return type_id == wire::string_type ? 16 : 0;
-}
-
 void copy_location(const std::vector<unsigned char>& from, std::array<unsigned char, 6>& to) {
   for (std::size_t i = 0; i < to.size(); ++i) {
     to[i] = from.at(i);
@@ -365,6 +358,12 @@ int offline_CTagTable_578::setup_memory_index_in_place(const std::map<std::strin
     }
   }
   return resolved;
+}
+
+uint32_t element_size_of_format(int format, uint16_t type_id) {
+  constexpr uint32_t sizes[] = {1, 1, 2, 4, 8};
+  if (format >= 0 && format < 5) return sizes[format];
+  return type_id == wire::string_type ? 16 : 0;
 }
 
 void calculate_block_size(std::map<unsigned short, std::vector<data_type>>& struct_members,

@@ -25,7 +25,8 @@ struct dictionary {
     if (found == types.end() || found->second.name.empty()) return "type " + std::to_string(id);
     return found->second.name.substr(0, found->second.name.size() - 1);
   }
-  // Bytes of one value of type id: a structure's block size, an elementary type's width.
+  // Bytes of one value of type id: a structure's block size, an elementary type's width
+  // as the index build counts it.
   uint32_t size_of(unsigned short id) const {
     if (structs.count(id) != 0) {
       unsigned int size = 0;
@@ -33,9 +34,7 @@ struct dictionary {
       calculate_block_size(const_cast<member_map&>(structs), id, size);
       return size;
     }
-    static const uint32_t widths[] = {1, 1, 2, 4, 8};
-    const int format = read_comm::get_read_format_from_type(id);
-    return format >= 0 && format < 5 ? widths[format] : 0;
+    return element_size_of_format(read_comm::get_read_format_from_type(id), id);
   }
 };
 

@@ -62,6 +62,9 @@ class offline_CTagTable_578 {
       name_index_;  // name (as strcmp sees it) -> first position
 };
 
+// Bytes per element of an access format (0..4); a string, which has none, takes 16.
+uint32_t element_size_of_format(int format, uint16_t type_id);
+
 // Adds the byte size of structured type type_id to size (an accumulator).
 void calculate_block_size(std::map<unsigned short, std::vector<data_type>>& struct_members,
                           unsigned short& type_id, unsigned int& size);
