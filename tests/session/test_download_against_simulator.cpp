@@ -71,6 +71,9 @@ struct project_case {
   std::size_t struct_types;
   bool m580;
 };
+void PrintTo(const project_case& c, std::ostream* os) {
+  *os << c.what;
+}
 
 class GeneratedProject : public ::testing::TestWithParam<project_case> {};
 
