@@ -25,8 +25,10 @@ std::string location_text(const std::vector<unsigned char>& location) {
   return text;
 }
 
-std::string shown(const std::string& name) {
-  return !name.empty() && name.back() == '\0' ? name.substr(0, name.size() - 1) : name;
+// A dictionary name without its terminating zero, escaped for a trace line.
+trace::escaped shown(const std::string& name) {
+  const std::size_t size = !name.empty() && name.back() == '\0' ? name.size() - 1 : name.size();
+  return trace::escaped(std::string_view(name.data(), size));
 }
 
 // The device other than this one that last connected to address, or 0.
@@ -54,18 +56,12 @@ void started(void** handle, const char* path, uint32_t offset) {
   const auto& device = *static_cast<const device_context*>(*handle);
   trace::current_device = device.trace_number;
   const offline_CTagTable_578& tags = device.tag_table;
-  // An empty table may be a file that could not be read: open it once more for the reason.
-  std::FILE* file = nullptr;
-  int error = 0;
-  if (tags.tag_count == 0) {
-    file = path != nullptr ? std::fopen(path, "rb") : nullptr;
-    error = path != nullptr ? errno : EINVAL;
-    if (file != nullptr) std::fclose(file);
-  }
-  const bool unread = tags.tag_count == 0 && file == nullptr;
+  // The reason an empty table has is what the one open of the file saw.
+  const int error = path == nullptr ? EINVAL : tags.open_error;
+  const bool unread = tags.tag_count == 0 && error != 0;
   trace::emit(
       "StartDeviceEx", "tag_file=%s offset=%u tags=%u wide_names=%u offline=%u%s%s%s",
-      path != nullptr ? path : "(null)", offset, tags.tag_count,
+      trace::escaped(path != nullptr ? path : "(null)").c_str(), offset, tags.tag_count,
       tags.tag_count != 0 ? tags.wide_names : 0, device.offline_mode, unread ? " error=\"" : "",
       unread ? trace::os_reason(error) : "",
       unread ? "\" (the result is 0 all the same; every tag number reads as unresolved)" : "");
@@ -103,7 +99,8 @@ void connected(const device_context& device, bool ok, long since_ms, int error) 
 
 void identified(const unity_process& session, bool ok, uint16_t first_step) {
   trace::emit("identification", "result=%s plc_type=\"%s\" m580=%d exchanges=%u%s",
-              ok ? "ok" : "failed", session.plc_type.c_str(), session.is_bme_p58() ? 1 : 0,
+              ok ? "ok" : "failed", trace::escaped(session.plc_type, true).c_str(),
+              session.is_bme_p58() ? 1 : 0,
               static_cast<unsigned>(session.transaction_counter - first_step),
               ok ? "" : " (no dictionary, no index: CheckInitCmdResponseEx2 returns 0)");
 }
@@ -162,13 +159,23 @@ download_watch::~download_watch() {
 void download_watch::restore() {
   if (!active_) return;
   active_ = false;
-  // insert keeps an entry of the new download: the earlier one is only added back.
-  session_.tables.insert(earlier_.begin(), earlier_.end());
+  // merge keeps an entry of the new download (the earlier one is only added back) and
+  // moves the nodes without allocating: putting them back cannot fail.
+  session_.tables.merge(earlier_);
   earlier_.clear();
 }
 
 void download_watch::finish() {
   if (!active_) return;
+  try {
+    report();
+  } catch (...) {
+    trace::emit("program-change", "(the comparison with the earlier download could not finish)");
+  }
+  restore();
+}
+
+void download_watch::report() const {
   unsigned gone = 0, moved = 0;
   for (const auto& [name, variable] : earlier_) {
     const auto now = session_.tables.find(name);
@@ -196,7 +203,6 @@ void download_watch::finish() {
                 "StartDeviceEx again after a program download",
                 gone, moved);
   }
-  restore();
 }
 
 }  // namespace trace_events

@@ -49,6 +49,7 @@ class download_watch {
   void finish();
 
  private:
+  void report() const;
   void restore();
   unity_process& session_;
   std::map<std::string, table> earlier_;

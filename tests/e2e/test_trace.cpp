@@ -3,16 +3,19 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "driver/device_context.h"
@@ -126,17 +129,21 @@ TEST_F(TraceEvents, EveryUnresolvedReasonAndEveryAddressOutsideItsVariable) {
       "dictionary types=3 structures=3 arrays=1 variables=3",
       // ARRAY[1..3]: subscript 1 is the second element, subscript 3 lies past the array.
       "extent tag=Pumps[1].Speed variable_type=\"ARRAY[1..3] OF PUMP\" subscript=1 "
-      "counted_from_start=1 element=2 offset=6 extent=18 (not the element",
+      "counted_from_start=1 element=2 offset=6 extent=18 (counted from 0: not the element "
+      "the subscript declares)",
       "extent tag=Pumps[3].Speed variable_type=\"ARRAY[1..3] OF PUMP\" subscript=3 "
-      "counted_from_start=1 element=4 offset=18 extent=18 outside=1",
+      "counted_from_start=1 element=4 offset=18 extent=18 outside=1 (lies past the array",
       "unresolved tag=2 name=Station.Pump reason=\"the path ends in structure PUMP",
       "resolved-skipping tag=3 name=Station.Bad.Level note=\"unknown member 'Bad' in "
       "structure STATION (the walk went on",
       "unresolved tag=4 name=Station.Nope reason=\"unknown member 'Nope' in structure STATION",
       "unresolved tag=5 name=Ghost reason=\"unknown variable 'Ghost'\"",
       "subscript tag=6 name=After[2] the subscript of the whole name is dropped",
-      "unresolved tag=7 name=Pumps[x].Speed reason=\"bad subscript",
-      "resolution tags=8 resolved=4 unresolved=4 outside=2 failed=",
+      "unresolved tag=7 name=Pumps[x].Speed reason=\"the subscript [x] of 'Pumps' is not a "
+      "list of integers\"",
+      // Only the tag past the array lies outside; the one counted from 0 is inside.
+      "resolution tags=8 resolved=4 unresolved=4 outside=1 failed=\"the index build stopped: "
+      "the name of tag 7 cannot be read",
   });
 }
 
@@ -209,10 +216,94 @@ TEST_F(TraceEvents, FailedExchangesAndWhatTheHostIsTold) {
   uint32_t code = 0;
   init_handshake::get_init_cmd(*d, &code);
   device_context missing;  // a tag file that is not there leaves the table empty
+  missing.tag_table.Read("/nonexistent-dir/plant.tags", 0);
   void* handle = &missing;
   trace_events::started(&handle, "/nonexistent-dir/plant.tags", 0);
   expect_lines({"connect address=127.0.0.253:502", "result=failed error=\"",
                 "error=\"No such file or directory\" (the result is 0"});
+}
+
+// Structure 99 has no members (a controller may report one; the project file cannot say
+// so, hence the member dropped after parsing); 102 is ARRAY[1..3] of structure 100.
+plcsim::project with_empty_structure(const std::string& members_of_100) {
+  plcsim::project p = plcsim::parse_project(R"({"plc_type": "BMX P34 2020", "types": [
+    {"id": 99, "kind": "struct", "name": "EMPTY", "members": [{"name": "X", "type": 4, "offset": 0}]},
+    {"id": 100, "kind": "struct", "name": "PUMP", "members": )" +
+                                            members_of_100 + R"(},
+    {"id": 102, "kind": "array", "name": "ARRAY[1..3] OF PUMP", "element": 100, "dimensions": [[1, 3]]}],
+    "variables": [{"name": "Pumps", "type": 102, "block": 1, "offset": 0}]})");
+  p.types.at(99).members.clear();
+  return p;
+}
+
+// Regression: with a structure of no members the trace sized a type the index build never
+// sized (case A) or raised again inside the build's catch (case B), and the host got
+// std::out_of_range where the untraced driver gave a result.
+TEST_F(TraceEvents, AStructureWithoutMembersChangesNoResult) {
+  const struct {
+    const char* what;
+    const char* members_of_100;
+    const char* tag;
+    int ready;
+    const char* line;
+  } cases[] = {
+      {"A",
+       R"([{"name": "Spare", "type": 99, "offset": 0}, {"name": "Speed", "type": 4, "offset": 2}])",
+       "Pumps[1].Speed.Spare", 1, "resolution tags=1 resolved=1"},
+      {"B",
+       R"([{"name": "Speed", "type": 4, "offset": 0}, {"name": "Spare", "type": 99, "offset": 4}])",
+       "Pumps[1].Speed", 0,
+       "failed=\"the index build stopped: structure EMPTY has no members, so it has no size"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    plcsim::server server(with_empty_structure(c.members_of_100));
+    ASSERT_TRUE(server.start_on_free_loopback());
+    for (const bool traced : {false, true}) {
+      ASSERT_EQ(trace::configure(traced ? trace_path_.c_str() : nullptr, false), traced);
+      auto d = device({c.tag}, 1);
+      EXPECT_NO_THROW(EXPECT_EQ(connect(*d, server.address()), 0u)) << traced;
+      int ready = -1;
+      EXPECT_NO_THROW(ready = init_handshake::check_init_cmd_response(*d)) << traced;
+      EXPECT_EQ(ready, c.ready) << traced;
+    }
+    expect_lines({c.line});
+  }
+}
+
+// Regression: an empty table made the trace open the tag file once more to name the reason;
+// on a named pipe that waits for a writer that never comes.
+TEST_F(TraceEvents, AnEmptyTableOfANamedPipeIsNotOpenedAgain) {
+  const std::string fifo = temp_path("fifo");
+  std::remove(fifo.c_str());
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  std::thread writer([&] {  // one writer that sends nothing
+    const int fd = ::open(fifo.c_str(), O_WRONLY);
+    if (fd >= 0) ::close(fd);
+  });
+  device_context d;
+  d.tag_table.Read(fifo.c_str(), 0);
+  writer.join();
+  // A reader opening the pipe now can only be a second open: a writer that finds one
+  // unblocks it and says so. Bounded by the started call's return.
+  std::atomic<bool> done{false}, reopened{false};
+  std::thread watch([&] {
+    while (!done) {
+      const int fd = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
+      if (fd >= 0) {
+        reopened = true;
+        ::close(fd);
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+  });
+  void* handle = &d;
+  trace_events::started(&handle, fifo.c_str(), 0);
+  done = true;
+  watch.join();
+  std::remove(fifo.c_str());
+  EXPECT_FALSE(reopened);
+  expect_lines({"tags=0 wide_names=0 offline=0\n"});  // opened and empty: no error to name
 }
 
 // Each target: whether the trace comes on, and what standard error shows of it.
