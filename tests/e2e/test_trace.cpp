@@ -22,6 +22,7 @@
 #include "driver/init_handshake.h"
 #include "driver/tag_driver_offline_578.h"
 #include "driver/trace_events.h"
+#include "support/pcap_payloads.h"
 #include "support/plant_device.h"
 #include "trace/trace.h"
 
@@ -32,12 +33,7 @@ std::string temp_path(const std::string& what) {
   return ::testing::TempDir() + "trace_" + std::to_string(::getpid()) + "_" + what;
 }
 
-std::string slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using pcap_payloads::slurp;
 
 // A pump station: structure arrays with a low bound of 1, a structure inside a structure.
 const std::string station_types = R"({
@@ -338,23 +334,6 @@ struct observed {
   std::vector<uint8_t> wire;
 };
 
-// The Unity payloads of a capture of the simulator, in order (headers and times dropped:
-// the client's port and the clock differ from run to run).
-std::vector<uint8_t> capture_payloads(const std::string& pcap) {
-  const std::string bytes = slurp(pcap);
-  constexpr std::size_t file_header = 24, record_header = 16, frame_headers = 14 + 20 + 20;
-  std::vector<uint8_t> out;
-  for (std::size_t at = file_header; at + record_header <= bytes.size();) {
-    uint32_t length = 0;
-    std::memcpy(&length, bytes.data() + at + 8, 4);
-    const std::size_t data = at + record_header;
-    if (length > frame_headers && data + length <= bytes.size())
-      out.insert(out.end(), bytes.begin() + data + frame_headers, bytes.begin() + data + length);
-    at = data + length;
-  }
-  return out;
-}
-
 // Runs a host program (LIBRARY ADDRESS TAGFILE TAGLIST) against a fresh simulator, with
 // UNITYDRV_TRACE set to trace (or unset when empty); bounded to a minute.
 observed run_host(const char* program, const std::string& trace) {
@@ -399,7 +378,7 @@ observed run_host(const char* program, const std::string& trace) {
   ::waitpid(child, &status, 0);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
   server.stop();
-  seen.wire = capture_payloads(pcap);
+  seen.wire = pcap_payloads::of(pcap);
   std::remove(pcap.c_str());
   std::remove(tags.c_str());
   return seen;
