@@ -59,6 +59,7 @@ unitydrv_result get_init_cmd(device_context& device, uint32_t* code) {
   if (device.offline_mode != 0) return finished(code, 0);
   if (trace::on) trace_events::connecting(device, plc_address);
   device.plc_address = plc_address;
+  if (trace::on) trace_events::handshake_begun(device);
   unity_process& session = device.session;
   const long started = trace::on ? trace_events::now_ms() : 0;
   const uint16_t first_step = session.transaction_counter;

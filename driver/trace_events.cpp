@@ -14,6 +14,13 @@ namespace {
 // panel, kept without allocating.
 constexpr unsigned remembered_devices = 64;
 char last_address[remembered_devices][16];
+// Each device's subject (slot 0 for devices numbered past the others).
+char subjects[remembered_devices][400];
+constexpr std::size_t tags_named = 4;
+
+char* subject_of(unsigned device) {
+  return subjects[device < remembered_devices ? device : 0];
+}
 
 std::string location_text(const std::vector<unsigned char>& location) {
   if (location.size() < 6) return "?";
@@ -139,11 +146,41 @@ void past_table(const _gui_request_* requests, int count) {
   }
 }
 
+void handshake_begun(const device_context& device) {
+  char* text = subject_of(device.trace_number);
+  std::snprintf(text, sizeof subjects[0], "address=%s during=handshake",
+                trace::escaped(device.plc_address).c_str());
+  trace::subject = text;
+}
+
+void requests_begun(const _gui_request_* requests, int count) {
+  if (requests == nullptr || count < 1 || requests[0].device_handle == nullptr) return;
+  const auto& device = *static_cast<const device_context*>(requests[0].device_handle);
+  const offline_CTagTable_578& table = device.tag_table;
+  // A write carries out its first request only.
+  const bool write = requests[0].request_kind == 1 || requests[0].request_kind == 2;
+  const std::size_t used = write ? 1 : static_cast<std::size_t>(count);
+  char* text = subject_of(device.trace_number);
+  std::size_t n = static_cast<std::size_t>(std::snprintf(
+      text, sizeof subjects[0], "address=%s %s=", trace::escaped(device.plc_address).c_str(),
+      write ? "write" : "read"));
+  for (std::size_t i = 0; i < used && i < tags_named && n < sizeof subjects[0]; ++i) {
+    const uint32_t tag = requests[i].ref.tag_index;
+    const char* name = tag < table.tag_count ? table.entries[tag].name : "(past the table)";
+    n += static_cast<std::size_t>(std::snprintf(text + n, sizeof subjects[0] - n, "%s%s",
+                                                i == 0 ? "" : ",", trace::escaped(name).c_str()));
+  }
+  if (n < sizeof subjects[0])
+    std::snprintf(text + n, sizeof subjects[0] - n, "%s requests=%zu",
+                  used > tags_named ? ",..." : "", used);
+  trace::subject = text;
+}
+
 void failure_reported(int results) {
   trace::emit("failure-report",
-              "results=%d status=2 code=10 (the last exchange failed; reported once, the next "
-              "round tries again)",
-              results);
+              "results=%d status=2 code=10 %s (the last exchange failed; reported once, the "
+              "next round tries again)",
+              results, subject_of(trace::current_device));
 }
 
 download_watch::download_watch(unity_process& session) : session_(session) {

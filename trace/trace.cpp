@@ -20,6 +20,7 @@ namespace trace {
 bool on = false;
 bool wire = false;
 unsigned current_device = 0;
+const char* subject = "";
 
 namespace {
 
@@ -40,6 +41,7 @@ void close_sink() {
   on = false;
   wire = false;
   current_device = 0;
+  subject = "";
   if (sink.file != nullptr) std::fclose(sink.file);
   sink = sink_state{};
 }

@@ -18,6 +18,10 @@ extern bool wire;  // every request and reply as hex as well
 // The short number of the device whose entry point is running (0: none); set by the entry
 // points only while the trace is on.
 extern unsigned current_device;
+// What the driver's call in progress is about (the device's address, the tags of the host's
+// request), for the lines of the layers below, which see only bytes; set by the driver while
+// the trace is on, never null.
+extern const char* subject;
 
 // One line: time, device, event, then the printf-formatted figures.
 [[gnu::cold]] void emit(const char* event, const char* format, ...)

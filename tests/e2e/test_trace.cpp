@@ -115,7 +115,7 @@ class TraceEvents : public ::testing::Test {
 TEST_F(TraceEvents, EveryUnresolvedReasonAndEveryAddressOutsideItsVariable) {
   auto server = serve(station_project);
   auto d = device({"Pumps[1].Speed", "Pumps[3].Speed", "Station.Pump", "Station.Bad.Level",
-                   "Station.Nope", "Ghost", "After[2]", "Pumps[x].Speed"},
+                   "Station.Nope", "Ghost", "After[2]", "Pumps[-1].Speed", "Pumps[x].Speed"},
                   1);
   ASSERT_EQ(connect(*d, server->address()), 0u);
   expect_lines({
@@ -135,12 +135,27 @@ TEST_F(TraceEvents, EveryUnresolvedReasonAndEveryAddressOutsideItsVariable) {
       "unresolved tag=4 name=Station.Nope reason=\"unknown member 'Nope' in structure STATION",
       "unresolved tag=5 name=Ghost reason=\"unknown variable 'Ghost'\"",
       "subscript tag=6 name=After[2] the subscript of the whole name is dropped",
-      "unresolved tag=7 name=Pumps[x].Speed reason=\"the subscript [x] of 'Pumps' is not a "
+      "unresolved tag=8 name=Pumps[x].Speed reason=\"the subscript [x] of 'Pumps' is not a "
       "list of integers\"",
-      // Only the tag past the array lies outside; the one counted from 0 is inside.
-      "resolution tags=8 resolved=4 unresolved=4 outside=1 failed=\"the index build stopped: "
-      "the name of tag 7 cannot be read",
+      "extent tag=Pumps[-1].Speed variable_type=\"ARRAY[1..3] OF PUMP\" subscript=-1 "
+      "counted_from_start=1 element=0 offset=4294967290 extent=18 outside=1 (lies before the "
+      "array",
+      // Only the tags before and past the array lie outside; the one counted from 0 is inside.
+      "resolution tags=9 resolved=5 unresolved=4 outside=2 failed=\"the index build stopped: "
+      "the name of tag 8 cannot be read",
   });
+}
+
+// Regression: a name holding a line break or a quote split one event over two lines.
+TEST_F(TraceEvents, ANameIsEscapedSoThatOneEventIsOneLine) {
+  auto server = serve(station_project);
+  auto d = device({"Gho\nst", "Sta\"tion x.Level"}, 1);
+  ASSERT_EQ(connect(*d, server->address()), 0u);
+  expect_lines({"unresolved tag=0 name=Gho\\x0ast reason=\"unknown variable 'Gho\\x0ast'\"",
+                "unresolved tag=1 name=Sta\\x22tion\\x20x.Level reason=\"unknown variable "
+                "'Sta\\x22tion x'\""});
+  std::istringstream lines(slurp(trace_path_));
+  for (std::string line; std::getline(lines, line);) EXPECT_EQ(line.rfind("20", 0), 0u) << line;
 }
 
 TEST_F(TraceEvents, ProgramChangeBetweenTwoDownloads) {
@@ -185,6 +200,7 @@ TEST_F(TraceEvents, FailedExchangesAndWhatTheHostIsTold) {
   const auto read = [&](const std::vector<host_records::request>& wanted, uint8_t kind = 0) {
     auto req = host_records::requests(d.get(), wanted, kind);
     req[0].write.bit.write_bit_value = 1;
+    trace_events::requests_begun(req.data(), static_cast<int>(req.size()));  // as OutputFilterEx
     driver_object.outputfilter(req.data(), static_cast<int>(req.size()));
     host_records::input_round round(d.get(), wanted.size());
     driver_object.inputFilter(round.results.data(), nullptr, round.infos.data(), 1);
@@ -198,8 +214,11 @@ TEST_F(TraceEvents, FailedExchangesAndWhatTheHostIsTold) {
   server->stop();
   read({{0, UNITYDRV_TYPE_INT}});
   expect_lines({
-      "error-reply status=0xFD",
-      "failure-report results=1 status=2 code=10",
+      // The device, the tags of the request refused, and what was refused.
+      "error-reply status=0xFD (refused) code=0x07 function=0x22 (read variables) step=",
+      " address=" + server->address() + " read=After requests=1",
+      "failure-report results=1 status=2 code=10 address=" + server->address() +
+          " read=After requests=1",
       "bit-write tag=1 bit=2 value=1 kept in the driver's memory, not sent",
   });
   const std::string text = slurp(trace_path_);
