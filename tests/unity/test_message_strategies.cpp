@@ -156,6 +156,49 @@ TEST(OnSetCommSuccessed, ResponseStrategyBuildsContinuation) {
   EXPECT_TRUE(bare.pdu.data.empty());
 }
 
+// The record loop stops at the end of the data: three records announced and two sent give
+// the raw-message node and two records, with their names when the format is 9 (only then).
+TEST(ResponseStrategy, RecordLoopEndsWithTheDataAndReadsNamesOnlyInFormatNine) {
+  for (const uint8_t format : {9, 2}) {
+    SCOPED_TRACE(static_cast<int>(format));
+    const bytes message = dictionary_reply(format, 0, 3)
+                              .le16(0x0104)
+                              .le16(0x0001)
+                              .le32(0x00000060)
+                              .le16(0)
+                              .cstr("Ab")
+                              .le16(0x0108)
+                              .le16(0x0002)
+                              .le32(0x00000010)
+                              .le16(0)
+                              .cstr("C")
+                              .bytes();
+    unity_process::PRIVATE p;
+    const auto out = commands_of(p, harness::modbus_reply(message));
+    ASSERT_EQ(out.size(), 1u);
+    EXPECT_EQ(out[0].record_count, 3);
+    const std::vector<node>& nodes = out[0].nodes;
+    EXPECT_EQ(nodes[0].name, message);
+    if (format == 9) {
+      ASSERT_EQ(nodes.size(), 3u);
+      EXPECT_EQ(nodes[1].type_id, 0x0104);
+      EXPECT_EQ(nodes[1].block, 1);
+      EXPECT_EQ(nodes[1].offset, 0x60u);
+      EXPECT_EQ(nodes[1].name, (bytes{'A', 'b', 0}));
+      EXPECT_EQ(nodes[2].type_id, 0x0108);
+      EXPECT_EQ(nodes[2].offset, 0x10u);
+      EXPECT_EQ(nodes[2].name, (bytes{'C', 0}));
+    } else {
+      // Unnamed 8-byte records: the same bytes read as three records of eight.
+      ASSERT_EQ(nodes.size(), 4u);
+      EXPECT_EQ(nodes[1].type_id, 0x0104);
+      EXPECT_EQ(nodes[2].type_id, 0x0000);
+      EXPECT_EQ(nodes[2].block, 0x6241);  // 'A' 'b'
+      for (std::size_t i = 1; i < nodes.size(); ++i) EXPECT_TRUE(nodes[i].name.empty()) << i;
+    }
+  }
+}
+
 // A request echoed back, or a frame too short to classify: no commands, or a range error.
 TEST(RequestStrategy, RequestsAndShortFramesYieldNoCommands) {
   unity_process::PRIVATE p;
