@@ -222,6 +222,12 @@ TEST_F(TraceEvents, FailedExchangesAndWhatTheHostIsTold) {
       "bit-write tag=1 bit=2 value=1 kept in the driver's memory, not sent",
   });
   const std::string text = slurp(trace_path_);
+  const std::size_t refused = text.find("error-reply");
+  ASSERT_NE(refused, std::string::npos);
+  EXPECT_NE(text.substr(refused, text.find('\n', refused) - refused)
+                .find(" address=" + server->address() + " read=After requests=1"),
+            std::string::npos)
+      << text;
   // The controller gone: the next send fails, or its reply never comes.
   EXPECT_TRUE(text.find("no-reply closed=1") != std::string::npos ||
               text.find("send-failed bytes=") != std::string::npos)
