@@ -22,6 +22,18 @@ plcsim::project plant() {
   return plcsim::load_project_file(std::string(UNITYDRV_SOURCE_DIR) + "/examples/plant.json");
 }
 
+// A client socket connected to the simulator, or -1.
+int connected_to(const plcsim::server& srv) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in sa{};
+  sa.sin_family = AF_INET;
+  sa.sin_port = htons(srv.port());
+  ::inet_pton(AF_INET, srv.address().c_str(), &sa.sin_addr);
+  if (::connect(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) == 0) return fd;
+  ::close(fd);
+  return -1;
+}
+
 struct location_case {
   const char* path;
   uint16_t block;
@@ -235,12 +247,8 @@ TEST(UnityAccess, HeaderOfAnotherProtocolOrUnitIsRefused) {
 TEST(UnityAccess, RefusedHeadersOverTheConnection) {
   plcsim::server srv(plant());
   ASSERT_TRUE(srv.start_on_free_loopback(0));
-  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in sa{};
-  sa.sin_family = AF_INET;
-  sa.sin_port = htons(srv.port());
-  ::inet_pton(AF_INET, srv.address().c_str(), &sa.sin_addr);
-  ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa), 0);
+  const int fd = connected_to(srv);
+  ASSERT_GE(fd, 0);
   const bytes frames =
       hex("0001 0001 0004 00 5A 0001  0002 0000 0004 07 5A 0001  0003 0000 0004 00 5A 0001");
   ASSERT_EQ(::send(fd, frames.data(), frames.size(), 0), static_cast<ssize_t>(frames.size()));
@@ -289,12 +297,8 @@ TEST(UnityAccess, AnOddStringReadWholeIsPaddedToWholeWords) {
 TEST(project, ProgramDownloadReplacesProjectAndClosesConnections) {
   plcsim::server srv(plant());
   ASSERT_TRUE(srv.start_on_free_loopback(0));
-  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in sa{};
-  sa.sin_family = AF_INET;
-  sa.sin_port = htons(srv.port());
-  ::inet_pton(AF_INET, srv.address().c_str(), &sa.sin_addr);
-  ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa), 0);
+  const int fd = connected_to(srv);
+  ASSERT_GE(fd, 0);
   for (int i = 0; i < 200 && srv.connection_count() == 0; ++i) ::usleep(10000);
   ASSERT_EQ(srv.connection_count(), 1u);
 
