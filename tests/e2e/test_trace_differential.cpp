@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <random>
 #include <string>
+#include <string_view>
 #include <typeinfo>
 #include <vector>
 
@@ -126,6 +128,12 @@ std::string hex(const void* bytes, std::size_t size) {
   return out;
 }
 
+// A digest of every byte of a record, for records too long to keep whole.
+std::string digest(const void* bytes, std::size_t size) {
+  return std::to_string(
+      std::hash<std::string_view>{}(std::string_view(static_cast<const char*>(bytes), size)));
+}
+
 const uint8_t host_types[] = {UNITYDRV_TYPE_INT,  UNITYDRV_TYPE_REAL,     UNITYDRV_TYPE_BOOL,
                               UNITYDRV_TYPE_WORD, UNITYDRV_TYPE_BITARRAY, UNITYDRV_TYPE_STRING,
                               UNITYDRV_TYPE_LINT, UNITYDRV_TYPE_SINT};
@@ -166,13 +174,16 @@ class host {
     call("output", [&] {
       const unitydrv_result out =
           ORMAND_DRV_OutputFilterEx(requests.data(), static_cast<int>(requests.size()));
-      log("output", hex(&out.byte_2, 6) + " " + hex(requests.data(), 64));
+      log("output", hex(&out.byte_2, 6) + " " + hex(requests.data(), 64) + " " +
+                        digest(requests.data(), requests.size() * sizeof requests[0]));
     });
     host_records::input_round in(device_, requests.size());
     call("input", [&] {
       ORMAND_DRV_InputFilterEx(in.results.data(), nullptr, in.infos.data(),
                                static_cast<int>(requests.size()));
-      for (const auto& result : in.results) log("result", hex(&result, 64 + 2 * 16));
+      // The head as hex, every byte of the record in the digest.
+      for (const auto& result : in.results)
+        log("result", hex(&result, 64 + 2 * 16) + " " + digest(&result, sizeof result));
     });
   }
 
