@@ -70,7 +70,8 @@ std::string text_of(std::string_view part, std::vector<int>& indices) {
 // Why the index build cannot read a name: an empty part, or a subscript that is not a list
 // of integers. Said in the name's own terms, not the library's.
 std::string unreadable(std::string_view name) {
-  if (name.empty() || name.front() == '.') return "the name starts with '.'";
+  if (name.empty()) return "the name is empty";
+  if (name.front() == '.') return "the name starts with '.'";
   if (name.back() == '.') return "the name ends with '.'";
   if (name.find("..") != std::string_view::npos) return "the name holds '..' (an empty part)";
   for (std::size_t from = 0; from <= name.size();) {
@@ -159,7 +160,7 @@ verdict walk(std::string_view name, const dictionary& d) {
 }
 
 // Whether a resolved tag lies inside its variable, said when it does not (or when it is
-// not the element its subscript names); counts the tags outside.
+// not the element its subscript names); counts the tags outside. name: escaped already.
 void check_extent(const char* name, const tag_entry& entry, const verdict& v, const dictionary& d,
                   bool say, unsigned& outside) {
   const auto type = d.types.find(v.variable->type_id);
@@ -181,9 +182,8 @@ void check_extent(const char* name, const tag_entry& entry, const verdict& v, co
   trace::emit("extent",
               "tag=%s variable_type=\"%s\" subscript=%d counted_from_start=1 element=%d "
               "offset=%llu extent=%llu%s",
-              trace::escaped(name).c_str(),
-              trace::escaped(d.type_name(v.variable->type_id), true).c_str(), v.base_subscript,
-              static_cast<int>(low) + v.base_subscript,
+              name, trace::escaped(d.type_name(v.variable->type_id), true).c_str(),
+              v.base_subscript, static_cast<int>(low) + v.base_subscript,
               static_cast<unsigned long long>(entry.member_offset),
               static_cast<unsigned long long>(extent), where);
 }

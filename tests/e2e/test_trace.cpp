@@ -149,11 +149,12 @@ TEST_F(TraceEvents, EveryUnresolvedReasonAndEveryAddressOutsideItsVariable) {
 // Regression: a name holding a line break or a quote split one event over two lines.
 TEST_F(TraceEvents, ANameIsEscapedSoThatOneEventIsOneLine) {
   auto server = serve(station_project);
-  auto d = device({"Gho\nst", "Sta\"tion x.Level"}, 1);
+  auto d = device({"Gho\nst", "Sta\"tion x.Level", "Pumps[1].X\"Y.Speed"}, 1);
   ASSERT_EQ(connect(*d, server->address()), 0u);
   expect_lines({"unresolved tag=0 name=Gho\\x0ast reason=\"unknown variable 'Gho\\x0ast'\"",
                 "unresolved tag=1 name=Sta\\x22tion\\x20x.Level reason=\"unknown variable "
-                "'Sta\\x22tion x'\""});
+                "'Sta\\x22tion x'\"",
+                "extent tag=Pumps[1].X\\x22Y.Speed variable_type=\"ARRAY[1..3] OF PUMP\""});
   std::istringstream lines(slurp(trace_path_));
   for (std::string line; std::getline(lines, line);) EXPECT_EQ(line.rfind("20", 0), 0u) << line;
 }
