@@ -94,6 +94,35 @@ TEST(ResponseStrategy, EightByteMessageGivesOneFrameWithoutRecords) {
   }
 }
 
+// A reply cut short of the length its header announces is decoded at that length, the
+// missing bytes as zeros: a variables page's missing records become one variable with an
+// empty name, type 0, at block 0 offset 0 (nothing raises); a structure page's missing
+// members raise, the search for a name running off the message.
+TEST(ResponseStrategy, RecordsOfACutReplyReadAsZeros) {
+  for (const uint8_t format : {9, 2}) {
+    SCOPED_TRACE(static_cast<int>(format));
+    bytes raw = harness::modbus_reply(dictionary_reply(format, 0, 2).bytes());
+    raw[5] = 40;  // the header announces 38 message bytes, 9 arrived
+    unity_process::PRIVATE p;
+    const auto out = commands_of(p, raw);
+    ASSERT_EQ(out.size(), 1u);
+    ASSERT_EQ(out[0].nodes[0].name.size(), 38u);
+    unity_process session;
+    if (format == 9) {
+      session.save_table_info(out);
+      ASSERT_EQ(session.tables.size(), 1u);
+      const auto& [name, variable] = *session.tables.begin();
+      EXPECT_EQ(name, std::string(1, '\0'));
+      EXPECT_EQ(variable.type_id, 0);
+      EXPECT_EQ(variable.location, bytes(6, 0));
+    } else {
+      unity_process::data_type_entry entry(40, data_type{});
+      std::vector<data_type> members;
+      EXPECT_THROW(session.save_struct_detail(out, entry, members), std::out_of_range);
+    }
+  }
+}
+
 // The raw-message node is the message the MBAP length announces: bytes behind it belong to
 // no message, and bytes not yet received (a split reply) read as 0.
 TEST(ResponseStrategy, RawMessageNodeFollowsMbapLengthNotBufferSize) {
