@@ -98,6 +98,7 @@ unitydrv_result get_init_cmd(uint32_t* code, void** handle) {
 unitydrv_result output_filter(_gui_request_* requests, int count) {
   if (trace::on) enter(first_handle(requests, count));
   if (trace::on) trace_events::past_table(requests, count);
+  if (trace::on) trace_events::requests_begun(requests, count);
   try {
     return driver_object.outputfilter(requests, count);
   } catch (...) {

@@ -25,19 +25,19 @@ constexpr uint32_t code_no_connection = 10;
 // again: the same dictionary as the last build (the trace then gives the counts only).
 bool build_index(device_context& device, bool again) {
   const unity_process& s = device.session;
-  const auto report = [&](const char* failure) {
+  const auto report = [&](bool failed) {
     if (trace::on) {
       resolution_report::trace_index(device.tag_table, s.tables, s.struct_members, s.data_types,
-                                     failure, again);
+                                     failed, again);
     }
   };
   try {
     device.tag_table.setup_memory_index_in_place(s.tables, s.struct_members);
-  } catch (const std::exception& e) {
-    report(e.what());
+  } catch (const std::exception&) {
+    report(true);
     return false;
   }
-  report(nullptr);
+  report(false);
   return true;
 }
 
@@ -59,6 +59,7 @@ unitydrv_result get_init_cmd(device_context& device, uint32_t* code) {
   if (device.offline_mode != 0) return finished(code, 0);
   if (trace::on) trace_events::connecting(device, plc_address);
   device.plc_address = plc_address;
+  if (trace::on) trace_events::handshake_begun(device);
   unity_process& session = device.session;
   const long started = trace::on ? trace_events::now_ms() : 0;
   const uint16_t first_step = session.transaction_counter;

@@ -14,6 +14,13 @@ namespace {
 // panel, kept without allocating.
 constexpr unsigned remembered_devices = 64;
 char last_address[remembered_devices][16];
+// Each device's subject (slot 0 for devices numbered past the others).
+char subjects[remembered_devices][400];
+constexpr std::size_t tags_named = 4;
+
+char* subject_of(unsigned device) {
+  return subjects[device < remembered_devices ? device : 0];
+}
 
 std::string location_text(const std::vector<unsigned char>& location) {
   if (location.size() < 6) return "?";
@@ -25,8 +32,10 @@ std::string location_text(const std::vector<unsigned char>& location) {
   return text;
 }
 
-std::string shown(const std::string& name) {
-  return !name.empty() && name.back() == '\0' ? name.substr(0, name.size() - 1) : name;
+// A dictionary name without its terminating zero, escaped for a trace line.
+trace::escaped shown(const std::string& name) {
+  const std::size_t size = !name.empty() && name.back() == '\0' ? name.size() - 1 : name.size();
+  return trace::escaped(std::string_view(name.data(), size));
 }
 
 // The device other than this one that last connected to address, or 0.
@@ -54,18 +63,12 @@ void started(void** handle, const char* path, uint32_t offset) {
   const auto& device = *static_cast<const device_context*>(*handle);
   trace::current_device = device.trace_number;
   const offline_CTagTable_578& tags = device.tag_table;
-  // An empty table may be a file that could not be read: open it once more for the reason.
-  std::FILE* file = nullptr;
-  int error = 0;
-  if (tags.tag_count == 0) {
-    file = path != nullptr ? std::fopen(path, "rb") : nullptr;
-    error = path != nullptr ? errno : EINVAL;
-    if (file != nullptr) std::fclose(file);
-  }
-  const bool unread = tags.tag_count == 0 && file == nullptr;
+  // The reason an empty table has is what the one open of the file saw.
+  const int error = path == nullptr ? EINVAL : tags.open_error;
+  const bool unread = tags.tag_count == 0 && error != 0;
   trace::emit(
       "StartDeviceEx", "tag_file=%s offset=%u tags=%u wide_names=%u offline=%u%s%s%s",
-      path != nullptr ? path : "(null)", offset, tags.tag_count,
+      trace::escaped(path != nullptr ? path : "(null)").c_str(), offset, tags.tag_count,
       tags.tag_count != 0 ? tags.wide_names : 0, device.offline_mode, unread ? " error=\"" : "",
       unread ? trace::os_reason(error) : "",
       unread ? "\" (the result is 0 all the same; every tag number reads as unresolved)" : "");
@@ -103,7 +106,8 @@ void connected(const device_context& device, bool ok, long since_ms, int error) 
 
 void identified(const unity_process& session, bool ok, uint16_t first_step) {
   trace::emit("identification", "result=%s plc_type=\"%s\" m580=%d exchanges=%u%s",
-              ok ? "ok" : "failed", session.plc_type.c_str(), session.is_bme_p58() ? 1 : 0,
+              ok ? "ok" : "failed", trace::escaped(session.plc_type, true).c_str(),
+              session.is_bme_p58() ? 1 : 0,
               static_cast<unsigned>(session.transaction_counter - first_step),
               ok ? "" : " (no dictionary, no index: CheckInitCmdResponseEx2 returns 0)");
 }
@@ -142,11 +146,41 @@ void past_table(const _gui_request_* requests, int count) {
   }
 }
 
+void handshake_begun(const device_context& device) {
+  char* text = subject_of(device.trace_number);
+  std::snprintf(text, sizeof subjects[0], "address=%s during=handshake",
+                trace::escaped(device.plc_address).c_str());
+  trace::subject = text;
+}
+
+void requests_begun(const _gui_request_* requests, int count) {
+  if (requests == nullptr || count < 1 || requests[0].device_handle == nullptr) return;
+  const auto& device = *static_cast<const device_context*>(requests[0].device_handle);
+  const offline_CTagTable_578& table = device.tag_table;
+  // A write carries out its first request only.
+  const bool write = requests[0].request_kind == 1 || requests[0].request_kind == 2;
+  const std::size_t used = write ? 1 : static_cast<std::size_t>(count);
+  char* text = subject_of(device.trace_number);
+  std::size_t n = static_cast<std::size_t>(std::snprintf(
+      text, sizeof subjects[0], "address=%s %s=", trace::escaped(device.plc_address).c_str(),
+      write ? "write" : "read"));
+  for (std::size_t i = 0; i < used && i < tags_named && n < sizeof subjects[0]; ++i) {
+    const uint32_t tag = requests[i].ref.tag_index;
+    const char* name = tag < table.tag_count ? table.entries[tag].name : "(past the table)";
+    n += static_cast<std::size_t>(std::snprintf(text + n, sizeof subjects[0] - n, "%s%s",
+                                                i == 0 ? "" : ",", trace::escaped(name).c_str()));
+  }
+  if (n < sizeof subjects[0])
+    std::snprintf(text + n, sizeof subjects[0] - n, "%s requests=%zu",
+                  used > tags_named ? ",..." : "", used);
+  trace::subject = text;
+}
+
 void failure_reported(int results) {
   trace::emit("failure-report",
-              "results=%d status=2 code=10 (the last exchange failed; reported once, the next "
-              "round tries again)",
-              results);
+              "results=%d status=2 code=10 %s (the last exchange failed; reported once, the "
+              "next round tries again)",
+              results, subject_of(trace::current_device));
 }
 
 download_watch::download_watch(unity_process& session) : session_(session) {
@@ -162,13 +196,23 @@ download_watch::~download_watch() {
 void download_watch::restore() {
   if (!active_) return;
   active_ = false;
-  // insert keeps an entry of the new download: the earlier one is only added back.
-  session_.tables.insert(earlier_.begin(), earlier_.end());
+  // merge keeps an entry of the new download (the earlier one is only added back) and
+  // moves the nodes without allocating: putting them back cannot fail.
+  session_.tables.merge(earlier_);
   earlier_.clear();
 }
 
 void download_watch::finish() {
   if (!active_) return;
+  try {
+    report();
+  } catch (...) {
+    trace::emit("program-change", "(the comparison with the earlier download could not finish)");
+  }
+  restore();
+}
+
+void download_watch::report() const {
   unsigned gone = 0, moved = 0;
   for (const auto& [name, variable] : earlier_) {
     const auto now = session_.tables.find(name);
@@ -196,7 +240,6 @@ void download_watch::finish() {
                 "StartDeviceEx again after a program download",
                 gone, moved);
   }
-  restore();
 }
 
 }  // namespace trace_events

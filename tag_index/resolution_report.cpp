@@ -26,12 +26,17 @@ struct dictionary {
     return found->second.name.substr(0, found->second.name.size() - 1);
   }
   // Bytes of one value of type id: a structure's block size, an elementary type's width
-  // as the index build counts it.
+  // as the index build counts it; 0 for a structure the build could not size (one with no
+  // members), which the build itself sizes only where a tag needs it.
   uint32_t size_of(unsigned short id) const {
     if (structs.count(id) != 0) {
       unsigned int size = 0;
-      // calculate_block_size only reads the map it is given.
-      calculate_block_size(const_cast<member_map&>(structs), id, size);
+      try {
+        // calculate_block_size only reads the map it is given.
+        calculate_block_size(const_cast<member_map&>(structs), id, size);
+      } catch (const std::exception&) {
+        return 0;
+      }
       return size;
     }
     return element_size_of_format(read_comm::get_read_format_from_type(id), id);
@@ -60,6 +65,30 @@ std::string text_of(std::string_view part, std::vector<int>& indices) {
   remove_array_index(held);
   if (!held.empty() && held.back() == '\0') held.pop_back();
   return held;
+}
+
+// Why the index build cannot read a name: an empty part, or a subscript that is not a list
+// of integers. Said in the name's own terms, not the library's.
+std::string unreadable(std::string_view name) {
+  if (name.empty()) return "the name is empty";
+  if (name.front() == '.') return "the name starts with '.'";
+  if (name.back() == '.') return "the name ends with '.'";
+  if (name.find("..") != std::string_view::npos) return "the name holds '..' (an empty part)";
+  for (std::size_t from = 0; from <= name.size();) {
+    const std::size_t dot = std::min(name.find('.', from), name.size());
+    const std::string_view part = name.substr(from, dot - from);
+    try {
+      std::vector<int> indices;
+      text_of(part, indices);
+    } catch (const std::exception&) {
+      const std::size_t open = part.find('[');
+      const std::string_view subscript = open == std::string_view::npos ? part : part.substr(open);
+      return "the subscript " + std::string(subscript) + " of '" +
+             std::string(part.substr(0, open)) + "' is not a list of integers";
+    }
+    from = dot + 1;
+  }
+  return "the name cannot be read";
 }
 
 // The verdict on one tag, walked as the index build walks it.
@@ -98,11 +127,13 @@ verdict walk(std::string_view name, const dictionary& d) {
   bool ends_in_structure = false;
   for (std::size_t i = 1; i < parts.size(); ++i) {
     const auto members = d.structs.find(current);
-    const std::string member = text_of(parts[i], indices);
     if (members == d.structs.end()) {
-      v.reason += "'" + member + "' skipped, " + d.type_name(current) + " has no members; ";
+      // Passed over unread, as the index build passes it.
+      v.reason +=
+          "'" + std::string(parts[i]) + "' skipped, " + d.type_name(current) + " has no members; ";
       continue;
     }
+    const std::string member = text_of(parts[i], indices);
     const data_type* match = nullptr;
     for (const data_type& m : members->second) {
       if (m.name == member + '\0') match = match ? match : &m;
@@ -128,7 +159,8 @@ verdict walk(std::string_view name, const dictionary& d) {
   return v;
 }
 
-// Whether a resolved tag lies inside its variable, said when it does not.
+// Whether a resolved tag lies inside its variable, said when it does not (or when it is
+// not the element its subscript names); counts the tags outside. name: escaped already.
 void check_extent(const char* name, const tag_entry& entry, const verdict& v, const dictionary& d,
                   bool say, unsigned& outside) {
   const auto type = d.types.find(v.variable->type_id);
@@ -139,69 +171,103 @@ void check_extent(const char* name, const tag_entry& entry, const verdict& v, co
   const uint32_t element = d.size_of(type->second.element_type);
   const uint64_t extent = uint64_t{element} * count;
   const uint64_t end = entry.member_offset + d.size_of(entry.type_id);
-  if (end <= extent && low == 0) return;
-  ++outside;
+  const bool before = v.base_subscript < 0;
+  const bool past = !before && end > extent;
+  if (!before && !past && low == 0) return;
+  if (before || past) ++outside;
   if (!say) return;
+  const char* where = before ? " outside=1 (lies before the array, in what precedes it)"
+                      : past ? " outside=1 (lies past the array, in what follows it)"
+                             : " (counted from 0: not the element the subscript declares)";
   trace::emit("extent",
               "tag=%s variable_type=\"%s\" subscript=%d counted_from_start=1 element=%d "
               "offset=%llu extent=%llu%s",
-              name, d.type_name(v.variable->type_id).c_str(), v.base_subscript,
-              static_cast<int>(low) + v.base_subscript,
+              name, trace::escaped(d.type_name(v.variable->type_id), true).c_str(),
+              v.base_subscript, static_cast<int>(low) + v.base_subscript,
               static_cast<unsigned long long>(entry.member_offset),
-              static_cast<unsigned long long>(extent),
-              end > extent ? " outside=1 (reads past the array, into what follows it)"
-                           : " (not the element the subscript names)");
+              static_cast<unsigned long long>(extent), where);
 }
 
-// The lines of tag i (when say); whether it resolved.
+// The lines of tag i (when say); whether it resolved. unreadable_name: the tag's name
+// cannot be read (the index build stops there).
 bool report_tag(uint32_t i, const tag_entry& entry, bool wide, const dictionary& d, bool say,
-                unsigned& outside) {
+                unsigned& outside, bool& unreadable_name) {
   // Wide names are read up to their first zero byte, as the index build reads them.
   std::string_view name = entry.name != nullptr ? entry.name : "";
   const std::size_t open = name.find('['), close = name.find(']');
   if (open != std::string_view::npos && close == name.size() - 1) {
     if (say)
       trace::emit("subscript",
-                  "tag=%u name=%.*s the subscript of the whole name is dropped; "
+                  "tag=%u name=%s the subscript of the whole name is dropped; "
                   "the request's array_index selects the element",
-                  i, static_cast<int>(name.size()), name.data());
+                  i, trace::escaped(name).c_str());
     name = name.substr(0, open);
   }
   verdict v;
   try {
     v = walk(name, d);
-  } catch (const std::exception& e) {
-    v.reason = std::string("bad subscript or empty name part (") + e.what() + ")";
+  } catch (const std::exception&) {
+    v.reason = unreadable(name);
+    unreadable_name = true;
   }
-  const std::string shown(name);
+  const trace::escaped shown(name);
   if (!v.resolved) {
     if (say)
       trace::emit("unresolved", "tag=%u name=%s%s reason=\"%s\"", i, shown.c_str(),
-                  wide ? " wide_name=1 (read up to its first zero byte)" : "", v.reason.c_str());
+                  wide ? " wide_name=1 (read up to its first zero byte)" : "",
+                  trace::escaped(v.reason, true).c_str());
     return false;
   }
   if (say && !v.reason.empty())
     trace::emit("resolved-skipping", "tag=%u name=%s note=\"%s\"", i, shown.c_str(),
-                v.reason.c_str());
+                trace::escaped(v.reason, true).c_str());
   check_extent(shown.c_str(), entry, v, d, say, outside);
   return true;
+}
+
+// What in the dictionary stops the index build, when no tag name does.
+std::string dictionary_fault(const dictionary& d) {
+  for (const auto& [id, members] : d.structs) {
+    if (members.empty())
+      return "structure " + d.type_name(id) + " has no members, so it has no size";
+    for (const data_type& m : members) {
+      if (m.bounds.size() < 2 || m.member_offset_bytes.size() < 4)
+        return "a member record of structure " + d.type_name(id) + " is too short";
+    }
+  }
+  return "a dictionary record is too short for a field";
+}
+
+void report(const offline_CTagTable_578& tags, const dictionary& d, bool failed, bool again) {
+  unsigned resolved = 0, outside = 0;
+  std::string stop;  // why the build stopped, when it did
+  for (uint32_t i = 0; i < tags.tag_count; ++i) {
+    bool unreadable_name = false;
+    if (report_tag(i, tags.entries[i], tags.wide_names != 0, d, !again, outside, unreadable_name))
+      ++resolved;
+    if (failed && unreadable_name && stop.empty())
+      stop = "the name of tag " + std::to_string(i) + " cannot be read";
+  }
+  if (failed && stop.empty()) stop = dictionary_fault(d);
+  if (failed) stop = "the index build stopped: " + stop + "; the tags after it stay unresolved";
+  trace::emit("resolution", "tags=%u resolved=%u unresolved=%u outside=%u%s%s%s%s", tags.tag_count,
+              resolved, tags.tag_count - resolved, outside, again ? " again=1" : "",
+              failed ? " failed=\"" : "", trace::escaped(stop, true).c_str(), failed ? "\"" : "");
 }
 
 }  // namespace
 
 void trace_index(const offline_CTagTable_578& tags, const std::map<std::string, table>& tables,
                  const member_map& struct_members,
-                 const std::map<unsigned short, data_type>& data_types, const char* failure,
-                 bool again) {
+                 const std::map<unsigned short, data_type>& data_types, bool failed, bool again) {
   if (!trace::on) return;
-  const dictionary d{tables, struct_members, data_types};
-  unsigned resolved = 0, outside = 0;
-  for (uint32_t i = 0; i < tags.tag_count; ++i) {
-    if (report_tag(i, tags.entries[i], tags.wide_names != 0, d, !again, outside)) ++resolved;
+  // The trace's own work never reaches the driver: whatever it raises ends the account.
+  try {
+    report(tags, dictionary{tables, struct_members, data_types}, failed, again);
+  } catch (...) {
+    trace::emit("resolution", "tags=%u (the account of the tags could not be finished)",
+                tags.tag_count);
   }
-  trace::emit("resolution", "tags=%u resolved=%u unresolved=%u outside=%u%s%s%s", tags.tag_count,
-              resolved, tags.tag_count - resolved, outside, again ? " again=1" : "",
-              failure ? " failed=" : "", failure ? failure : "");
 }
 
 }  // namespace resolution_report

@@ -13,11 +13,10 @@
 namespace resolution_report {
 
 // One line per tag worth a look (unless again: the index is built anew from the same
-// dictionary), then the counts. failure: the text of the exception that ended the build,
-// or null.
+// dictionary), then the counts. failed: the build stopped on an exception (the trace says
+// what in the names or the dictionary stops it). Never raises.
 void trace_index(const offline_CTagTable_578& tags, const std::map<std::string, table>& tables,
                  const std::map<unsigned short, std::vector<data_type>>& struct_members,
-                 const std::map<unsigned short, data_type>& data_types, const char* failure,
-                 bool again);
+                 const std::map<unsigned short, data_type>& data_types, bool failed, bool again);
 
 }  // namespace resolution_report

@@ -1,6 +1,7 @@
 #include "tag_index/tag_table.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -78,6 +79,7 @@ offline_CTagTable_578::~offline_CTagTable_578() {
 
 int offline_CTagTable_578::Read(const char* path, unsigned int offset) {
   std::FILE* file = std::fopen(path, "rb");
+  open_error = file == nullptr ? errno : 0;
   if (file == nullptr) {
     return 0;
   }

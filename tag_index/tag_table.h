@@ -52,6 +52,9 @@ class offline_CTagTable_578 {
 
   uint32_t wide_names;
   uint32_t tag_count = 0;
+  // errno of the last Read's open (0: opened). The trace names an empty table's reason
+  // from it: opening the file again would wait for a new writer on a named pipe.
+  int open_error = 0;
   tag_entry* entries = nullptr;
   // One per request position of the last host request (the request paths use them).
   result_slots slots;

@@ -20,6 +20,7 @@ namespace trace {
 bool on = false;
 bool wire = false;
 unsigned current_device = 0;
+const char* subject = "";
 
 namespace {
 
@@ -40,6 +41,7 @@ void close_sink() {
   on = false;
   wire = false;
   current_device = 0;
+  subject = "";
   if (sink.file != nullptr) std::fclose(sink.file);
   sink = sink_state{};
 }
@@ -164,6 +166,30 @@ void exception_leaving(const char* entry_point) {
   } catch (...) {
     emit("exception", "entry=%s type=unknown (rethrown to the host)", entry_point);
   }
+}
+
+escaped::escaped(std::string_view text, bool quoted) {
+  static const char digits[] = "0123456789abcdef";
+  constexpr std::size_t room = sizeof text_ - 4;  // an escape and the zero always fit
+  std::size_t n = 0;
+  for (const char byte : text) {
+    const auto c = static_cast<unsigned char>(byte);
+    const bool plain = (c > ' ' || (quoted && c == ' ')) && c < 0x7F && c != '"' && c != '\\';
+    if (n + (plain ? 1 : 4) > room - 3) {
+      std::memcpy(text_ + n, "...", 3);
+      n += 3;
+      break;
+    }
+    if (plain) {
+      text_[n++] = static_cast<char>(c);
+    } else {
+      text_[n++] = '\\';
+      text_[n++] = 'x';
+      text_[n++] = digits[c >> 4];
+      text_[n++] = digits[c & 0x0F];
+    }
+  }
+  text_[n] = '\0';
 }
 
 const char* os_reason(int error) {

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
 
 namespace trace {
 
@@ -17,6 +18,10 @@ extern bool wire;  // every request and reply as hex as well
 // The short number of the device whose entry point is running (0: none); set by the entry
 // points only while the trace is on.
 extern unsigned current_device;
+// What the driver's call in progress is about (the device's address, the tags of the host's
+// request), for the lines of the layers below, which see only bytes; set by the driver while
+// the trace is on, never null.
+extern const char* subject;
 
 // One line: time, device, event, then the printf-formatted figures.
 [[gnu::cold]] void emit(const char* event, const char* format, ...)
@@ -27,6 +32,19 @@ extern unsigned current_device;
 [[gnu::cold]] void exception_leaving(const char* entry_point);
 // The system's text for an errno value, without allocating.
 const char* os_reason(int error);
+
+// A name as a trace line shows it: a control character, a quote, a backslash, a byte above
+// 0x7E and (unless quoted: the text goes between quotes) a space become \xNN, so that one
+// event stays one line of key=value fields whatever a tag file or a controller put in a
+// name. Longer texts are cut ("...").
+class escaped {
+ public:
+  explicit escaped(std::string_view text, bool quoted = false);
+  const char* c_str() const { return text_; }
+
+ private:
+  char text_[512];
+};
 
 // Points the trace at a target: "stderr", "syslog" or a file path (appended); null or
 // empty turns it off. A file that cannot be opened is said once on stderr and leaves the

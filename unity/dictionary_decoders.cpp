@@ -70,7 +70,9 @@ void unity_process::save_plc_type(std::vector<unity_frame> frames) {
     if (message->size() < 26) {
       return;
     }
-    const bytes text = copy_checked(*message, 25, length);
+    // A text cut short by the message reads on as zeros, as every decoder reads past the
+    // end of a message that the receive buffer held.
+    const bytes text = wire::zero_padded(*message, 25, length);
     plc_type.assign(text.begin(), text.end());
   }
 }

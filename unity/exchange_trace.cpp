@@ -12,6 +12,46 @@ constexpr unsigned char read_dictionary = 0x26;
 
 // The Unity function of the last request sent, which an error reply refuses.
 unsigned last_function = 0;
+// What the Unity function of a request asks for.
+const char* function_name(unsigned function) {
+  switch (function) {
+    case 0x01:
+      return "initialise communication";
+    case 0x02:
+      return "read the controller's identification";
+    case 0x03:
+      return "read project information";
+    case 0x04:
+      return "read controller information";
+    case 0x07:
+      return "identification";
+    case 0x20:
+      return "read a memory block";
+    case 0x22:
+      return "read variables";
+    case 0x23:
+      return "write variables";
+    case 0x26:
+      return "read the data dictionary";
+    default:
+      return "a function this driver does not send";
+  }
+}
+
+// An error reply: what it refused, of which call (trace::subject: the device and the
+// request's tags), and what the status byte says; the code byte's meaning is the
+// controller's own.
+void error_reply(const unsigned char* bytes, std::size_t size) {
+  const unsigned status = bytes[status_pos];
+  trace::emit("error-reply", "status=0x%02X (%s) code=0x%02X function=0x%02X (%s) step=%u %s%s",
+              status, status == wire::status_error ? "refused" : "not a Unity status",
+              size > status_pos + 1 ? bytes[status_pos + 1] : 0, last_function,
+              function_name(last_function), bytes[transaction_low_pos] | 0u, trace::subject,
+              last_function == read_dictionary
+                  ? " (a type without a detail record, such as a STRING, is refused so)"
+                  : "");
+}
+
 }  // namespace
 
 void sent(const unsigned char* bytes, std::size_t size, long result, int error) {
@@ -36,12 +76,7 @@ void received(const unsigned char* bytes, int ready, long received, int error) {
     if (size <= status_pos) {
       trace::emit("short-reply", "bytes=%zu (no Unity status)", size);
     } else if (bytes[status_pos] != wire::status_ok) {
-      trace::emit("error-reply", "status=0x%02X code=0x%02X function=0x%02X step=%u%s",
-                  bytes[status_pos], size > status_pos + 1 ? bytes[status_pos + 1] : 0,
-                  last_function, bytes[transaction_low_pos] | 0u,
-                  last_function == read_dictionary
-                      ? " (a type without a detail record, such as a STRING, is refused so)"
-                      : "");
+      error_reply(bytes, size);
     }
   }
 }

@@ -106,4 +106,33 @@ TEST_F(HostSession, CloseDeviceDropsTheConnection) {
   EXPECT_EQ(server_->connection_count(), 1u);
 }
 
+// A controller pads a string of odd declared length, read whole, to whole words. The
+// driver takes exactly the characters asked for from the reply, so the pad byte becomes the
+// first byte of the next request's value: STRING[5] "ABCDE" then INT 0x1234 reads 0x3400.
+class OddString : public plant::device_test {
+ protected:
+  OddString() : device_test(0, "tests/e2e/odd_string.json", "tests/e2e/odd_string_tags.txt") {}
+};
+
+TEST_F(OddString, ThePadByteOfAStringReadWholeShiftsTheValuesAfterIt) {
+  start_device(0);
+  initialise();
+  const std::vector<uint16_t> code = {'A', 'B', 'C', 'D', 'E'};
+  const struct {
+    std::vector<host_records::request> wanted;
+    std::vector<uint16_t> code, after;
+  } rounds[] = {
+      {{{0, UNITYDRV_TYPE_STRING, 0, 5}, {1, UNITYDRV_TYPE_INT}}, code, {0x3400}},
+      {{{0, UNITYDRV_TYPE_STRING, 0, 4}, {1, UNITYDRV_TYPE_INT}}, {'A', 'B', 'C', 'D'}, {0x1234}},
+      {{{1, UNITYDRV_TYPE_INT}, {0, UNITYDRV_TYPE_STRING, 0, 5}}, code, {0x1234}},
+  };
+  for (const auto& r : rounds) {
+    const auto round = read(r.wanted);
+    const std::size_t at_code = r.wanted[0].tag == 0 ? 0 : 1;
+    EXPECT_EQ(round.units(at_code, r.code.size()), r.code);
+    EXPECT_EQ(round.units(1 - at_code, 1), r.after);
+    EXPECT_EQ(round.results[1 - at_code].result_status, 0);
+  }
+}
+
 }  // namespace

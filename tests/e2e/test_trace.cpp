@@ -3,22 +3,26 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "driver/device_context.h"
 #include "driver/init_handshake.h"
 #include "driver/tag_driver_offline_578.h"
 #include "driver/trace_events.h"
+#include "support/pcap_payloads.h"
 #include "support/plant_device.h"
 #include "trace/trace.h"
 
@@ -29,12 +33,7 @@ std::string temp_path(const std::string& what) {
   return ::testing::TempDir() + "trace_" + std::to_string(::getpid()) + "_" + what;
 }
 
-std::string slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using pcap_payloads::slurp;
 
 // A pump station: structure arrays with a low bound of 1, a structure inside a structure.
 const std::string station_types = R"({
@@ -116,7 +115,7 @@ class TraceEvents : public ::testing::Test {
 TEST_F(TraceEvents, EveryUnresolvedReasonAndEveryAddressOutsideItsVariable) {
   auto server = serve(station_project);
   auto d = device({"Pumps[1].Speed", "Pumps[3].Speed", "Station.Pump", "Station.Bad.Level",
-                   "Station.Nope", "Ghost", "After[2]", "Pumps[x].Speed"},
+                   "Station.Nope", "Ghost", "After[2]", "Pumps[-1].Speed", "Pumps[x].Speed"},
                   1);
   ASSERT_EQ(connect(*d, server->address()), 0u);
   expect_lines({
@@ -126,18 +125,38 @@ TEST_F(TraceEvents, EveryUnresolvedReasonAndEveryAddressOutsideItsVariable) {
       "dictionary types=3 structures=3 arrays=1 variables=3",
       // ARRAY[1..3]: subscript 1 is the second element, subscript 3 lies past the array.
       "extent tag=Pumps[1].Speed variable_type=\"ARRAY[1..3] OF PUMP\" subscript=1 "
-      "counted_from_start=1 element=2 offset=6 extent=18 (not the element",
+      "counted_from_start=1 element=2 offset=6 extent=18 (counted from 0: not the element "
+      "the subscript declares)",
       "extent tag=Pumps[3].Speed variable_type=\"ARRAY[1..3] OF PUMP\" subscript=3 "
-      "counted_from_start=1 element=4 offset=18 extent=18 outside=1",
+      "counted_from_start=1 element=4 offset=18 extent=18 outside=1 (lies past the array",
       "unresolved tag=2 name=Station.Pump reason=\"the path ends in structure PUMP",
       "resolved-skipping tag=3 name=Station.Bad.Level note=\"unknown member 'Bad' in "
       "structure STATION (the walk went on",
       "unresolved tag=4 name=Station.Nope reason=\"unknown member 'Nope' in structure STATION",
       "unresolved tag=5 name=Ghost reason=\"unknown variable 'Ghost'\"",
       "subscript tag=6 name=After[2] the subscript of the whole name is dropped",
-      "unresolved tag=7 name=Pumps[x].Speed reason=\"bad subscript",
-      "resolution tags=8 resolved=4 unresolved=4 outside=2 failed=",
+      "unresolved tag=8 name=Pumps[x].Speed reason=\"the subscript [x] of 'Pumps' is not a "
+      "list of integers\"",
+      "extent tag=Pumps[-1].Speed variable_type=\"ARRAY[1..3] OF PUMP\" subscript=-1 "
+      "counted_from_start=1 element=0 offset=4294967290 extent=18 outside=1 (lies before the "
+      "array",
+      // Only the tags before and past the array lie outside; the one counted from 0 is inside.
+      "resolution tags=9 resolved=5 unresolved=4 outside=2 failed=\"the index build stopped: "
+      "the name of tag 8 cannot be read",
   });
+}
+
+// Regression: a name holding a line break or a quote split one event over two lines.
+TEST_F(TraceEvents, ANameIsEscapedSoThatOneEventIsOneLine) {
+  auto server = serve(station_project);
+  auto d = device({"Gho\nst", "Sta\"tion x.Level", "Pumps[1].X\"Y.Speed"}, 1);
+  ASSERT_EQ(connect(*d, server->address()), 0u);
+  expect_lines({"unresolved tag=0 name=Gho\\x0ast reason=\"unknown variable 'Gho\\x0ast'\"",
+                "unresolved tag=1 name=Sta\\x22tion\\x20x.Level reason=\"unknown variable "
+                "'Sta\\x22tion x'\"",
+                "extent tag=Pumps[1].X\\x22Y.Speed variable_type=\"ARRAY[1..3] OF PUMP\""});
+  std::istringstream lines(slurp(trace_path_));
+  for (std::string line; std::getline(lines, line);) EXPECT_EQ(line.rfind("20", 0), 0u) << line;
 }
 
 TEST_F(TraceEvents, ProgramChangeBetweenTwoDownloads) {
@@ -182,6 +201,7 @@ TEST_F(TraceEvents, FailedExchangesAndWhatTheHostIsTold) {
   const auto read = [&](const std::vector<host_records::request>& wanted, uint8_t kind = 0) {
     auto req = host_records::requests(d.get(), wanted, kind);
     req[0].write.bit.write_bit_value = 1;
+    trace_events::requests_begun(req.data(), static_cast<int>(req.size()));  // as OutputFilterEx
     driver_object.outputfilter(req.data(), static_cast<int>(req.size()));
     host_records::input_round round(d.get(), wanted.size());
     driver_object.inputFilter(round.results.data(), nullptr, round.infos.data(), 1);
@@ -195,11 +215,20 @@ TEST_F(TraceEvents, FailedExchangesAndWhatTheHostIsTold) {
   server->stop();
   read({{0, UNITYDRV_TYPE_INT}});
   expect_lines({
-      "error-reply status=0xFD",
-      "failure-report results=1 status=2 code=10",
+      // The device, the tags of the request refused, and what was refused.
+      "error-reply status=0xFD (refused) code=0x07 function=0x22 (read variables) step=",
+      " address=" + server->address() + " read=After requests=1",
+      "failure-report results=1 status=2 code=10 address=" + server->address() +
+          " read=After requests=1",
       "bit-write tag=1 bit=2 value=1 kept in the driver's memory, not sent",
   });
   const std::string text = slurp(trace_path_);
+  const std::size_t refused = text.find("error-reply");
+  ASSERT_NE(refused, std::string::npos);
+  EXPECT_NE(text.substr(refused, text.find('\n', refused) - refused)
+                .find(" address=" + server->address() + " read=After requests=1"),
+            std::string::npos)
+      << text;
   // The controller gone: the next send fails, or its reply never comes.
   EXPECT_TRUE(text.find("no-reply closed=1") != std::string::npos ||
               text.find("send-failed bytes=") != std::string::npos)
@@ -209,10 +238,94 @@ TEST_F(TraceEvents, FailedExchangesAndWhatTheHostIsTold) {
   uint32_t code = 0;
   init_handshake::get_init_cmd(*d, &code);
   device_context missing;  // a tag file that is not there leaves the table empty
+  missing.tag_table.Read("/nonexistent-dir/plant.tags", 0);
   void* handle = &missing;
   trace_events::started(&handle, "/nonexistent-dir/plant.tags", 0);
   expect_lines({"connect address=127.0.0.253:502", "result=failed error=\"",
                 "error=\"No such file or directory\" (the result is 0"});
+}
+
+// Structure 99 has no members (a controller may report one; the project file cannot say
+// so, hence the member dropped after parsing); 102 is ARRAY[1..3] of structure 100.
+plcsim::project with_empty_structure(const std::string& members_of_100) {
+  plcsim::project p = plcsim::parse_project(R"({"plc_type": "BMX P34 2020", "types": [
+    {"id": 99, "kind": "struct", "name": "EMPTY", "members": [{"name": "X", "type": 4, "offset": 0}]},
+    {"id": 100, "kind": "struct", "name": "PUMP", "members": )" +
+                                            members_of_100 + R"(},
+    {"id": 102, "kind": "array", "name": "ARRAY[1..3] OF PUMP", "element": 100, "dimensions": [[1, 3]]}],
+    "variables": [{"name": "Pumps", "type": 102, "block": 1, "offset": 0}]})");
+  p.types.at(99).members.clear();
+  return p;
+}
+
+// Regression: with a structure of no members the trace sized a type the index build never
+// sized (case A) or raised again inside the build's catch (case B), and the host got
+// std::out_of_range where the untraced driver gave a result.
+TEST_F(TraceEvents, AStructureWithoutMembersChangesNoResult) {
+  const struct {
+    const char* what;
+    const char* members_of_100;
+    const char* tag;
+    int ready;
+    const char* line;
+  } cases[] = {
+      {"A",
+       R"([{"name": "Spare", "type": 99, "offset": 0}, {"name": "Speed", "type": 4, "offset": 2}])",
+       "Pumps[1].Speed.Spare", 1, "resolution tags=1 resolved=1"},
+      {"B",
+       R"([{"name": "Speed", "type": 4, "offset": 0}, {"name": "Spare", "type": 99, "offset": 4}])",
+       "Pumps[1].Speed", 0,
+       "failed=\"the index build stopped: structure EMPTY has no members, so it has no size"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    plcsim::server server(with_empty_structure(c.members_of_100));
+    ASSERT_TRUE(server.start_on_free_loopback());
+    for (const bool traced : {false, true}) {
+      ASSERT_EQ(trace::configure(traced ? trace_path_.c_str() : nullptr, false), traced);
+      auto d = device({c.tag}, 1);
+      EXPECT_NO_THROW(EXPECT_EQ(connect(*d, server.address()), 0u)) << traced;
+      int ready = -1;
+      EXPECT_NO_THROW(ready = init_handshake::check_init_cmd_response(*d)) << traced;
+      EXPECT_EQ(ready, c.ready) << traced;
+    }
+    expect_lines({c.line});
+  }
+}
+
+// Regression: an empty table made the trace open the tag file once more to name the reason;
+// on a named pipe that waits for a writer that never comes.
+TEST_F(TraceEvents, AnEmptyTableOfANamedPipeIsNotOpenedAgain) {
+  const std::string fifo = temp_path("fifo");
+  std::remove(fifo.c_str());
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  std::thread writer([&] {  // one writer that sends nothing
+    const int fd = ::open(fifo.c_str(), O_WRONLY);
+    if (fd >= 0) ::close(fd);
+  });
+  device_context d;
+  d.tag_table.Read(fifo.c_str(), 0);
+  writer.join();
+  // A reader opening the pipe now can only be a second open: a writer that finds one
+  // unblocks it and says so. Bounded by the started call's return.
+  std::atomic<bool> done{false}, reopened{false};
+  std::thread watch([&] {
+    while (!done) {
+      const int fd = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
+      if (fd >= 0) {
+        reopened = true;
+        ::close(fd);
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+  });
+  void* handle = &d;
+  trace_events::started(&handle, fifo.c_str(), 0);
+  done = true;
+  watch.join();
+  std::remove(fifo.c_str());
+  EXPECT_FALSE(reopened);
+  expect_lines({"tags=0 wide_names=0 offline=0\n"});  // opened and empty: no error to name
 }
 
 // Each target: whether the trace comes on, and what standard error shows of it.
@@ -246,23 +359,6 @@ struct observed {
   std::string records;
   std::vector<uint8_t> wire;
 };
-
-// The Unity payloads of a capture of the simulator, in order (headers and times dropped:
-// the client's port and the clock differ from run to run).
-std::vector<uint8_t> capture_payloads(const std::string& pcap) {
-  const std::string bytes = slurp(pcap);
-  constexpr std::size_t file_header = 24, record_header = 16, frame_headers = 14 + 20 + 20;
-  std::vector<uint8_t> out;
-  for (std::size_t at = file_header; at + record_header <= bytes.size();) {
-    uint32_t length = 0;
-    std::memcpy(&length, bytes.data() + at + 8, 4);
-    const std::size_t data = at + record_header;
-    if (length > frame_headers && data + length <= bytes.size())
-      out.insert(out.end(), bytes.begin() + data + frame_headers, bytes.begin() + data + length);
-    at = data + length;
-  }
-  return out;
-}
 
 // Runs a host program (LIBRARY ADDRESS TAGFILE TAGLIST) against a fresh simulator, with
 // UNITYDRV_TRACE set to trace (or unset when empty); bounded to a minute.
@@ -308,7 +404,7 @@ observed run_host(const char* program, const std::string& trace) {
   ::waitpid(child, &status, 0);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
   server.stop();
-  seen.wire = capture_payloads(pcap);
+  seen.wire = pcap_payloads::of(pcap);
   std::remove(pcap.c_str());
   std::remove(tags.c_str());
   return seen;

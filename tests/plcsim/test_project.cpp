@@ -22,6 +22,18 @@ plcsim::project plant() {
   return plcsim::load_project_file(std::string(UNITYDRV_SOURCE_DIR) + "/examples/plant.json");
 }
 
+// A client socket connected to the simulator, or -1.
+int connected_to(const plcsim::server& srv) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in sa{};
+  sa.sin_family = AF_INET;
+  sa.sin_port = htons(srv.port());
+  ::inet_pton(AF_INET, srv.address().c_str(), &sa.sin_addr);
+  if (::connect(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) == 0) return fd;
+  ::close(fd);
+  return -1;
+}
+
 struct location_case {
   const char* path;
   uint16_t block;
@@ -152,10 +164,16 @@ TEST(UnityAccess, ItemsAreReadByTheirCodes) {
   const char* untouched = "1011121314151617 18191A1B1C1D1E1F";
   const access_case cases[] = {
       {"read 0x21, one element", "22 01 21 0100 01 0000 01 12", "00FE 12", untouched},
-      {"read 0x21, a run", "22 01 21 0100 01 0000 12 0200", "00FE 1213", untouched},
+      // One layout per code: 0x21 is one element behind its 0x01 byte, a length code has
+      // its count. The client's 0x21 run and its type-9 item coded 17 without a count
+      // (any read format but 255 or 0x21) are refused as malformed.
+      {"read 0x21 with a count", "22 01 21 0100 01 0000 12 0200", "00FD 06", untouched},
       {"read length code, count 3", "22 01 11 0100 01 0000 11 0300", "00FE 111213", untouched},
-      {"read type 9 alone, then INT", "22 02 11 0100 01 0000 14 02 0100 01 0000 10", "00FE 14 1011",
-       untouched},
+      {"read code 17 without its count", "22 01 11 0100 01 0000 14", "00FD 02", untouched},
+      {"read code 17 without its count, then INT", "22 02 11 0100 01 0000 14 02 0100 01 0000 10",
+       "00FD 06", untouched},
+      {"read code 17 with the 0x01 byte", "22 01 11 0100 01 0000 01 14", "00FD 02", untouched},
+      {"read INT, marker byte wrong", "22 01 02 0100 02 0000 10", "00FD 06", untouched},
       {"read unknown code", "22 01 05 0100 01 0000 10", "00FD 06", untouched},
       {"read byte left over", "22 01 02 0100 01 0000 10 00", "00FD 06", untouched},
       {"write BYTE with the client's two bytes", "23 01 01 0100 10000000 AA00", "00FD 06",
@@ -183,18 +201,104 @@ TEST(UnityAccess, ItemsAreReadByTheirCodes) {
   }
 }
 
+// Requests a controller refuses for their shape, each with its error reply: dictionary reads
+// with other selector bytes or another length, a file-handle request with another body.
+TEST(UnityAccess, MalformedDictionaryAndFileHandleRequestsAreRefused) {
+  const struct {
+    const char* what;
+    const char* request;
+    const char* reply;  // how the reply starts
+  } cases[] = {
+      {"type list", "00 26 03 FB03 EFCDAB89 00000000", "00FE 00000000 0600"},
+      {"type list, selector FC 03", "00 26 03 FC03 EFCDAB89 00000000", "00FD 02"},
+      {"type list, one byte more", "00 26 03 FB03 EFCDAB89 00000000 00", "00FD 02"},
+      {"variables table", "00 26 02 FB03 EFCDAB89 FFFF 00000000", "00FE 09 00000000 1100"},
+      {"variables table, selector FB 04", "00 26 02 FB04 EFCDAB89 FFFF 00000000", "00FD 02"},
+      {"variables table, one byte short", "00 26 02 FB03 EFCDAB89 FFFF 000000", "00FD 02"},
+      {"type detail, one byte more", "00 26 02 FB03 EFCDAB89 6400 00000000 00", "00FD 02"},
+      {"file handle", "00 22 7E8B4B05 01 01 0100 01 0000 00", "00FE 000000000000 78563412"},
+      {"file handle, two items", "00 22 7E8B4B05 02 01 0100 01 0000 00", "00FD 06"},
+      {"file handle, code 2", "00 22 7E8B4B05 01 02 0100 01 0000 00", "00FD 06"},
+      {"file handle, no marker", "00 22 7E8B4B05 01 01 0100 00 0000 00", "00FD 06"},
+      {"file handle, one byte more", "00 22 7E8B4B05 01 01 0100 01 0000 00 00", "00FD 06"},
+  };
+  const plcsim::project p = plant();
+  plcsim::sim_memory mem;
+  for (const auto& c : cases) {
+    const bytes reply = plcsim::answer_unity(p, mem, hex(c.request));
+    const bytes start = hex(c.reply);
+    ASSERT_GE(reply.size(), start.size()) << c.what;
+    EXPECT_EQ(bytes(reply.begin(), reply.begin() + static_cast<long>(start.size())), start)
+        << c.what;
+  }
+}
+
+// The Modbus TCP header: a protocol id other than 0 is not Modbus (dropped unanswered); a
+// unit id other than 0 or 0xFF gets exception 0x0A (gateway path unavailable).
+TEST(UnityAccess, HeaderOfAnotherProtocolOrUnitIsRefused) {
+  EXPECT_FALSE(plcsim::refused_header(hex("0001 0000 0004 00 5A 0002")).has_value());
+  EXPECT_FALSE(plcsim::refused_header(hex("0001 0000 0004 FF 5A 0002")).has_value());
+  EXPECT_EQ(plcsim::refused_header(hex("0001 0001 0004 00 5A 0002")), bytes{});
+  EXPECT_EQ(plcsim::refused_header(hex("0001 0000 0004 05 5A 0002")), hex("DA 0A"));
+}
+
+// Over the wire: the frame of another protocol gets no reply and the connection stays; the
+// frame for another unit gets the exception; the frame after them is answered.
+TEST(UnityAccess, RefusedHeadersOverTheConnection) {
+  plcsim::server srv(plant());
+  ASSERT_TRUE(srv.start_on_free_loopback(0));
+  const int fd = connected_to(srv);
+  ASSERT_GE(fd, 0);
+  const bytes frames =
+      hex("0001 0001 0004 00 5A 0001  0002 0000 0004 07 5A 0001  0003 0000 0004 00 5A 0001");
+  ASSERT_EQ(::send(fd, frames.data(), frames.size(), 0), static_cast<ssize_t>(frames.size()));
+  bytes got;
+  const bytes want =
+      hex("0002 0000 0003 07 DA 0A  0003 0000 0011 00 5A 00FE FD000104000032000000000000");
+  for (pollfd p{fd, POLLIN, 0}; got.size() < want.size() && ::poll(&p, 1, 2000) == 1;) {
+    uint8_t chunk[256];
+    const ssize_t n = ::recv(fd, chunk, sizeof chunk, 0);
+    if (n <= 0) break;
+    got.insert(got.end(), chunk, chunk + n);
+  }
+  ::close(fd);
+  EXPECT_EQ(got, want);
+}
+
+// A string of odd declared length read whole comes with a zero byte more; read in part, or
+// an even one, without.
+TEST(UnityAccess, AnOddStringReadWholeIsPaddedToWholeWords) {
+  const plcsim::project p = plcsim::parse_project(R"({"types": [
+      {"id": 102, "kind": "string", "name": "STRING[5]"},
+      {"id": 103, "kind": "string", "name": "STRING[4]"}], "variables": [
+      {"name": "Code", "type": 102, "block": 1, "offset": 0, "value": "ABCDE"},
+      {"name": "Even", "type": 103, "block": 1, "offset": 6, "value": "WXYZ"},
+      {"name": "After", "type": 4, "block": 1, "offset": 10, "value": 4660}]})");
+  plcsim::sim_memory mem;
+  for (const auto& [block, runs] : p.initial)
+    for (const auto& [offset, values] : runs) mem.write(block, offset, values);
+  const struct {
+    const char* items;
+    const char* reply;
+  } cases[] = {
+      {"02 11 0100 01 0000 00 0500 02 0100 01 0000 0A", "00FE 4142434445 00 3412"},
+      {"01 11 0100 01 0000 00 0300", "00FE 414243"},
+      {"01 11 0100 01 0000 06 0400", "00FE 5758595A"},
+  };
+  for (const auto& c : cases) {
+    const bytes request = hex(std::string("00 22 78563412 ") + c.items);
+    EXPECT_EQ(plcsim::answer_unity(p, mem, request), hex(c.reply)) << c.items;
+  }
+}
+
 }  // namespace
 
 // A program download replaces the dictionary and the memory and drops open connections.
 TEST(project, ProgramDownloadReplacesProjectAndClosesConnections) {
   plcsim::server srv(plant());
   ASSERT_TRUE(srv.start_on_free_loopback(0));
-  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in sa{};
-  sa.sin_family = AF_INET;
-  sa.sin_port = htons(srv.port());
-  ::inet_pton(AF_INET, srv.address().c_str(), &sa.sin_addr);
-  ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa), 0);
+  const int fd = connected_to(srv);
+  ASSERT_GE(fd, 0);
   for (int i = 0; i < 200 && srv.connection_count() == 0; ++i) ::usleep(10000);
   ASSERT_EQ(srv.connection_count(), 1u);
 

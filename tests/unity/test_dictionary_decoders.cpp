@@ -60,10 +60,17 @@ TEST_F(Decoders, PlcTypeShortMessages) {
   // Length byte present but no text: only resized.
   session.save_plc_type({decoded_reply(unity_message().zeros(22).u8(3).bytes())});
   EXPECT_EQ(session.plc_type, std::string(3, '\0'));
-  // Text shorter than announced must not be over-read.
-  EXPECT_THROW(
-      session.save_plc_type({decoded_reply(unity_message().zeros(22).u8(9).raw({'A'}).bytes())}),
-      std::out_of_range);
+  // Regression: a text shorter than announced raised; its missing bytes read as zeros, as
+  // past the end of every other decoder's message. The 31-byte reply of step 1 holds six of
+  // the nine bytes its length byte announces.
+  session.save_plc_type({decoded_reply(unity_message().zeros(22).u8(9).raw({'A'}).bytes())});
+  EXPECT_EQ(session.plc_type, std::string("A\0\0\0\0\0\0\0\0", 9));
+  const bytes step_one = {0x00, 0xFE, 0x10, 0xFF, 0x5A, 0x01, 0x01, 0x00, 0x00, 0x00, 0x70,
+                          0x02, 0x00, 0x00, 0x27, 0x00, 0x09, 0x00, 0x08, 0x00, 0x00, 0x00,
+                          0x00, 0x00, 0x09, 'B',  'M',  'X',  ' ',  'P',  '3'};
+  ASSERT_EQ(step_one.size(), 31u);
+  ASSERT_NO_THROW(session.save_plc_type({decoded_reply(step_one)}));
+  EXPECT_EQ(session.plc_type, std::string("BMX P3\0\0\0", 9));
   // A zero length with bytes behind it: an empty type text.
   session.save_plc_type({decoded_reply(unity_message().zeros(22).u8(0).u8('X').bytes())});
   EXPECT_EQ(session.plc_type, "");

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <stdexcept>
 
 #include "tools/common/unity_reply.h"
@@ -8,6 +9,27 @@
 namespace {
 
 using harness::bytes;
+
+// The header as the fields stand, big-endian, then the function code and the data: the
+// length is written as set (00 00 when never set), never recomputed.
+TEST(EncodeFrame, HeaderFieldsAsTheyStandThenFunctionAndData) {
+  const struct {
+    uint16_t transaction, length;
+    bytes data;
+    bytes raw;
+  } cases[] = {
+      {0x0102, 4, {0x00, 0x02}, {0x01, 0x02, 0x00, 0x00, 0x00, 0x04, 0x00, 0x5A, 0x00, 0x02}},
+      {0x0102, 0, {0x00, 0x02}, {0x01, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00, 0x5A, 0x00, 0x02}},
+      {0xFFEE, 2, {}, {0xFF, 0xEE, 0x00, 0x00, 0x00, 0x02, 0x00, 0x5A}},
+  };
+  for (const auto& c : cases) {
+    modbus_tcp_frame frame;
+    frame.transaction_id = c.transaction;
+    frame.length = c.length;
+    frame.create_modbus(modbus_frame{0x5A, c.data});
+    EXPECT_EQ(frame.to_raw_data(), c.raw) << c.length;
+  }
+}
 
 TEST(DecodeFrame, DataIsEverythingAfterHeaderWhateverTheLengthSays) {
   const bytes raw = {0x00, 0x07, 0x00, 0x00, 0x00, 0x06, 0x00, 0x5A, 0x00, 0xFE,

@@ -94,6 +94,35 @@ TEST(ResponseStrategy, EightByteMessageGivesOneFrameWithoutRecords) {
   }
 }
 
+// A reply cut short of the length its header announces is decoded at that length, the
+// missing bytes as zeros: a variables page's missing records become one variable with an
+// empty name, type 0, at block 0 offset 0 (nothing raises); a structure page's missing
+// members raise, the search for a name running off the message.
+TEST(ResponseStrategy, RecordsOfACutReplyReadAsZeros) {
+  for (const uint8_t format : {9, 2}) {
+    SCOPED_TRACE(static_cast<int>(format));
+    bytes raw = harness::modbus_reply(dictionary_reply(format, 0, 2).bytes());
+    raw[5] = 40;  // the header announces 38 message bytes, 9 arrived
+    unity_process::PRIVATE p;
+    const auto out = commands_of(p, raw);
+    ASSERT_EQ(out.size(), 1u);
+    ASSERT_EQ(out[0].nodes[0].name.size(), 38u);
+    unity_process session;
+    if (format == 9) {
+      session.save_table_info(out);
+      ASSERT_EQ(session.tables.size(), 1u);
+      const auto& [name, variable] = *session.tables.begin();
+      EXPECT_EQ(name, std::string(1, '\0'));
+      EXPECT_EQ(variable.type_id, 0);
+      EXPECT_EQ(variable.location, bytes(6, 0));
+    } else {
+      unity_process::data_type_entry entry(40, data_type{});
+      std::vector<data_type> members;
+      EXPECT_THROW(session.save_struct_detail(out, entry, members), std::out_of_range);
+    }
+  }
+}
+
 // The raw-message node is the message the MBAP length announces: bytes behind it belong to
 // no message, and bytes not yet received (a split reply) read as 0.
 TEST(ResponseStrategy, RawMessageNodeFollowsMbapLengthNotBufferSize) {
@@ -154,6 +183,49 @@ TEST(OnSetCommSuccessed, ResponseStrategyBuildsContinuation) {
   EXPECT_EQ(bare.length, 0);
   EXPECT_EQ(bare.pdu.function_code, 0x5A);
   EXPECT_TRUE(bare.pdu.data.empty());
+}
+
+// The record loop stops at the end of the data: three records announced and two sent give
+// the raw-message node and two records, with their names when the format is 9 (only then).
+TEST(ResponseStrategy, RecordLoopEndsWithTheDataAndReadsNamesOnlyInFormatNine) {
+  for (const uint8_t format : {9, 2}) {
+    SCOPED_TRACE(static_cast<int>(format));
+    const bytes message = dictionary_reply(format, 0, 3)
+                              .le16(0x0104)
+                              .le16(0x0001)
+                              .le32(0x00000060)
+                              .le16(0)
+                              .cstr("Ab")
+                              .le16(0x0108)
+                              .le16(0x0002)
+                              .le32(0x00000010)
+                              .le16(0)
+                              .cstr("C")
+                              .bytes();
+    unity_process::PRIVATE p;
+    const auto out = commands_of(p, harness::modbus_reply(message));
+    ASSERT_EQ(out.size(), 1u);
+    EXPECT_EQ(out[0].record_count, 3);
+    const std::vector<node>& nodes = out[0].nodes;
+    EXPECT_EQ(nodes[0].name, message);
+    if (format == 9) {
+      ASSERT_EQ(nodes.size(), 3u);
+      EXPECT_EQ(nodes[1].type_id, 0x0104);
+      EXPECT_EQ(nodes[1].block, 1);
+      EXPECT_EQ(nodes[1].offset, 0x60u);
+      EXPECT_EQ(nodes[1].name, (bytes{'A', 'b', 0}));
+      EXPECT_EQ(nodes[2].type_id, 0x0108);
+      EXPECT_EQ(nodes[2].offset, 0x10u);
+      EXPECT_EQ(nodes[2].name, (bytes{'C', 0}));
+    } else {
+      // Unnamed 8-byte records: the same bytes read as three records of eight.
+      ASSERT_EQ(nodes.size(), 4u);
+      EXPECT_EQ(nodes[1].type_id, 0x0104);
+      EXPECT_EQ(nodes[2].type_id, 0x0000);
+      EXPECT_EQ(nodes[2].block, 0x6241);  // 'A' 'b'
+      for (std::size_t i = 1; i < nodes.size(); ++i) EXPECT_TRUE(nodes[i].name.empty()) << i;
+    }
+  }
 }
 
 // A request echoed back, or a frame too short to classify: no commands, or a range error.

@@ -106,11 +106,21 @@ bool handle_matches(const project& p, const byte_vector& request) {
 
 }  // namespace
 
+// 00 26, the list selector, FB 03, the handle, then 4 bytes (the type list's continuation)
+// or 6 (a type id or FF FF, then the continuation): anything else is not a dictionary read.
+bool well_formed(const byte_vector& request) {
+  constexpr std::size_t list_size = 13, detail_size = 15;
+  const std::size_t size = request.at(2) == list_data_types ? list_size : detail_size;
+  return request.size() == size && request.at(3) == 0xFB && request.at(4) == 0x03;
+}
+
 byte_vector answer_dictionary(const project& p, const byte_vector& request) {
   try {
+    if (request.at(2) != list_data_types && request.at(2) != list_detail_or_table)
+      return error_reply(request);
+    if (!well_formed(request)) return error_reply(request, 2);
     if (!handle_matches(p, request)) return error_reply(request, 4);
     if (request.at(2) == list_data_types) return data_type_list(p, request);
-    if (request.at(2) != list_detail_or_table) return error_reply(request);
     uint16_t type_id = msg_reader(request, 9).le16();
     if (type_id == variables_table) return variables_page(p, request);
     return type_detail(p, type_id, request);

@@ -85,7 +85,10 @@ struct server::impl {
   byte_vector reply_adu(const byte_vector& frame, const faults& f) {
     byte_vector request(frame.begin() + 8, frame.end());
     byte_vector reply;
-    if (frame[7] != unity_function) {
+    if (auto refused = refused_header(frame)) {
+      if (refused->empty()) return {};  // not Modbus: dropped unanswered
+      reply = *refused;
+    } else if (frame[7] != unity_function) {
       reply = {static_cast<uint8_t>(frame[7] | 0x80), 0x01};  // Modbus exception: illegal function
     } else if (f.error_function >= 0 && request.size() > 1 && request[1] == f.error_function) {
       reply = error_reply(request, 7);
@@ -119,8 +122,9 @@ struct server::impl {
     faults f = current_faults();
     auto is = [n](int k) { return k > 0 && static_cast<uint64_t>(k) == n; };
     if (f.close_after > 0 && n > static_cast<uint64_t>(f.close_after)) return false;
-    if (!is(f.no_reply_to)) {
-      byte_vector adu = reply_adu(frame, f);
+    byte_vector adu;
+    if (!is(f.no_reply_to)) adu = reply_adu(frame, f);
+    if (!adu.empty()) {
       if (is(f.delay_reply_to)) pause(f.delay_ms);
       if (is(f.truncate_reply_to) && f.truncate_to < adu.size()) adu.resize(f.truncate_to);
       if (is(f.split_reply_to) && adu.size() > 1) {

@@ -6,6 +6,16 @@ byte_vector error_reply(const byte_vector& request, uint8_t code) {
   return {request.empty() ? uint8_t{0} : request[0], status_error, code};
 }
 
+std::optional<byte_vector> refused_header(const byte_vector& frame) {
+  msg_reader header(frame, 2);
+  if (header.be16() != 0) return byte_vector{};
+  header.be16();  // the length, which framed it
+  const uint8_t unit = header.u8();
+  if (unit != 0x00 && unit != 0xFF)
+    return byte_vector{static_cast<uint8_t>(header.u8() | 0x80), 0x0A};
+  return std::nullopt;
+}
+
 byte_vector answer_unity(const project& p, sim_memory& mem, const byte_vector& request) {
   if (request.size() < 2) return error_reply(request, 2);
   switch (request[1]) {

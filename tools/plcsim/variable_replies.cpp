@@ -1,9 +1,9 @@
 // Replies to read-variables (0x22) and write-variables (0x23) requests:
 // header = pairing byte, function, table address u32, item count, then items.
-#include <set>
 #include <stdexcept>
 #include <vector>
 
+#include "tools/plcsim/project_layout.h"
 #include "tools/plcsim/unity_replies.h"
 
 namespace plcsim {
@@ -35,8 +35,12 @@ bool is_length_code(uint8_t code) {
 }
 
 // The file-handle request reads the first variable with a marker in place of the
-// table address; the reply carries the real table address at message byte 8.
+// table address: 00 22 <marker> 01, then one code-1 item (01, block u16, 01, address bits
+// 8..23, bits 0..7). The reply carries the real table address at message byte 8.
 byte_vector file_handle_reply(const project& p, const byte_vector& request) {
+  constexpr std::size_t size = 14;
+  if (request.size() != size || request[6] != 1 || request[7] != 1 || request[10] != 0x01)
+    return error_reply(request, 6);
   msg_writer w;
   w.u8(request[0]).u8(status_ok).zeros(6).le32(p.table_address);
   return w.bytes();
@@ -48,63 +52,47 @@ bool has_count(uint8_t code) {
 
 // One variable access of a request: where, and how many bytes.
 struct item_span {
+  uint8_t code = 0;
   uint16_t block = 0;
   uint32_t address = 0;
   std::size_t size = 0;
   std::size_t end = 0;  // message position just past the item
 };
 
-// What ends a read item after its code, block, 0x01 and address bits 8..23: the client
-// picks it from the item's read format and count, which the message does not carry.
-enum class read_tail {
-  bare,    // address bits 0..7: a plain code 0..4, or type 9's length code 17 alone
-  marker,  // 0x01, then address bits 0..7: code 0x21 (or 17 for type 9) for one element
-  count,   // address bits 0..7, then the count u16: a length code, or 0x21 for a run
-};
-
-std::vector<read_tail> tails_of(uint8_t code) {
-  if (code <= 4) return {read_tail::bare};
-  if (code == per_element_code) return {read_tail::marker, read_tail::count};
-  if (code == 16 + 1) return {read_tail::count, read_tail::bare, read_tail::marker};
-  if (is_length_code(code)) return {read_tail::count};
-  return {};
+// A read item at pos, laid out as its code byte says: code, block u16, 0x01, address bits
+// 8..23 (u16), then
+//   codes 0..4 (one value of 1/1/2/4/8 bytes): address bits 0..7;
+//   code 0x21 (one 1-byte element): 0x01, then address bits 0..7;
+//   codes 16..20 (a run of code-16 values): address bits 0..7, then the count u16.
+// Any other code, a wrong marker or a missing byte refuses the message.
+item_span parse_read_item(const byte_vector& request, std::size_t pos) {
+  msg_reader r(request, pos);
+  const uint8_t code = r.u8();
+  if (element_width(code) == 0) throw std::invalid_argument("plcsim: unknown access code");
+  item_span item;
+  item.code = code;
+  item.block = r.le16();
+  if (r.u8() != 0x01) throw std::invalid_argument("plcsim: no item marker");
+  const uint32_t mid = r.le16();
+  if (code == per_element_code && r.u8() != 0x01)
+    throw std::invalid_argument("plcsim: no element marker");
+  item.address = mid << 8 | r.u8();
+  const std::size_t count = is_length_code(code) ? r.le16() : 1;
+  item.size = element_width(code) * count;
+  item.end = r.pos();
+  return item;
 }
 
-// The readings of the item at pos that its code allows, each with its own end.
-std::vector<item_span> read_item_readings(const byte_vector& request, std::size_t pos) {
-  std::vector<item_span> out;
-  for (read_tail tail : tails_of(request.at(pos))) {
-    try {
-      msg_reader r(request, pos);
-      const uint8_t code = r.u8();
-      item_span item;
-      item.block = r.le16();
-      if (r.u8() != 0x01) return out;
-      const uint32_t mid = r.le16();
-      if (tail == read_tail::marker && r.u8() != 0x01) continue;
-      item.address = mid << 8 | r.u8();
-      const std::size_t count = tail == read_tail::count ? r.le16() : 1;
-      item.size = element_width(code) * count;
-      item.end = r.pos();
-      out.push_back(item);
-    } catch (const std::out_of_range&) {
-    }
+// A controller lays a string of odd declared length out in whole 16-bit words: read whole
+// (by its length code 17), it comes with one more byte, a zero filling its last word.
+bool padded(const project& p, const item_span& item) {
+  if (item.code != 16 + 1 || item.size % 2 == 0) return false;
+  for (const variable& v : p.variables) {
+    if (v.block != item.block || v.offset != item.address) continue;
+    const auto type = p.types.find(v.type);
+    return type != p.types.end() && type->second.kind == "string" &&
+           type_size(p, v.type) == item.size;
   }
-  return out;
-}
-
-// Splits the items so that the whole message is used: the first reading of each item
-// with which the rest still parses. Positions known not to parse are not tried twice.
-bool parse_read_items(const byte_vector& request, std::size_t pos, std::size_t left,
-                      std::vector<item_span>& items, std::set<std::size_t>& dead_ends) {
-  if (left == 0) return pos == request.size();
-  if (pos >= request.size() || dead_ends.count(pos * 256 + left) != 0) return false;
-  for (const item_span& item : read_item_readings(request, pos)) {
-    items.push_back(item);
-    if (parse_read_items(request, item.end, left - 1, items, dead_ends)) return true;
-    items.pop_back();
-  }
-  dead_ends.insert(pos * 256 + left);
   return false;
 }
 
@@ -137,15 +125,22 @@ byte_vector answer_read_variables(const project& p, const sim_memory& mem,
     if (!table_address_matches(p, request)) return error_reply(request, 5);
     const std::size_t n = request.at(6);
     std::vector<item_span> items;
-    std::set<std::size_t> dead_ends;
-    if (!parse_read_items(request, 7, n, items, dead_ends)) return error_reply(request, 6);
+    for (std::size_t i = 0, pos = 7; i < n; ++i, pos = items.back().end) {
+      items.push_back(parse_read_item(request, pos));
+    }
+    if ((n == 0 ? 7 : items.back().end) != request.size()) return error_reply(request, 6);
     msg_writer w;
     w.u8(request[0]).u8(status_ok);
-    for (const item_span& item : items) w.raw(mem.read(item.block, item.address, item.size));
+    for (const item_span& item : items) {
+      w.raw(mem.read(item.block, item.address, item.size));
+      if (padded(p, item)) w.u8(0);
+    }
     if (w.size() > max_message) return error_reply(request, 6);
     return w.bytes();
   } catch (const std::out_of_range&) {
     return error_reply(request, 2);
+  } catch (const std::invalid_argument&) {
+    return error_reply(request, 6);
   }
 }
 
