@@ -70,6 +70,8 @@ class PanelhostCli : public ::testing::Test {
     write(dir + "/garbage.bin", std::string("\x13\x99\xfe\x01garbage\xff\x00\x07zz", 16));
     write(dir + "/noblock.json", R"({"variables": [{"name": "Counter", "type": 4, "offset": 2}]})");
     write(dir + "/unreadable.txt", "Levels\nPumps[x].Speed\nLabel\n");
+    write(dir + "/broken.json",
+          "{\n  \"variables\": [\n    {\"name\": \"C\" \"type\": 4}\n  ]\n}\n");
     ASSERT_EQ(run("tags build " + dir + "/unreadable.txt " + dir + "/unreadable.tags").status, 0);
     write(dir + "/mistakes.txt",
           "Levels[3]\nTmperature\nLine[1].Sped\nLevels[10]\nTemperature[3]\nLevels[x]\n"
@@ -163,7 +165,32 @@ const cli_case k_cases[] = {
     {"write $P --bit 3 Alarms=1", 1,
      "bit 3 inside a WORD is kept in the driver's memory only: the driver sends nothing to the "
      "controller; add --memory-bit"},
-    {"write $P --bit 3 --memory-bit Alarms=1", 0, "bit 3 kept in the driver's memory"},
+    {"write $P --bit 3 --memory-bit Alarms=1", 0,
+     "Alarms: bit 3 kept in the driver's memory of this process; the controller's word is "
+     "unchanged (16#0018)"},
+    // Rows of a new user's first tries: each message said too little or was wrong.
+    {"browse --offline $D/broken.json", 1,
+     "$D/broken.json: plcsim project: not valid JSON at line 3, column 18: unexpected \"type\""},
+    {"read --offline $D/broken.json Counter", 1, "not valid JSON at line 3, column 18"},
+    {"read --offline $D/broken.json", 1, "not valid JSON at line 3, column 18"},
+    {"write --offline Count:INT=5", 0, "Count  INT   5"},
+    {"read --json --plc 127.0.0.254 Counter", 1,
+     "\"error\": \"controller unreachable at 127.0.0.254:502: connection refused (nothing "
+     "listens on port 502)\",\n \"ok\": false"},
+    {"watch --json --rounds 1 --plc 127.0.0.254 Counter", 1,
+     "{\"command\":\"watch\",\"error\":\"controller unreachable at 127.0.0.254:502: "
+     "connection refused"},
+    {"read --plc 127.0.0.254 Counter", 1,
+     "controller unreachable at 127.0.0.254:502: connection refused"},
+    {"read $P --count 4 --bit 1 Levels", 0, "Levels  INT[4] bit 1  1 0 1 0"},
+    {"read $P --count 4 --bit 14 Levels", 1,
+     "--bit 14 --count 4 runs past the 16 bits of INT (bits 14..15 are left)"},
+    {"read $P --count 2 --bit 1 Alarms", 1,
+     "--count 2 with --bit: the driver reads one element for each bit asked, and 2 run past a "
+     "single WORD"},
+    {"read --offline broken.jsn", 2,
+     "--offline 'broken.jsn' is neither a project file (.json) nor a tag"},
+    {"read --plc '' Counter", 2, "--plc needs an IPv4 address"},
     {"write $P Name=PLANT-A", 0,
      "Name: writes \"PLANT-A\" (7 of 16 characters, then a terminating"},
     {"write $P Name=ABCDEFGHIJKLMNOPQ", 1, "is longer than 16 characters"},
