@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "support/plant_device.h"
+#include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/project_layout.h"
 #include "unitydrv/version.h"
 
@@ -342,6 +343,97 @@ TEST_F(PanelhostCli, ExportedElementsOfLowBoundArraysResolveWhereDeclared) {
   }
   EXPECT_EQ(checked, 45u);
 }
+
+#if defined(UNITYDRV_LIBRARY_RESOLUTION)
+// Names as a new user types them: subscripts with spaces, leading zeros, signs, several
+// numbers or none, nested and repeated subscripts, and empty name parts.
+std::vector<std::string> generated_names() {
+  const char* const subscripts[] = {"1", " 1", "1 ", "01",  "+1", "-0", "0",
+                                    "3", "-1", "1,", "1,2", "",   "x",  "2147483648"};
+  const char* const shapes[] = {"Pumps[#].Speed", "Levels[#]", "Line.Spare[#].Mode",
+                                "Pumps[#]",       "Temps[#]",  "Pumps[1][#].Speed"};
+  std::vector<std::string> names = {"Pumps..Speed",
+                                    ".Level",
+                                    "Level.",
+                                    "Pumps[1]..Speed",
+                                    "Line..Flow",
+                                    "Line.Flow",
+                                    "Level",
+                                    "Nope[1]",
+                                    "Line.Spare[x]",
+                                    "Pumps[1].Speed[x]",
+                                    "Line.Spare[1]",
+                                    "Levels[1]x",
+                                    "Pumps[1].Speed[1]",
+                                    "Line[0].Flow",
+                                    "Levels[1][2]"};
+  for (const char* shape : shapes) {
+    for (const char* subscript : subscripts) {
+      std::string name = shape;
+      names.push_back(name.replace(name.find('#'), 1, subscript));
+    }
+  }
+  return names;
+}
+
+// The tool's verdict of one name: tags check of a file holding it alone.
+nlohmann::json tool_verdict(const std::string& file, const std::string& address) {
+  const std::string out =
+      run("tags check --json --lib " + k_lib + " " + file + " --plc " + address).output;
+  const std::size_t begin = out.find("{\n"), end = out.rfind("\n}");
+  if (begin == std::string::npos || end == std::string::npos) return nullptr;
+  return nlohmann::json::parse(out.substr(begin, end + 2 - begin)).at("tags").at(0);
+}
+
+// tags check resolved names with a copy of the driver's code that could drift from the
+// library panelhost loads: every verdict and address must be the library's own.
+TEST_F(PanelhostCli, CheckAgreesWithTheLibraryOnGeneratedNames) {
+  const auto program = plant::make_server("tests/host/commissioning.json");
+  ASSERT_TRUE(program->start_on_free_loopback());
+  const std::vector<std::string> names = generated_names();
+  std::string files;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const std::string file = dir + "/generated-" + std::to_string(i) + ".tags";
+    ASSERT_TRUE(tag_file::write_names(file, {names[i]}));
+    files += " " + file;
+  }
+  FILE* p = popen(
+      ("timeout 60 " UNITYDRV_LIBRARY_RESOLUTION " " + k_lib + " " + program->address() + files)
+          .c_str(),
+      "r");
+  ASSERT_NE(p, nullptr);
+  std::vector<std::string> library;
+  std::array<char, 256> buf;
+  while (std::fgets(buf.data(), buf.size(), p)) library.emplace_back(buf.data());
+  ASSERT_EQ(pclose(p), 0);
+  ASSERT_EQ(library.size(), names.size());
+  std::size_t resolved = 0, unresolved = 0;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const nlohmann::json tag =
+        tool_verdict(dir + "/generated-" + std::to_string(i) + ".tags", program->address());
+    ASSERT_TRUE(tag.is_object()) << names[i];
+    if (tag.at("ok").get<bool>()) {
+      EXPECT_EQ(library[i], "resolved " + std::to_string(tag.at("block").get<int>()) + " " +
+                                std::to_string(tag.at("offset").get<int>()) + "\n")
+          << "'" << names[i] << "'";
+      ++resolved;
+      continue;
+    }
+    const std::string reason = tag.at("reason").get<std::string>();
+    // A refusal that says the driver does not resolve the name (an unknown variable, a
+    // name where the driver stops reading the tag file) must be the library's verdict too.
+    const std::string message = tag.at("message").get<std::string>();
+    if (reason == "unknown variable" || reason == "not resolved" ||
+        message.find("the driver stops resolving the tag file here") != std::string::npos) {
+      EXPECT_EQ(library[i], "unresolved\n") << "'" << names[i] << "': " << tag.dump();
+      ++unresolved;
+    }
+  }
+  // Both verdicts occur among the generated names.
+  EXPECT_GT(resolved, 10u);
+  EXPECT_GT(unresolved, 10u);
+}
+#endif
 
 // A program download into the simulator (it drops the connections, as a controller does).
 bool load_program(plant::sim_server& sim, const std::string& file) {
