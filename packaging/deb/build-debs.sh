@@ -32,7 +32,7 @@ fill() {  # TEMPLATE: the control template with this build's fields
 # The entry points exported, as the symbols file lists them; -c4 fails on any difference.
 symbols() {  # STAGE LIBRARY
   DEB_HOST_ARCH=$ARCH dpkg-gensymbols -plibunitydrv0 -v"$VERSION" -P"$1" -e"$2" -c4 \
-    -I"$deb_dir/libunitydrv0.symbols" -O"$1/DEBIAN/symbols" >/dev/null
+    -I"$deb_dir/libunitydrv0.symbols" -O"$1/DEBIAN/symbols"
 }
 
 package() {  # PACKAGE COMPONENT
