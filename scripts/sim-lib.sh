@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by the example runners: start_sim PLCSIM PROJECT LOG starts the simulator on the
 # first free loopback address of 127.0.0.201..220 (tests running alongside take addresses
 # too) and sets sim_address and sim_pid; it fails when none could listen.

@@ -4,8 +4,9 @@
 # Cross-built, the runtimes are the cross compiler's (RUNTIME_LIBDIR), whose packages ship
 # shlibs files only (which would ask for the newest libc6); so each runtime library gets a
 # symbols file made here: every versioned symbol it defines, at the release that introduced
-# the symbol's version node as the host's symbols file of the same package dates it. dpkg-shlibdeps then
-# reads those through a scratch package tree (-S), as it reads a package being built.
+# the symbol's version node as the build machine's symbols file of that package dates it.
+# dpkg-shlibdeps reads those through a scratch package tree (-S), as it reads a package
+# being built.
 # Usage: shlibdeps.sh WORK_DIR ARCH BINARY...   (env: RUNTIME_LIBDIR when cross-built)
 set -euo pipefail
 [ $# -ge 3 ] || { echo "usage: $0 WORK_DIR ARCH BINARY..." >&2; exit 2; }
@@ -28,9 +29,11 @@ host_symbols() {
 # " SYMBOL@NODE MINVER" for every versioned symbol LIBRARY defines (dpkg-shlibdeps looks
 # symbols up by name and version; it does not match symbols files' patterns)
 symbol_lines() {  # LIBRARY PACKAGE CROSS_PACKAGE
-  local dated
-  dated=$(cat $(host_symbols "$2") $(host_symbols "$3") /dev/null |
-          sed -n 's/^ \([A-Z][A-Z_]*_[0-9.]*\)@\1 \([^ ]*\).*/\1 \2/p' | sort -u)
+  local dated p f
+  dated=$(for p in "$2" "$3"; do
+            f=$(host_symbols "$p")
+            [ -z "$f" ] || sed -n 's/^ \([A-Z][A-Z_]*_[0-9.]*\)@\1 \([^ ]*\).*/\1 \2/p' "$f"
+          done | sort -u)
   # A node no symbols file dates (an ARM-only one) asks for no particular release.
   "$OBJDUMP" -T "$1" | awk -v dated="$dated" '
     BEGIN { n = split(dated, l, "\n"); for (i = 1; i <= n; i++) { split(l[i], f, " "); v[f[1]] = f[2] } }
