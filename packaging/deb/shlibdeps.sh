@@ -24,6 +24,7 @@ host_symbols() {
   for f in "/var/lib/dpkg/info/$1:$(dpkg --print-architecture).symbols" "/var/lib/dpkg/info/$1.symbols"; do
     [ -f "$f" ] && { echo "$f"; return; }
   done
+  return 0
 }
 
 # " SYMBOL@NODE MINVER" for every versioned symbol LIBRARY defines (dpkg-shlibdeps looks
