@@ -201,9 +201,12 @@ verdict judge_name(const char* text, uint64_t member_offset,
   verdict v;
   const std::vector<std::string_view> parts = dotted(text != nullptr ? text : "");
   name_part base;
-  if (!read_part(parts[0], base)) {
-    v.refusal = guard::malformed_name;
-    return v;
+  // A malformed part anywhere says more than what the walk meets before it.
+  for (std::size_t i = parts.size(); i-- > 0;) {
+    if (!read_part(parts[i], base)) {
+      v.refusal = guard::malformed_name;
+      return v;
+    }
   }
   const auto found = tables.find(std::string(base.text) + '\0');
   if (found == tables.end()) {
