@@ -26,7 +26,10 @@ struct trace_setup {
 
 // So does guarded mode.
 struct guard_setup {
-  guard_setup() { guard::from_environment(); }
+  guard_setup() {
+    if (guard::from_environment() && trace::on)
+      trace::emit("guarded", "mode=on (UNITYDRV_GUARD=1)");
+  }
 } guard_at_load;
 
 // Names the device of this call in the trace's lines.
