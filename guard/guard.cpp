@@ -19,7 +19,7 @@ const char* reason_text(uint8_t why) {
       "no such tag (tag number past the tag file, or no tag file)",
       "subscript outside the array",
       "outside its variable",
-      "elements past the array",
+      "the elements asked run past the array or value",
       "array_index selects another element than the name's subscript",
       "subscript on a value that is not an array",
       "size of the type unknown",

@@ -111,7 +111,12 @@ int main(int argc, char** argv) {
   app.footer(
       "Exit status: 0 success; 1 a failure at run time (controller unreachable, a read failed, "
       "a tag unresolved or refused, a value read back differs from the one written); 2 a usage "
-      "error (a bad option, a missing argument, an address that is not dotted IPv4).");
+      "error (a bad option, a missing argument, an address that is not dotted IPv4).\n"
+      "Guarded mode: read, write and watch take --guard, which loads the driver with "
+      "UNITYDRV_GUARD=1: it then refuses (status 2) each tag whose value it cannot vouch for "
+      "(an unresolved name, a subscript or elements outside the array, a late or cut reply, a "
+      "device not ready ...) instead of delivering another variable's value or an old one; "
+      "tags check --guard reports what it refuses.");
   connection_options conn;
   conn.library = default_library();
   selection_options sel;
