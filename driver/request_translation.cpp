@@ -136,8 +136,11 @@ void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_
 bool guarded_write_allowed(const device_context& device, const _gui_request_& request,
                            const offline_stTag_578& tag, uint16_t n, int runs) {
   uint8_t why = device.guarded.ready ? guard::served : guard::not_ready;
+  const uint64_t last_index =
+      uint64_t{tag.request_word} + static_cast<uint64_t>(std::max(runs, 1)) - 1;
+  if (why == guard::served && last_index > 0xFFFF) why = guard::past_the_array;
   offline_stTag_578 last = tag;
-  last.request_word = static_cast<uint16_t>(tag.request_word + std::max(runs, 1) - 1);
+  last.request_word = static_cast<uint16_t>(last_index);
   if (why == guard::served)
     why = guarded_requests::position_refusal(device, request.ref, tag, n, true);
   if (why == guard::served)
