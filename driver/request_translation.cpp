@@ -2,6 +2,7 @@
 // session; values read are left in the tag table's result slots for the input filter.
 #include <algorithm>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "driver/device_context.h"
@@ -42,17 +43,13 @@ unsigned write_element_size(uint8_t type_code) {
   return type_code == UNITYDRV_TYPE_STRING ? 2 : element_size(type_code);
 }
 
-// Guarded: the positions whose values the driver cannot vouch for are refused and left
-// out of the request, the others are read; a reply too short for them fails the round.
-void guarded_read(tag_driver_offline_578& driver, device_context& device, _gui_request_* requests,
-                  int count) {
+// Guarded: the items of the positions served, in request order, each with its position;
+// the refused ones are noted. Returns how many are served and their value bytes.
+std::pair<std::size_t, std::size_t> plan_guarded(tag_driver_offline_578& driver,
+                                                 device_context& device, _gui_request_* requests,
+                                                 int count) {
   guarded_device& g = device.guarded;
-  g.round_refusal = guard::served;
-  const std::size_t positions = static_cast<std::size_t>(std::max(count, 0));
-  g.refusals.assign(positions, guard::served);
-  if (positions == 0) return;
-  const uint8_t round = guarded_requests::round_refusal(device, count);
-  if (round != guard::served) return guarded_requests::refuse_round(device, round, count);
+  const auto positions = static_cast<std::size_t>(count);
   std::vector<read_comm>& items = device.read_items;
   if (items.size() < positions) items.resize(positions);  // never shrunk: no allocation
   if (g.positions.size() < positions) g.positions.resize(positions);
@@ -75,24 +72,38 @@ void guarded_read(tag_driver_offline_578& driver, device_context& device, _gui_r
     g.positions[served++] = static_cast<uint16_t>(i);
     value_bytes += std::size_t{element_size(tag.request_byte)} * n;
   }
-  result_slots& slots = device.tag_table.slots;
+  return {served, value_bytes};
+}
+
+// Guarded: the positions whose values the driver cannot vouch for are refused and left
+// out of the request, the others are read; a reply too short for them fails the round.
+void guarded_read(tag_driver_offline_578& driver, device_context& device, _gui_request_* requests,
+                  int count) {
+  guarded_device& g = device.guarded;
+  g.round_refusal = guard::served;
+  g.refusals.assign(static_cast<std::size_t>(std::max(count, 0)), guard::served);
+  if (count <= 0) return;
+  const uint8_t round = guarded_requests::round_refusal(device, count);
+  if (round != guard::served) return guarded_requests::refuse_round(device, round, count);
+  auto [served, value_bytes] = plan_guarded(driver, device, requests, count);
   if (value_bytes > guarded_requests::max_value_bytes) {
     guarded_requests::refuse_round(device, guard::too_many_value_bytes, count);
     served = 0;
   }
-  const bool sent = served != 0 && device.session.send_read(items, served);
-  slots.post_heads();
+  const bool sent = served != 0 && device.session.send_read(device.read_items, served);
+  device.tag_table.slots.post_heads();
   std::vector<unsigned char>& bytes = device.read_values;
   if (!sent || device.session.receive_read(bytes) == 0) return;
   if (bytes.size() < value_bytes) {
     // A cut reply: the values it holds may be anyone's.
-    if (trace::on)
+    if (trace::on) {
       trace::emit("guarded", "reply value_bytes=%zu of %zu: round refused", bytes.size(),
                   value_bytes);
+    }
     device.session.state = unity_process::state_failed;
     return;
   }
-  slots.fill_positions(items, g.positions.data(), served, bytes);
+  device.tag_table.slots.fill_positions(device.read_items, g.positions.data(), served, bytes);
 }
 
 void read_requests(tag_driver_offline_578& driver, device_context& device, _gui_request_* requests,
