@@ -20,6 +20,7 @@ struct guarded_device {
   // position. Grown, never shrunk: a warm cycle allocates nothing.
   std::vector<uint8_t> refusals;
   std::vector<uint16_t> positions;
+  std::size_t refused = 0;  // positions of the last read refused
 };
 
 struct device_context {

@@ -82,10 +82,12 @@ void guarded_read(tag_driver_offline_578& driver, device_context& device, _gui_r
   guarded_device& g = device.guarded;
   g.round_refusal = guard::served;
   g.refusals.assign(static_cast<std::size_t>(std::max(count, 0)), guard::served);
+  g.refused = 0;
   if (count <= 0) return;
   const uint8_t round = guarded_requests::round_refusal(device, count);
   if (round != guard::served) return guarded_requests::refuse_round(device, round, count);
   auto [served, value_bytes] = plan_guarded(driver, device, requests, count);
+  g.refused = static_cast<std::size_t>(count) - served;
   if (value_bytes > guarded_requests::max_value_bytes) {
     guarded_requests::refuse_round(device, guard::too_many_value_bytes, count);
     served = 0;
@@ -103,6 +105,8 @@ void guarded_read(tag_driver_offline_578& driver, device_context& device, _gui_r
     device.session.state = unity_process::state_failed;
     return;
   }
+  // Every position served: the items stand in request order, as the default's fill takes them.
+  if (g.refused == 0) return device.tag_table.slots.fill(device.read_items, bytes);
   device.tag_table.slots.fill_positions(device.read_items, g.positions.data(), served, bytes);
 }
 

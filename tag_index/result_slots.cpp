@@ -130,11 +130,14 @@ void result_slots::post_heads() {
   for (std::size_t i = 0, n = heads_.size(); i < n; ++i) put_head(block[i], heads[i]);
 }
 
-// Unpacks the values of item into slot j's area, its head being head.
-inline void result_slots::fill_one(std::size_t j, const slot_head& head, const read_comm& item,
-                                   std::size_t values_size, wire::le_reader& in) {
-  result_slot* const block = block_.data();
-  uint16_t* const written = written_.data();
+// Unpacks the values of item into slot j's area, its head being head. Always inlined, with
+// the block and the written record held by the caller in locals: the byte stores into the
+// block may alias anything reached through this.
+[[gnu::always_inline]] inline void result_slots::fill_one(result_slot* block, uint16_t* written,
+                                                          std::size_t j, const slot_head& head,
+                                                          const read_comm& item,
+                                                          std::size_t values_size,
+                                                          wire::le_reader& in) {
   const std::size_t left = values_size > in.pos() ? values_size - in.pos() : 0;
   const std::size_t room = fill_room(left);
   const uint8_t type = head.type_code;
@@ -162,20 +165,26 @@ inline void result_slots::fill_one(std::size_t j, const slot_head& head, const r
 void result_slots::fill(const std::vector<read_comm>& items,
                         const std::vector<unsigned char>& values) {
   // Held in locals: the byte stores into the block may alias anything reached through this.
+  result_slot* const block = block_.data();
   const slot_head* const heads = heads_.data();
   const read_comm* const item_at = items.data();
+  uint16_t* const written = written_.data();
   const std::size_t count = heads_.size();
   wire::le_reader in(values);
-  for (std::size_t j = 0; j < count; ++j) fill_one(j, heads[j], item_at[j], values.size(), in);
+  for (std::size_t j = 0; j < count; ++j) {
+    fill_one(block, written, j, heads[j], item_at[j], values.size(), in);
+  }
 }
 
 void result_slots::fill_positions(const std::vector<read_comm>& items, const uint16_t* positions,
                                   std::size_t served, const std::vector<unsigned char>& values) {
+  result_slot* const block = block_.data();
   const slot_head* const heads = heads_.data();
+  uint16_t* const written = written_.data();
   wire::le_reader in(values);
   for (std::size_t k = 0; k < served; ++k) {
     const std::size_t j = positions[k];
-    fill_one(j, heads[j], items[k], values.size(), in);
+    fill_one(block, written, j, heads[j], items[k], values.size(), in);
   }
 }
 
@@ -190,9 +199,11 @@ wire::bounded_le_writer result_slots::overwrite(std::size_t i, std::size_t room)
   return out;
 }
 
-inline void result_slots::deliver_one(std::size_t position, _input_data_& result,
-                                      const _system_info& info) {
-  result_slot* const block = block_.data();
+namespace {
+
+// The host result of one position from its slot.
+[[gnu::always_inline]] inline void deliver_one(result_slot* block, std::size_t position,
+                                               _input_data_& result, const _system_info& info) {
   const result_slot& slot = block[position];
   result.result_status = 0;
   result.result_code = 5;
@@ -205,12 +216,15 @@ inline void result_slots::deliver_one(std::size_t position, _input_data_& result
   }
 }
 
+}  // namespace
+
 void result_slots::deliver(_input_data_* results, const _system_info* infos, int count) {
   if (count < 1) return;
   // Grown once to hold the longest copy from the last slot.
   area(static_cast<std::size_t>(count) - 1, result_capacity);
+  result_slot* const block = block_.data();
   for (int i = 0; i < count; ++i) {
-    deliver_one(static_cast<std::size_t>(i), results[i], infos[i]);
+    deliver_one(block, static_cast<std::size_t>(i), results[i], infos[i]);
   }
 }
 
@@ -218,6 +232,7 @@ void result_slots::deliver_except(_input_data_* results, const _system_info* inf
                                   const std::vector<uint8_t>& refused) {
   if (count < 1) return;
   area(static_cast<std::size_t>(count) - 1, result_capacity);
+  result_slot* const block = block_.data();
   for (int i = 0; i < count; ++i) {
     const auto position = static_cast<std::size_t>(i);
     if (position < refused.size() && refused[position] != 0) {
@@ -225,7 +240,7 @@ void result_slots::deliver_except(_input_data_* results, const _system_info* inf
       results[i].result_code = 10;
       results[i].request_id = infos[i].request_id;
     } else {
-      deliver_one(position, results[i], infos[i]);
+      deliver_one(block, position, results[i], infos[i]);
     }
   }
 }

@@ -96,9 +96,8 @@ class result_slots {
 
  private:
   void grow(std::size_t count);
-  void fill_one(std::size_t j, const slot_head& head, const read_comm& item,
-                std::size_t values_size, wire::le_reader& in);
-  void deliver_one(std::size_t position, _input_data_& result, const _system_info& info);
+  void fill_one(result_slot* block, uint16_t* written, std::size_t j, const slot_head& head,
+                const read_comm& item, std::size_t values_size, wire::le_reader& in);
   void note_long_write(std::size_t i, std::size_t length);
   uint8_t* area_at(std::size_t i);
 
