@@ -96,8 +96,9 @@ class result_slots {
 
  private:
   void grow(std::size_t count);
-  void fill_one(result_slot* block, uint16_t* written, std::size_t j, const slot_head& head,
-                const read_comm& item, std::size_t values_size, wire::le_reader& in);
+  template <typename PositionOf>
+  void fill_in_order(const read_comm* item_at, std::size_t count, PositionOf position_of,
+                     const std::vector<unsigned char>& values);
   void note_long_write(std::size_t i, std::size_t length);
   uint8_t* area_at(std::size_t i);
 
