@@ -34,7 +34,7 @@ for name in $micro; do
 done
 build/release/bench/e2e_bench --benchmark_out="$out/e2e_bench.json" --benchmark_out_format=json
 # The 100-tag read cycle once more in guarded mode, in the same run.
-UNITYDRV_GUARD=1 build/release/bench/e2e_bench --benchmark_filter='BM_read_cycle/100$' \
+UNITYDRV_GUARD=1 build/release/bench/e2e_bench --benchmark_filter='BM_read_cycle/100/' \
   --benchmark_out="$out/e2e_bench_guarded.json" --benchmark_out_format=json
 
 if command -v valgrind >/dev/null; then
