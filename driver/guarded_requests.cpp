@@ -1,10 +1,7 @@
 #include "driver/guarded_requests.h"
 
 #include "guard/guard.h"
-#include "tag_index/result_slots.h"
 #include "trace/trace.h"
-#include "wire/byte_cursor.h"
-#include "wire/plc_types.h"
 
 namespace guarded_requests {
 namespace {
