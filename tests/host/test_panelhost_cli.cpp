@@ -17,6 +17,7 @@
 #include <string>
 #include <thread>
 
+#include "support/guarded_run.h"
 #include "support/plant_device.h"
 #include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/project_layout.h"
@@ -164,12 +165,6 @@ const cli_case k_cases[] = {
     {"read $P --bit 0 Ready", 1, "--bit needs a value with bits"},
     {"read $P --count 2 Temperature", 1, "--count 2 runs past a single REAL"},
     {"read $P --count 17 Name", 1, "--count 17 runs past the 16 characters of its STRING[16]"},
-    {"write $P --bit 3 Alarms=1", 1,
-     "bit 3 inside a WORD is kept in the driver's memory only: the driver sends nothing to the "
-     "controller; add --memory-bit"},
-    {"write $P --bit 3 --memory-bit Alarms=1", 0,
-     "Alarms: bit 3 kept in the driver's memory of this process; the controller's word is "
-     "unchanged (16#0018)"},
     {"write $P Name=PLANT-A", 0,
      "Name: writes \"PLANT-A\" (7 of 16 characters, then a terminating"},
     {"write $P Name=ABCDEFGHIJKLMNOPQ", 1, "is longer than 16 characters"},
@@ -282,6 +277,31 @@ TEST_F(PanelhostCli, FirstTriesGetTheirMessageAndStatus) {
   expect_rows(k_first_tries, with_dir);
 }
 
+// A bit inside a word: by default the driver keeps it in its memory, which the tool asks
+// to be confirmed and then says; guarded, the driver writes the controller's word.
+TEST_F(PanelhostCli, BitWriteInsideAWordSaysWhereItWent) {
+  const std::vector<uint8_t> alarms_before = sim->read_memory(1, 108, 2);
+  ASSERT_EQ(alarms_before, (std::vector<uint8_t>{0x18, 0x00}));
+  if (!guarded_run::on()) {
+    const cli_case rows[] = {
+        {"write $P --bit 3 Alarms=0", 1,
+         "bit 3 inside a WORD is kept in the driver's memory only: the driver sends nothing to "
+         "the controller; add --memory-bit"},
+        {"write $P --bit 3 --memory-bit Alarms=0", 0,
+         "Alarms: bit 3 kept in the driver's memory of this process; the controller's word is "
+         "unchanged (16#0018)"},
+    };
+    expect_rows(rows, with_dir);
+    EXPECT_EQ(sim->read_memory(1, 108, 2), alarms_before);
+    return;
+  }
+  const cli_case rows[] = {{"write $P --bit 3 Alarms=0", 0,
+                            "Alarms: bit 3 written to the controller; its word was 16#0018, now "
+                            "16#0010"}};
+  expect_rows(rows, with_dir);
+  EXPECT_EQ(sim->read_memory(1, 108, 2), (std::vector<uint8_t>{0x10, 0x00}));
+}
+
 // An out-of-bounds write used to overwrite the STRING after the array.
 TEST_F(PanelhostCli, RefusedWriteLeavesTheNeighbourAlone) {
   const std::vector<uint8_t> name_before = sim->read_memory(1, 160, 16);
@@ -303,6 +323,41 @@ TEST_F(PanelhostCli, CheckGivesEachMistakeItsReason) {
         "subscript on Temperature", "malformed subscript in 'Levels[x]'", "which has no member 'X'",
         "name a member"}) {
     EXPECT_NE(out.find(reason), std::string::npos) << reason << '\n' << out;
+  }
+}
+
+// tags check --guard: the tag behind a name the driver cannot read resolves in guarded
+// mode, and the refusals say so.
+TEST_F(PanelhostCli, GuardReportsWhatGuardedModeRefuses) {
+  const std::string args = "tags check " + dir + "/unreadable.tags --offline " + k_commissioning;
+  const run_result plain = run(args + " --json");
+  const run_result guarded = run(args + " --json --guard");
+  EXPECT_EQ(guarded.status, 1);
+  const auto reason_of = [](const std::string& output, std::size_t i) {
+    const std::size_t from = output.find('{');
+    const auto doc = nlohmann::json::parse(output.substr(from, output.rfind('}') + 1 - from));
+    return doc["tags"][i].value("reason", std::string("resolved"));
+  };
+  EXPECT_EQ(reason_of(plain.output, 2), "not resolved") << plain.output;
+  EXPECT_EQ(reason_of(guarded.output, 2), "resolved") << guarded.output;
+  EXPECT_NE(guarded.output.find("guarded mode refuses it: malformed name"), std::string::npos)
+      << guarded.output;
+}
+
+// read --guard loads the library in guarded mode, as its trace says.
+TEST_F(PanelhostCli, GuardLoadsTheLibraryInGuardedMode) {
+  for (const bool guard : {false, true}) {
+    FILE* p = popen(("env -u UNITYDRV_GUARD UNITYDRV_TRACE=stderr " + k_host + " read" + plc +
+                     "Counter" + (guard ? " --guard" : "") + " 2>&1")
+                        .c_str(),
+                    "r");
+    ASSERT_NE(p, nullptr);
+    std::string output;
+    std::array<char, 4096> buf;
+    while (std::fgets(buf.data(), buf.size(), p)) output += buf.data();
+    EXPECT_EQ(pclose(p), 0) << output;
+    EXPECT_EQ(output.find("guarded mode=on") != std::string::npos, guard) << output;
+    EXPECT_NE(output.find("-42"), std::string::npos) << output;
   }
 }
 
@@ -413,7 +468,9 @@ TEST_F(PanelhostCli, CheckAgreesWithTheLibraryOnGeneratedNames) {
     files += " " + file;
   }
   FILE* p = popen(
-      ("timeout 60 " UNITYDRV_LIBRARY_RESOLUTION " " + k_lib + " " + program->address() + files)
+      // The library as tags check describes it: unguarded, also in the suite's guarded run.
+      ("env -u UNITYDRV_GUARD timeout 60 " UNITYDRV_LIBRARY_RESOLUTION " " + k_lib + " " +
+       program->address() + files)
           .c_str(),
       "r");
   ASSERT_NE(p, nullptr);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <ctime>
 #include <functional>
 #include <iostream>
@@ -285,15 +286,22 @@ std::string string_write_note(const selected_tag& tag, const std::string& text) 
                                : ", no terminator)");
 }
 
-// The data of one write; a bit inside a word only when asked for, since the driver keeps it
-// in its own memory and sends nothing.
+// Whether the library this process loads runs guarded (--guard sets the variable first).
+bool guarded_library() {
+  const char* value = std::getenv("UNITYDRV_GUARD");
+  return value != nullptr && std::string(value) == "1";
+}
+
+// The data of one write. A bit inside a word: guarded, the driver writes the controller's
+// word; otherwise only when asked for, since the driver keeps it in its own memory.
 write_data encode_write(const selected_tag& tag, const std::string& text, bool memory_bit) {
   const host_request& r = tag.request;
   if (r.bit < 0) return encode_request_value(r.code, text, r.count);
-  if (!memory_bit) {
+  if (!memory_bit && !guarded_library()) {
     throw bad_value("bit " + std::to_string(r.bit) + " inside a " + plc_type_name(r.code) +
                     " is kept in the driver's memory only: the driver sends nothing to the "
-                    "controller; add --memory-bit to write it there anyway");
+                    "controller; add --memory-bit to write it there anyway, or --guard to "
+                    "write the controller's word");
   }
   return encode_value(UNITYDRV_TYPE_BOOL, text);
 }
@@ -317,16 +325,23 @@ std::vector<selected_tag> whole_values(std::vector<selected_tag> tags) {
   return tags;
 }
 
-// Where a bit write inside a word went: the driver keeps it in its memory and sends
-// nothing, so the controller's word stays as it was. True when that is what happened.
+// Where a bit write inside a word went. By default the driver keeps it in its memory and
+// sends nothing, so the controller's word stays as it was; guarded, it writes the word, so
+// the bit read back is the bit written. True when that is what happened.
 bool report_bit_write(const selected_tag& tag, const host_request& word, const host_result& before,
-                      const host_result& after) {
+                      const host_result& after, bool bit_landed) {
   const std::string what = "panelhost: " + tag.name + ": bit " + std::to_string(tag.request.bit);
   if (!before.ok || !after.ok) {
     std::cerr << what << ": the controller's word could not be read back\n";
     return false;
   }
   const std::string was = value_text(word, before), now = value_text(word, after);
+  if (guarded_library()) {
+    std::cerr << what
+              << (bit_landed ? " written to the controller" : " did not reach the controller")
+              << "; its word was " << was << ", now " << now << "\n";
+    return bit_landed;
+  }
   if (was == now) {
     std::cerr << what << " kept in the driver's memory of this process; the controller's word "
               << "is unchanged (" << now << ")\n";
@@ -372,7 +387,9 @@ int run_write(const connection_options& conn, selection_options sel,
   for (std::size_t i = 0; i < s.tags.size(); ++i) {
     const host_request& r = s.tags[i].request;
     if (r.bit >= 0) {
-      ok = report_bit_write(s.tags[i], words[i].request, before[i], after[i]) && ok;
+      const bool landed = back[i].ok && !back[i].units.empty() &&
+                          (back[i].units[0] != 0) == (data[i].bit_value != 0);
+      ok = report_bit_write(s.tags[i], words[i].request, before[i], after[i], landed) && ok;
       continue;
     }
     const std::string written = written_text(r, data[i]);

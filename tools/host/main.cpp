@@ -1,6 +1,7 @@
 // panelhost: drives libunitydrv.so the way an operator panel does, from the command line.
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -50,6 +51,13 @@ void add_offline(CLI::App* cmd, connection_options& conn, CLI::Option* plc,
   offline_options.push_back(offline);
 }
 
+void add_guard(CLI::App* cmd, connection_options& conn) {
+  cmd->add_flag("--guard", conn.guard,
+                "guarded mode (UNITYDRV_GUARD=1): the driver refuses, with status 2, every tag "
+                "whose value it cannot vouch for, instead of delivering another variable's or an "
+                "old value");
+}
+
 void add_access(CLI::App* cmd, connection_options& conn, selection_options& sel) {
   add_offline(cmd, conn, add_connection(cmd, conn, false),
               "no controller: the driver keeps written values for this process only; "
@@ -59,6 +67,7 @@ void add_access(CLI::App* cmd, connection_options& conn, selection_options& sel)
   // One NAME=TYPE per --type, so that the tag names after it stay names.
   cmd->add_option("--type", sel.types, "NAME=TYPE: PLC type of a tag (INT, REAL, STRING[20] ...)")
       ->allow_extra_args(false);
+  add_guard(cmd, conn);
   cmd->add_option("--index", sel.index, "first array element");
   cmd->add_option("--count", sel.count, "number of elements (with --bit: of bits)");
   cmd->add_option("--bit", sel.bit, "read this bit of the value (with --count: from this bit on)")
@@ -132,7 +141,12 @@ int main(int argc, char** argv) {
   app.footer(
       "Exit status: 0 success; 1 a failure at run time (controller unreachable, a read failed, "
       "a tag unresolved or refused, a value read back differs from the one written); 2 a usage "
-      "error (a bad option, a missing argument, an address that is not dotted IPv4).");
+      "error (a bad option, a missing argument, an address that is not dotted IPv4).\n"
+      "Guarded mode: read, write and watch take --guard, which loads the driver with "
+      "UNITYDRV_GUARD=1: it then refuses (status 2) each tag whose value it cannot vouch for "
+      "(an unresolved name, a subscript or elements outside the array, a late or cut reply, a "
+      "device not ready ...) instead of delivering another variable's value or an old one; "
+      "tags check --guard reports what it refuses.");
   connection_options conn;
   conn.library = default_library();
   selection_options sel;
@@ -164,6 +178,7 @@ int main(int argc, char** argv) {
   check->add_option("FILE", file)->required();
   check->add_option("--offset", offset, "bytes before the tag file");
   check->add_flag("--json", as_json, "JSON output");
+  check->add_flag("--guard", conn.guard, "also report what the driver refuses in guarded mode");
 
   auto* read = app.add_subcommand("read", "read tags and print their values");
   add_access(read, conn, sel);
@@ -203,6 +218,8 @@ int main(int argc, char** argv) {
     if (show->parsed()) return run_tags_list(file, offset);
     if (int rc = check_plc(conn)) return rc;
     if (int rc = offline_argument(conn, sel)) return rc;
+    // The library reads the mode once, when it is loaded: set before any command loads it.
+    if (conn.guard) ::setenv("UNITYDRV_GUARD", "1", 1);
     if (browse->parsed()) return run_browse(conn, as_json);
     if (export_cmd->parsed()) return run_tags_export(conn, out, exported);
     if (check->parsed()) return run_tags_check(conn, file, offset, as_json);
