@@ -1,6 +1,7 @@
 # Installation and Debian packages, one install component per package:
 #   runtime -> libunitydrv0     libunitydrv.so.0 in the multiarch library directory
-#   dev     -> libunitydrv-dev  the headers, unitydrv.pc and the libunitydrv.so link
+#   dev     -> libunitydrv-dev  the headers, unitydrv.pc, the libunitydrv.so link, unitydrv(3)
+#                               and the examples
 #   tools   -> unitydrv-tools   panelhost and plcsim with their manual pages
 # `cmake --build <build> --target deb` writes the three packages to <build>/debs
 # (packaging/deb/build-debs.sh); the release presets install to /usr and the multiarch
@@ -18,6 +19,11 @@ install(FILES ${PROJECT_SOURCE_DIR}/include/unitydrv/unitydrv.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/unitydrv COMPONENT dev)
 install(FILES ${PROJECT_BINARY_DIR}/unitydrv.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+configure_file(${PROJECT_SOURCE_DIR}/packaging/man/unitydrv.3.in ${PROJECT_BINARY_DIR}/man/unitydrv.3 @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/man/unitydrv.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT dev)
+install(FILES examples/host.c examples/two_devices.c examples/guarded_host.c examples/guarded_calls.h
+              examples/guarded_calls.cpp examples/plant.json examples/plant_tags.txt
+  DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libunitydrv-dev/examples COMPONENT dev)
 foreach(tool panelhost plcsim)
   if(TARGET ${tool})
     install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
@@ -39,23 +45,17 @@ execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-multiarch OUTPUT_VARIABLE U
                 OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
 
 set(UNITYDRV_DEB_REVISION 1 CACHE STRING "Debian revision of the packages (VERSION-REVISION)")
-# Run-time needs as readelf -V shows them on the Debian 12 toolchains, named as Debian's
-# symbols files of libc6, libstdc++6 and libgcc-s1 name them: GLIBC_2.4 (armhf) or
-# GLIBC_2.14 (amd64) and GLIBCXX_3.4.29, GCC_3.5 (armhf) or GCC_3.0; with the runtime linked
-# in, the static libstdc++ brings GLIBC_2.36 (arc4random) and needs no libstdc++6.
-# The tools need GLIBC_2.34 on both. (dpkg-shlibdeps gives the same for amd64; it cannot
-# run for armhf without the armhf libraries' symbols files.)
-if(UNITYDRV_DEB_ARCH STREQUAL "armhf")
-  set(UNITYDRV_DEB_LIBGCC "libgcc-s1 (>= 3.5)")
-  set(UNITYDRV_DEB_RUNTIME_DEPENDS "libc6 (>= 2.4), ${UNITYDRV_DEB_LIBGCC}, libstdc++6 (>= 11)")
-else()
-  set(UNITYDRV_DEB_LIBGCC "libgcc-s1 (>= 3.0)")
-  set(UNITYDRV_DEB_RUNTIME_DEPENDS "libc6 (>= 2.14), ${UNITYDRV_DEB_LIBGCC}, libstdc++6 (>= 11)")
+# The run-time Depends of the library and the tools are computed by dpkg-shlibdeps when the
+# packages are built (packaging/deb/shlibdeps.sh); cross-built, it reads the cross
+# compiler's C and C++ runtimes.
+set(UNITYDRV_DEB_OBJDUMP "${CMAKE_OBJDUMP}")
+set(UNITYDRV_DEB_RUNTIME_LIBDIR "")
+if(CMAKE_CROSSCOMPILING)
+  execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libc.so.6 OUTPUT_VARIABLE libc_path
+                  OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+  get_filename_component(libc_path "${libc_path}" REALPATH)
+  get_filename_component(UNITYDRV_DEB_RUNTIME_LIBDIR "${libc_path}" DIRECTORY)
 endif()
-if(UNITYDRV_STATIC_RUNTIME)
-  set(UNITYDRV_DEB_RUNTIME_DEPENDS "libc6 (>= 2.36)")
-endif()
-set(UNITYDRV_DEB_TOOLS_DEPENDS "libc6 (>= 2.34), ${UNITYDRV_DEB_LIBGCC}, libstdc++6 (>= 11)")
 
 if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr" OR NOT CMAKE_INSTALL_LIBDIR STREQUAL "lib/${UNITYDRV_MULTIARCH}"
    OR NOT TARGET panelhost OR NOT TARGET plcsim)
@@ -70,7 +70,7 @@ add_custom_target(deb
     "VERSION=${PROJECT_VERSION}-${UNITYDRV_DEB_REVISION}" "UPSTREAM_VERSION=${PROJECT_VERSION}"
     "REVISION=${UNITYDRV_DEB_REVISION}" "SONAME_MAJOR=${PROJECT_VERSION_MAJOR}"
     "MAINTAINER=unitydrv maintainers <maintainers@unitydrv.org>"
-    "RUNTIME_DEPENDS=${UNITYDRV_DEB_RUNTIME_DEPENDS}" "TOOLS_DEPENDS=${UNITYDRV_DEB_TOOLS_DEPENDS}"
+    "OBJDUMP=${UNITYDRV_DEB_OBJDUMP}" "RUNTIME_LIBDIR=${UNITYDRV_DEB_RUNTIME_LIBDIR}"
     bash ${PROJECT_SOURCE_DIR}/packaging/deb/build-debs.sh ${PROJECT_BINARY_DIR} ${PROJECT_BINARY_DIR}/debs
   VERBATIM USES_TERMINAL)
 add_dependencies(deb unitydrv panelhost plcsim)

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "guard/guard.h"
 #include "trace/trace.h"
 #include "wire/byte_cursor.h"
 
@@ -197,8 +198,9 @@ void download_watch::restore() {
   if (!active_) return;
   active_ = false;
   // merge keeps an entry of the new download (the earlier one is only added back) and
-  // moves the nodes without allocating: putting them back cannot fail.
-  session_.tables.merge(earlier_);
+  // moves the nodes without allocating: putting them back cannot fail. Guarded mode keeps
+  // the new download alone.
+  if (!guard::on) session_.tables.merge(earlier_);
   earlier_.clear();
 }
 
@@ -218,10 +220,11 @@ void download_watch::report() const {
     const auto now = session_.tables.find(name);
     if (now == session_.tables.end()) {
       ++gone;
-      trace::emit("program-change",
-                  "variable=%s gone=1 old=%s (its tags keep the earlier address "
-                  "until the device is closed and started again)",
-                  shown(name).c_str(), location_text(variable.location).c_str());
+      trace::emit("program-change", "variable=%s gone=1 old=%s %s", shown(name).c_str(),
+                  location_text(variable.location).c_str(),
+                  guard::on ? "(guarded: its tags are refused)"
+                            : "(its tags keep the earlier address until the device is closed "
+                              "and started again)");
     } else if (now->second.location != variable.location ||
                now->second.type_id != variable.type_id) {
       ++moved;

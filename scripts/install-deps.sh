@@ -11,7 +11,7 @@ packages=(
   clang libclang-rt-14-dev
   libmodbus-dev valgrind iproute2
   tshark
-  lintian
+  lintian dpkg-dev
 )
 [ "${1:-}" = "--bench" ] && packages+=(python3-matplotlib)
 

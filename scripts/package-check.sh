@@ -34,6 +34,9 @@ for preset in amd64-release "${presets[@]}"; do
     debs+=("$deb")
   done
   dpkg-deb -c "$out/$preset"/libunitydrv0_*.deb
+  # The symbols file lists the 14 entry points (dpkg-gensymbols checked them at build).
+  dpkg-deb --info "$out/$preset"/libunitydrv0_*.deb symbols | tee "$out/$preset/symbols"
+  test "$(grep -c '^ ORMAND_DRV_[A-Za-z0-9]*@Base ' "$out/$preset/symbols")" = 14
 done
 
 echo "=== lintian"
@@ -85,10 +88,17 @@ for preset in "${presets[@]}"; do
   esac
   emulator_of[$arch]=$emulator
   echo "=== $preset ($arch): $(readelf -d "$lib" | grep -o 'soname: \[.*\]')"
-  # shellcheck disable=SC2046  # pkg-config prints several flags
-  $cc -std=c11 -Wall -Wextra -Werror \
-    $(PKG_CONFIG_LIBDIR="$libdir/pkgconfig" pkg-config --cflags unitydrv) \
-    examples/host.c -o "$out/host-$arch" -ldl
+  cflags=$(PKG_CONFIG_LIBDIR="$libdir/pkgconfig" pkg-config --cflags unitydrv)
+  # The installed header compiles on its own, with nothing of the source or build tree.
+  for lang in c c++; do
+    # shellcheck disable=SC2086  # pkg-config prints several flags
+    echo '#include <unitydrv/unitydrv.h>' | $cc -x $lang -fsyntax-only -Wall -Wextra -Werror $cflags -
+  done
+  examples="$root/usr/share/doc/libunitydrv-dev/examples"
+  for example in host two_devices; do
+    # shellcheck disable=SC2086
+    $cc -std=c11 -Wall -Wextra -Werror $cflags "$examples/$example.c" -o "$out/$example-$arch" -ldl
+  done
   # -lunitydrv finds the link of the -dev package.
   libs=$(PKG_CONFIG_LIBDIR="$libdir/pkgconfig" pkg-config --libs unitydrv)
   test "$(readlink -f "$(echo "$libs" | sed -n 's/^-L\([^ ]*\) .*/\1/p')/libunitydrv.so")" = "$(readlink -f "$lib")"
@@ -97,6 +107,8 @@ for preset in "${presets[@]}"; do
   strings "$lib" | grep "libunitydrv [0-9]"
   # The host finds the library by its soname, through the loader, in the scratch root.
   scripts/run-host-example.sh "$tools/plcsim" "$tools/panelhost" "$emulator" "$out/host-$arch" libunitydrv.so.0
+  scripts/run-two-devices-example.sh "$tools/plcsim" "$tools/panelhost" "$emulator" \
+    "$out/two_devices-$arch" libunitydrv.so.0
 done
 dpkg --root="$root" --list 'libunitydrv*' 'unitydrv*' | grep '^ii'
 # The installed panelhost loads the library installed beside it, and says which.

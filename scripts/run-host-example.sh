@@ -17,21 +17,10 @@ cleanup() {
 trap cleanup EXIT
 
 "$panelhost" tags build "$root/examples/plant_tags.txt" "$work/plant.tags" >/dev/null
-# Tests running alongside take loopback addresses too: use the first one that is free.
-for x in $(seq 201 220); do
-  address=127.0.0.$x
-  "$plcsim" --project "$root/examples/plant.json" --listen "$address:502" >"$work/sim.log" 2>&1 &
-  sim_pid=$!
-  for _ in $(seq 50); do
-    grep -q listening "$work/sim.log" && break
-    kill -0 "$sim_pid" 2>/dev/null || break
-    sleep 0.1
-  done
-  grep -q listening "$work/sim.log" && break
-  wait "$sim_pid" 2>/dev/null || true
-  sim_pid=""
-done
-[ -n "$sim_pid" ] || { echo "no simulator could listen" >&2; cat "$work/sim.log" >&2; exit 1; }
+# shellcheck source=scripts/sim-lib.sh
+. "$root/scripts/sim-lib.sh"
+start_sim "$plcsim" "$root/examples/plant.json" "$work/sim.log"
+address=$sim_address
 # shellcheck disable=SC2086  # the emulator is a command with its arguments
 $emulator "$host" "$library" "$address" "$work/plant.tags" "$root/examples/plant_tags.txt"
 # The host tool finds the driver without --lib: the one installed beside it (the unpacked

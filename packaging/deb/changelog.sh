@@ -1,30 +1,30 @@
 #!/usr/bin/env bash
 # Writes the Debian changelog of the packages from CHANGELOG.md: one entry per "## VERSION"
 # section, its paragraphs and list items as "*" items wrapped at 78 columns. The newest
-# entry carries the packages' Debian revision; an entry is dated by the commit that added
-# its heading (SOURCE_DATE_EPOCH, when set, dates the newest one).
+# entry carries the packages' Debian revision. Each entry is dated by its heading
+# ("## 0.2.0 - 2026-11-25"), so the changelog needs no checkout's history; a heading
+# without a date takes SOURCE_DATE_EPOCH, and without that it is an error.
 # Usage: changelog.sh CHANGELOG.md REVISION MAINTAINER > changelog.Debian
 set -euo pipefail
 [ $# -eq 3 ] || { echo "usage: $0 CHANGELOG.md REVISION MAINTAINER" >&2; exit 2; }
 changelog=$1 revision=$2 maintainer=$3
 
-entry_date() {  # VERSION NEWEST
-  local epoch=""
-  [ "$2" = 1 ] && epoch=${SOURCE_DATE_EPOCH:-}
-  if [ -z "$epoch" ] && git -C "$(dirname "$changelog")" rev-parse >/dev/null 2>&1; then
-    epoch=$(git -C "$(dirname "$changelog")" log --format=%ct -S"## $1" -- "$(basename "$changelog")" |
-            tail -n 1)
+entry_date() {  # VERSION DAY ("" when the heading has none)
+  if [ -n "$2" ]; then
+    LC_ALL=C date -u -R -d "$2 00:00:00 UTC" 2>/dev/null ||
+      { echo "$changelog: '## $1 - $2': not a date (YYYY-MM-DD)" >&2; return 1; }
+  elif [ -n "${SOURCE_DATE_EPOCH:-}" ]; then
+    LC_ALL=C date -u -R -d "@$SOURCE_DATE_EPOCH"
+  else
+    echo "$changelog: '## $1' has no date: write '## $1 - YYYY-MM-DD' or set SOURCE_DATE_EPOCH" >&2
+    return 1
   fi
-  [ -n "$epoch" ] || epoch=$(stat -c %Y "$changelog")
-  LC_ALL=C date -u -R -d "@$epoch"
 }
 
 dates=""
-newest=1
-while read -r v; do
-  dates+="$v=$(entry_date "$v" "$newest");"
-  newest=0
-done < <(sed -n 's/^## \([0-9][^ ]*\).*/\1/p' "$changelog")
+while read -r v day; do
+  dates+="$v=$(entry_date "$v" "$day");"
+done < <(sed -n 's/^## \([0-9][^ ]*\)\( - \([^ ]*\)\)\{0,1\}.*/\1 \3/p' "$changelog")
 
 LC_ALL=C awk -v revision="$revision" -v maintainer="$maintainer" -v dates="$dates" '
 function flush(   n, words, i, line, lead) {

@@ -22,6 +22,8 @@
 #include "driver/init_handshake.h"
 #include "driver/tag_driver_offline_578.h"
 #include "driver/trace_events.h"
+#include "guard/guard.h"
+#include "support/guarded_run.h"
 #include "support/pcap_payloads.h"
 #include "support/plant_device.h"
 #include "trace/trace.h"
@@ -61,15 +63,20 @@ const std::string changed_project = station_types + R"(
   ]})";
 
 // Traces into a file of its own for one test; a device of the driver's core, driven
-// through the handshake and the filters as the entry points drive it.
+// through the handshake and the filters as the entry points drive it. These are the
+// default mode's lines: the guarded run of the suite keeps the driver's core unguarded
+// here, and its own tests hold the guarded lines.
 class TraceEvents : public ::testing::Test {
  protected:
   void SetUp() override {
+    guarded_ = guard::on;
+    guard::on = false;
     trace_path_ = temp_path(::testing::UnitTest::GetInstance()->current_test_info()->name());
     std::remove(trace_path_.c_str());
     ASSERT_TRUE(trace::configure(trace_path_.c_str(), false));
   }
   void TearDown() override {
+    guard::on = guarded_;
     trace::configure(nullptr, false);
     std::remove(trace_path_.c_str());
     std::remove(tag_path_.c_str());
@@ -110,6 +117,9 @@ class TraceEvents : public ::testing::Test {
 
   std::string trace_path_;
   std::string tag_path_;
+
+ private:
+  bool guarded_ = false;
 };
 
 TEST_F(TraceEvents, EveryUnresolvedReasonAndEveryAddressOutsideItsVariable) {
@@ -436,6 +446,16 @@ TEST(TraceOffOrOn, AnExceptionLeavingOutputFilterExIsTracedAndReachesTheHostUnch
   const observed seen = run_host(UNITYDRV_GUARDED_HOST, trace_file);
   const std::string trace = slurp(trace_file);
   std::remove(trace_file.c_str());
+  if (guarded_run::on()) {
+    // Guarded: the position is refused, nothing is raised, and the host goes on.
+    EXPECT_EQ(seen.records.find("the driver raised"), std::string::npos) << seen.records;
+    EXPECT_NE(seen.records.find("Counter after the reconnect: -42\nok"), std::string::npos)
+        << seen.records;
+    EXPECT_NE(trace.find("guarded request=0 tag=1000 name= refused reason=\"no such tag"),
+              std::string::npos)
+        << trace;
+    return;
+  }
   EXPECT_NE(seen.records.find("the driver raised \"vector::_M_range_check"), std::string::npos)
       << seen.records;
   for (const char* line :

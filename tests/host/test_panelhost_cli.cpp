@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -16,7 +17,9 @@
 #include <string>
 #include <thread>
 
+#include "support/guarded_run.h"
 #include "support/plant_device.h"
+#include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/project_layout.h"
 #include "unitydrv/version.h"
 
@@ -70,6 +73,8 @@ class PanelhostCli : public ::testing::Test {
     write(dir + "/garbage.bin", std::string("\x13\x99\xfe\x01garbage\xff\x00\x07zz", 16));
     write(dir + "/noblock.json", R"({"variables": [{"name": "Counter", "type": 4, "offset": 2}]})");
     write(dir + "/unreadable.txt", "Levels\nPumps[x].Speed\nLabel\n");
+    write(dir + "/broken.json",
+          "{\n  \"variables\": [\n    {\"name\": \"C\" \"type\": 4}\n  ]\n}\n");
     ASSERT_EQ(run("tags build " + dir + "/unreadable.txt " + dir + "/unreadable.tags").status, 0);
     write(dir + "/mistakes.txt",
           "Levels[3]\nTmperature\nLine[1].Sped\nLevels[10]\nTemperature[3]\nLevels[x]\n"
@@ -160,10 +165,6 @@ const cli_case k_cases[] = {
     {"read $P --bit 0 Ready", 1, "--bit needs a value with bits"},
     {"read $P --count 2 Temperature", 1, "--count 2 runs past a single REAL"},
     {"read $P --count 17 Name", 1, "--count 17 runs past the 16 characters of its STRING[16]"},
-    {"write $P --bit 3 Alarms=1", 1,
-     "bit 3 inside a WORD is kept in the driver's memory only: the driver sends nothing to the "
-     "controller; add --memory-bit"},
-    {"write $P --bit 3 --memory-bit Alarms=1", 0, "bit 3 kept in the driver's memory"},
     {"write $P Name=PLANT-A", 0,
      "Name: writes \"PLANT-A\" (7 of 16 characters, then a terminating"},
     {"write $P Name=ABCDEFGHIJKLMNOPQ", 1, "is longer than 16 characters"},
@@ -222,13 +223,42 @@ const cli_case k_cases[] = {
      ")"},
 };
 
+// A new user's first tries, each message of which said too little or was wrong. A table of
+// its own: under emulation each row starts the program anew.
+const cli_case k_first_tries[] = {
+    {"browse --offline $D/broken.json", 1,
+     "$D/broken.json: plcsim project: not valid JSON at line 3, column 18: unexpected \"type\""},
+    {"read --offline $D/broken.json Counter", 1, "not valid JSON at line 3, column 18"},
+    {"read --offline $D/broken.json", 1, "not valid JSON at line 3, column 18"},
+    {"write --offline Count:INT=5", 0, "Count  INT   5"},
+    {"read --json --plc 127.0.0.254 Counter", 1,
+     "\"error\": \"controller unreachable at 127.0.0.254:502: connection refused (nothing "
+     "listens on port 502)\",\n \"ok\": false"},
+    {"watch --json --rounds 1 --plc 127.0.0.254 Counter", 1,
+     "{\"command\":\"watch\",\"error\":\"controller unreachable at 127.0.0.254:502: "
+     "connection refused"},
+    {"read --plc 127.0.0.254 Counter", 1,
+     "controller unreachable at 127.0.0.254:502: connection refused"},
+    {"read $P --count 4 --bit 1 Levels", 0, "Levels  INT[4] bit 1  1 0 1 0"},
+    {"read $P --count 4 --bit 14 Levels", 1,
+     "--bit 14 --count 4 runs past the 16 bits of INT (bits 14..15 are left)"},
+    {"read $P --count 2 --bit 1 Alarms", 1,
+     "--count 2 with --bit: the driver reads one element for each bit asked, and 2 run past a "
+     "single WORD"},
+    {"read --offline broken.jsn", 2,
+     "--offline 'broken.jsn' is neither a project file (.json) nor a tag"},
+    {"read --plc '' Counter", 2, "--plc needs an IPv4 address"},
+};
+
 // Texts of the standard library and the JSON parser that an integrator cannot act on.
 const char* const k_raw_texts[] = {
     "_M_range_check", "basic_string",     "json.exception", "bad lexical cast",
     "std::",          "terminate called", "what()"};
 
-TEST_F(PanelhostCli, MistakesGetTheirMessageAndStatus) {
-  for (const cli_case& c : k_cases) {
+template <std::size_t n>
+void expect_rows(const cli_case (&rows)[n],
+                 const std::function<std::string(std::string)>& with_dir) {
+  for (const cli_case& c : rows) {
     const run_result r = run(with_dir(c.args));
     EXPECT_EQ(r.status, c.status) << c.args << '\n' << r.output;
     EXPECT_NE(r.output.find(with_dir(c.output_part)), std::string::npos) << c.args << '\n'
@@ -237,6 +267,39 @@ TEST_F(PanelhostCli, MistakesGetTheirMessageAndStatus) {
       EXPECT_EQ(r.output.find(raw), std::string::npos) << c.args << '\n' << r.output;
     }
   }
+}
+
+TEST_F(PanelhostCli, MistakesGetTheirMessageAndStatus) {
+  expect_rows(k_cases, with_dir);
+}
+
+TEST_F(PanelhostCli, FirstTriesGetTheirMessageAndStatus) {
+  expect_rows(k_first_tries, with_dir);
+}
+
+// A bit inside a word: by default the driver keeps it in its memory, which the tool asks
+// to be confirmed and then says; guarded, the driver writes the controller's word.
+TEST_F(PanelhostCli, BitWriteInsideAWordSaysWhereItWent) {
+  const std::vector<uint8_t> alarms_before = sim->read_memory(1, 108, 2);
+  ASSERT_EQ(alarms_before, (std::vector<uint8_t>{0x18, 0x00}));
+  if (!guarded_run::on()) {
+    const cli_case rows[] = {
+        {"write $P --bit 3 Alarms=0", 1,
+         "bit 3 inside a WORD is kept in the driver's memory only: the driver sends nothing to "
+         "the controller; add --memory-bit"},
+        {"write $P --bit 3 --memory-bit Alarms=0", 0,
+         "Alarms: bit 3 kept in the driver's memory of this process; the controller's word is "
+         "unchanged (16#0018)"},
+    };
+    expect_rows(rows, with_dir);
+    EXPECT_EQ(sim->read_memory(1, 108, 2), alarms_before);
+    return;
+  }
+  const cli_case rows[] = {{"write $P --bit 3 Alarms=0", 0,
+                            "Alarms: bit 3 written to the controller; its word was 16#0018, now "
+                            "16#0010"}};
+  expect_rows(rows, with_dir);
+  EXPECT_EQ(sim->read_memory(1, 108, 2), (std::vector<uint8_t>{0x10, 0x00}));
 }
 
 // An out-of-bounds write used to overwrite the STRING after the array.
@@ -260,6 +323,41 @@ TEST_F(PanelhostCli, CheckGivesEachMistakeItsReason) {
         "subscript on Temperature", "malformed subscript in 'Levels[x]'", "which has no member 'X'",
         "name a member"}) {
     EXPECT_NE(out.find(reason), std::string::npos) << reason << '\n' << out;
+  }
+}
+
+// tags check --guard: the tag behind a name the driver cannot read resolves in guarded
+// mode, and the refusals say so.
+TEST_F(PanelhostCli, GuardReportsWhatGuardedModeRefuses) {
+  const std::string args = "tags check " + dir + "/unreadable.tags --offline " + k_commissioning;
+  const run_result plain = run(args + " --json");
+  const run_result guarded = run(args + " --json --guard");
+  EXPECT_EQ(guarded.status, 1);
+  const auto reason_of = [](const std::string& output, std::size_t i) {
+    const std::size_t from = output.find('{');
+    const auto doc = nlohmann::json::parse(output.substr(from, output.rfind('}') + 1 - from));
+    return doc["tags"][i].value("reason", std::string("resolved"));
+  };
+  EXPECT_EQ(reason_of(plain.output, 2), "not resolved") << plain.output;
+  EXPECT_EQ(reason_of(guarded.output, 2), "resolved") << guarded.output;
+  EXPECT_NE(guarded.output.find("guarded mode refuses it: malformed name"), std::string::npos)
+      << guarded.output;
+}
+
+// read --guard loads the library in guarded mode, as its trace says.
+TEST_F(PanelhostCli, GuardLoadsTheLibraryInGuardedMode) {
+  for (const bool guard : {false, true}) {
+    FILE* p = popen(("env -u UNITYDRV_GUARD UNITYDRV_TRACE=stderr " + k_host + " read" + plc +
+                     "Counter" + (guard ? " --guard" : "") + " 2>&1")
+                        .c_str(),
+                    "r");
+    ASSERT_NE(p, nullptr);
+    std::string output;
+    std::array<char, 4096> buf;
+    while (std::fgets(buf.data(), buf.size(), p)) output += buf.data();
+    EXPECT_EQ(pclose(p), 0) << output;
+    EXPECT_EQ(output.find("guarded mode=on") != std::string::npos, guard) << output;
+    EXPECT_NE(output.find("-42"), std::string::npos) << output;
   }
 }
 
@@ -315,6 +413,99 @@ TEST_F(PanelhostCli, ExportedElementsOfLowBoundArraysResolveWhereDeclared) {
   }
   EXPECT_EQ(checked, 45u);
 }
+
+#if defined(UNITYDRV_LIBRARY_RESOLUTION)
+// Names as a new user types them: subscripts with spaces, leading zeros, signs, several
+// numbers or none, nested and repeated subscripts, and empty name parts.
+std::vector<std::string> generated_names() {
+  const char* const subscripts[] = {"1", " 1", "1 ", "01",  "+1", "-0", "0",
+                                    "3", "-1", "1,", "1,2", "",   "x",  "2147483648"};
+  const char* const shapes[] = {"Pumps[#].Speed", "Levels[#]", "Line.Spare[#].Mode",
+                                "Pumps[#]",       "Temps[#]",  "Pumps[1][#].Speed"};
+  std::vector<std::string> names = {"Pumps..Speed",
+                                    ".Level",
+                                    "Level.",
+                                    "Pumps[1]..Speed",
+                                    "Line..Flow",
+                                    "Line.Flow",
+                                    "Level",
+                                    "Nope[1]",
+                                    "Line.Spare[x]",
+                                    "Pumps[1].Speed[x]",
+                                    "Line.Spare[1]",
+                                    "Levels[1]x",
+                                    "Pumps[1].Speed[1]",
+                                    "Line[0].Flow",
+                                    "Levels[1][2]"};
+  for (const char* shape : shapes) {
+    for (const char* subscript : subscripts) {
+      std::string name = shape;
+      names.push_back(name.replace(name.find('#'), 1, subscript));
+    }
+  }
+  return names;
+}
+
+// The tool's verdict of one name: tags check of a file holding it alone.
+nlohmann::json tool_verdict(const std::string& file, const std::string& address) {
+  const std::string out =
+      run("tags check --json --lib " + k_lib + " " + file + " --plc " + address).output;
+  const std::size_t begin = out.find("{\n"), end = out.rfind("\n}");
+  if (begin == std::string::npos || end == std::string::npos) return nullptr;
+  return nlohmann::json::parse(out.substr(begin, end + 2 - begin)).at("tags").at(0);
+}
+
+// tags check resolved names with a copy of the driver's code that could drift from the
+// library panelhost loads: every verdict and address must be the library's own.
+TEST_F(PanelhostCli, CheckAgreesWithTheLibraryOnGeneratedNames) {
+  const auto program = plant::make_server("tests/host/commissioning.json");
+  ASSERT_TRUE(program->start_on_free_loopback());
+  const std::vector<std::string> names = generated_names();
+  std::string files;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const std::string file = dir + "/generated-" + std::to_string(i) + ".tags";
+    ASSERT_TRUE(tag_file::write_names(file, {names[i]}));
+    files += " " + file;
+  }
+  FILE* p = popen(
+      // The library as tags check describes it: unguarded, also in the suite's guarded run.
+      ("env -u UNITYDRV_GUARD timeout 60 " UNITYDRV_LIBRARY_RESOLUTION " " + k_lib + " " +
+       program->address() + files)
+          .c_str(),
+      "r");
+  ASSERT_NE(p, nullptr);
+  std::vector<std::string> library;
+  std::array<char, 256> buf;
+  while (std::fgets(buf.data(), buf.size(), p)) library.emplace_back(buf.data());
+  ASSERT_EQ(pclose(p), 0);
+  ASSERT_EQ(library.size(), names.size());
+  std::size_t resolved = 0, unresolved = 0;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const nlohmann::json tag =
+        tool_verdict(dir + "/generated-" + std::to_string(i) + ".tags", program->address());
+    ASSERT_TRUE(tag.is_object()) << names[i];
+    if (tag.at("ok").get<bool>()) {
+      EXPECT_EQ(library[i], "resolved " + std::to_string(tag.at("block").get<int>()) + " " +
+                                std::to_string(tag.at("offset").get<int>()) + "\n")
+          << "'" << names[i] << "'";
+      ++resolved;
+      continue;
+    }
+    const std::string reason = tag.at("reason").get<std::string>();
+    // A refusal that says the driver does not resolve the name (an unknown variable, a
+    // name where the driver stops reading the tag file) must be the library's verdict too.
+    const std::string message = tag.at("message").get<std::string>();
+    if (reason == "unknown variable" || reason == "not resolved" ||
+        message.find("the driver stops resolving the tag file here") != std::string::npos) {
+      EXPECT_EQ(library[i], "unresolved\n") << "'" << names[i] << "': " << tag.dump();
+      ++unresolved;
+    }
+  }
+  // Both verdicts occur among the generated names.
+  EXPECT_GT(resolved, 10u);
+  EXPECT_GT(unresolved, 10u);
+}
+#endif
 
 // A program download into the simulator (it drops the connections, as a controller does).
 bool load_program(plant::sim_server& sim, const std::string& file) {

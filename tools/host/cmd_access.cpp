@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <ctime>
 #include <functional>
 #include <iostream>
@@ -53,8 +54,8 @@ void seed_from_project(session& s, const std::string& project);
 session open_session(const connection_options& conn, const selection_options& sel,
                      bool all_or_nothing, bool allow_empty = false) {
   session s;
-  s.selection = std::make_unique<tag_selection>(sel);
   s.dict = dictionary_for(conn);
+  s.selection = std::make_unique<tag_selection>(sel);
   s.tags = s.selection->requests(s.dict.get(), s.refused);
   for (const tag_refusal& r : s.refused) std::cerr << "panelhost: " << r.text() << '\n';
   for (const tag_refusal& n : s.selection->notes()) {
@@ -199,10 +200,13 @@ std::string clock_text() {
   return buf;
 }
 
-// Position of a tag among the names given, so that JSON lists the tags in that order.
+// Position of a tag among the names given ("Name" or "Name:TYPE"), so that JSON lists the
+// tags in that order and a write finds its value.
 std::size_t given_position(const selection_options& sel, const std::string& name) {
-  return static_cast<std::size_t>(std::find(sel.names.begin(), sel.names.end(), name) -
-                                  sel.names.begin());
+  return static_cast<std::size_t>(
+      std::find_if(sel.names.begin(), sel.names.end(),
+                   [&](const std::string& given) { return parse_tag_choice(given).name == name; }) -
+      sel.names.begin());
 }
 
 nlohmann::json value_field(const host_request& r, const host_result& result) {
@@ -238,10 +242,26 @@ json_report round_report(const char* command, const session& s, const selection_
   return report;
 }
 
+// With --json a command that cannot start still prints its one document; the reason goes
+// to stderr too, as without --json.
+int json_failure(const char* command, const std::string& error, bool one_line) {
+  json_report report(command);
+  report.fail(error);
+  one_line ? report.print_line(std::cout) : report.print(std::cout);
+  std::cerr << "panelhost: " << error << '\n';
+  return 1;
+}
+
 }  // namespace
 
 int run_read(const connection_options& conn, const selection_options& sel, bool as_json) {
-  session s = open_session(conn, sel, false, as_json);
+  session s;
+  try {
+    s = open_session(conn, sel, false, as_json);
+  } catch (const std::runtime_error& e) {
+    if (!as_json) throw;
+    return json_failure("read", e.what(), false);
+  }
   const std::vector<host_result> results =
       s.device ? read_all(*s.device, s.tags) : std::vector<host_result>{};
   bool ok = s.refused.empty();
@@ -266,15 +286,22 @@ std::string string_write_note(const selected_tag& tag, const std::string& text) 
                                : ", no terminator)");
 }
 
-// The data of one write; a bit inside a word only when asked for, since the driver keeps it
-// in its own memory and sends nothing.
+// Whether the library this process loads runs guarded (--guard sets the variable first).
+bool guarded_library() {
+  const char* value = std::getenv("UNITYDRV_GUARD");
+  return value != nullptr && std::string(value) == "1";
+}
+
+// The data of one write. A bit inside a word: guarded, the driver writes the controller's
+// word; otherwise only when asked for, since the driver keeps it in its own memory.
 write_data encode_write(const selected_tag& tag, const std::string& text, bool memory_bit) {
   const host_request& r = tag.request;
   if (r.bit < 0) return encode_request_value(r.code, text, r.count);
-  if (!memory_bit) {
+  if (!memory_bit && !guarded_library()) {
     throw bad_value("bit " + std::to_string(r.bit) + " inside a " + plc_type_name(r.code) +
                     " is kept in the driver's memory only: the driver sends nothing to the "
-                    "controller; add --memory-bit to write it there anyway");
+                    "controller; add --memory-bit to write it there anyway, or --guard to "
+                    "write the controller's word");
   }
   return encode_value(UNITYDRV_TYPE_BOOL, text);
 }
@@ -290,6 +317,39 @@ std::string written_text(const host_request& r, const write_data& data) {
   }
   units.resize(result_units(r), 0);
   return format_value(r.code, units, r.count);
+}
+
+// The tags as whole values, without their bit.
+std::vector<selected_tag> whole_values(std::vector<selected_tag> tags) {
+  for (selected_tag& t : tags) t.request.bit = -1;
+  return tags;
+}
+
+// Where a bit write inside a word went. By default the driver keeps it in its memory and
+// sends nothing, so the controller's word stays as it was; guarded, it writes the word, so
+// the bit read back is the bit written. True when that is what happened.
+bool report_bit_write(const selected_tag& tag, const host_request& word, const host_result& before,
+                      const host_result& after, bool bit_landed) {
+  const std::string what = "panelhost: " + tag.name + ": bit " + std::to_string(tag.request.bit);
+  if (!before.ok || !after.ok) {
+    std::cerr << what << ": the controller's word could not be read back\n";
+    return false;
+  }
+  const std::string was = value_text(word, before), now = value_text(word, after);
+  if (guarded_library()) {
+    std::cerr << what
+              << (bit_landed ? " written to the controller" : " did not reach the controller")
+              << "; its word was " << was << ", now " << now << "\n";
+    return bit_landed;
+  }
+  if (was == now) {
+    std::cerr << what << " kept in the driver's memory of this process; the controller's word "
+              << "is unchanged (" << now << ")\n";
+    return true;
+  }
+  std::cerr << what << ": the controller's word changed from " << was << " to " << now
+            << ", although the driver keeps such a bit in its memory only\n";
+  return false;
 }
 
 }  // namespace
@@ -316,15 +376,20 @@ int run_write(const connection_options& conn, selection_options sel,
       std::cerr << "panelhost: " << string_write_note(s.tags[i], text) << '\n';
     }
   }
+  // A bit inside a word: the controller's whole word before and after says where it went.
+  const std::vector<selected_tag> words = whole_values(s.tags);
+  const std::vector<host_result> before = read_all(*s.device, words);
   for (std::size_t i = 0; i < s.tags.size(); ++i) write(*s.device, s.tags[i].request, data[i]);
   const std::vector<host_result> back = read_all(*s.device, s.tags);
+  const std::vector<host_result> after = read_all(*s.device, words);
   bool ok = true;
   std::vector<bool> differs(s.tags.size(), false);
   for (std::size_t i = 0; i < s.tags.size(); ++i) {
     const host_request& r = s.tags[i].request;
     if (r.bit >= 0) {
-      std::cerr << "panelhost: " << s.tags[i].name << ": bit " << r.bit
-                << " kept in the driver's memory; the controller's value is unchanged\n";
+      const bool landed = back[i].ok && !back[i].units.empty() &&
+                          (back[i].units[0] != 0) == (data[i].bit_value != 0);
+      ok = report_bit_write(s.tags[i], words[i].request, before[i], after[i], landed) && ok;
       continue;
     }
     const std::string written = written_text(r, data[i]);
@@ -350,7 +415,13 @@ int run_write(const connection_options& conn, selection_options sel,
 
 int run_watch(const connection_options& conn, const selection_options& sel,
               const watch_options& options) {
-  session s = open_session(conn, sel, false);
+  session s;
+  try {
+    s = open_session(conn, sel, false);
+  } catch (const std::runtime_error& e) {
+    if (!options.json) throw;
+    return json_failure("watch", e.what(), true);
+  }
   const bool redraw = !options.plain && !options.json && isatty(STDOUT_FILENO) != 0;
   std::size_t last_lines = 0;
   bool ok = true;

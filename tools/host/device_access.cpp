@@ -6,6 +6,7 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "tools/host/connect_probe.h"
 #include "tools/host/plc_type.h"
 
 namespace panelhost {
@@ -42,11 +43,18 @@ std::unique_ptr<host_records::device> start_device(driver_api& api, const std::s
   return device;
 }
 
+std::string unreachable_message(const std::string& address, uint16_t port) {
+  const std::string reason = connect_failure_reason(address, port);
+  return "controller unreachable at " + address + ":" + std::to_string(port) + ": " +
+         (reason.empty() ? "it accepts connections now, but did not when the driver tried"
+                         : reason);
+}
+
 void connect(host_records::device& device, const std::string& address) {
   const unitydrv_init_params params = init_params_of(address);
   device.api().InitEx(0, &params);
   if (device.get_init() == 10) {
-    throw std::runtime_error("controller unreachable at " + address + ":" + std::to_string(k_port));
+    throw std::runtime_error(unreachable_message(address, k_port));
   }
   if (device.check_init() == 0) {
     throw std::runtime_error("initialisation incomplete: no data dictionary from " + address + ":" +

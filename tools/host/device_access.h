@@ -36,6 +36,8 @@ std::unique_ptr<host_records::device> start_device(driver_api& api, const std::s
 // InitEx, GetInitCmdEx2, CheckInitCmdResponseEx2; throws std::runtime_error with a one-line
 // reason. An offline device connects to nothing.
 void connect(host_records::device& device, const std::string& address);
+// "controller unreachable at ADDR:PORT: " and why (refused, timed out, no route).
+std::string unreachable_message(const std::string& address, uint16_t port);
 // One OutputFilterEx / InputFilterEx round for all requests.
 std::vector<host_result> read(host_records::device& device,
                               const std::vector<host_request>& requests);

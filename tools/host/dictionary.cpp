@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "tools/host/connect_probe.h"
 #include "tools/host/device_access.h"
 #include "unity/unity_process.h"
 
@@ -23,7 +24,7 @@ dictionary download_dictionary(const std::string& address, std::ostream& progres
   unity_process session;
   progress << "connecting to " << where << '\n';
   if (session.setup_device(address.c_str(), port, 100) == 0) {
-    throw std::runtime_error("controller unreachable at " + where);
+    throw std::runtime_error(unreachable_message(address, port));
   }
   if (!session.initial_device()) {
     throw std::runtime_error("initialisation incomplete: " + where + " did not identify itself");

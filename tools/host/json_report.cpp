@@ -18,6 +18,11 @@ void json_report::set(const std::string& key, nlohmann::json value) {
   doc_[key] = std::move(value);
 }
 
+void json_report::fail(const std::string& error) {
+  doc_["error"] = error;
+  ok_ = false;
+}
+
 void json_report::print(std::ostream& out) const {
   nlohmann::json doc = doc_;
   doc["ok"] = ok_;

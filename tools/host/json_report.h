@@ -15,6 +15,9 @@ class json_report {
   explicit json_report(const std::string& command);
   void add_tag(const std::string& name, bool ok, const nlohmann::json& fields);
   void set(const std::string& key, nlohmann::json value);
+  // The command could not run at all (the controller unreachable, a project unreadable):
+  // "ok" false and "error" with the one line that says why.
+  void fail(const std::string& error);
   bool ok() const { return ok_; }
   void print(std::ostream& out) const;
   void print_line(std::ostream& out) const;  // on one line, as watch prints each round

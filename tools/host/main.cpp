@@ -1,5 +1,7 @@
 // panelhost: drives libunitydrv.so the way an operator panel does, from the command line.
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -32,11 +34,13 @@ std::string default_library() {
 
 // Options that name where the dictionary comes from; --offline is recorded in `offline`.
 std::vector<CLI::Option*> offline_options;
+std::vector<CLI::Option*> plc_options;
 
 CLI::Option* add_connection(CLI::App* cmd, connection_options& conn, bool needs_plc) {
   cmd->add_option("--lib", conn.library, "path of libunitydrv.so (default: the installed one)");
   auto* plc = cmd->add_option("--plc", conn.plc, "controller IPv4 address (port 502)");
   if (needs_plc) plc->required();
+  plc_options.push_back(plc);
   return plc;
 }
 
@@ -45,6 +49,13 @@ void add_offline(CLI::App* cmd, connection_options& conn, CLI::Option* plc,
   auto* offline = cmd->add_option("--offline", conn.offline_project, description)->expected(0, 1);
   offline->excludes(plc);
   offline_options.push_back(offline);
+}
+
+void add_guard(CLI::App* cmd, connection_options& conn) {
+  cmd->add_flag("--guard", conn.guard,
+                "guarded mode (UNITYDRV_GUARD=1): the driver refuses, with status 2, every tag "
+                "whose value it cannot vouch for, instead of delivering another variable's or an "
+                "old value");
 }
 
 void add_access(CLI::App* cmd, connection_options& conn, selection_options& sel) {
@@ -56,18 +67,20 @@ void add_access(CLI::App* cmd, connection_options& conn, selection_options& sel)
   // One NAME=TYPE per --type, so that the tag names after it stay names.
   cmd->add_option("--type", sel.types, "NAME=TYPE: PLC type of a tag (INT, REAL, STRING[20] ...)")
       ->allow_extra_args(false);
+  add_guard(cmd, conn);
   cmd->add_option("--index", sel.index, "first array element");
-  auto* count = cmd->add_option("--count", sel.count, "number of elements");
-  // The driver reads as many words as bits, so a bit read takes one bit.
-  cmd->add_option("--bit", sel.bit, "read this bit of the value")
-      ->check(CLI::Range(0, 253))
-      ->excludes(count);
+  cmd->add_option("--count", sel.count, "number of elements (with --bit: of bits)");
+  cmd->add_option("--bit", sel.bit, "read this bit of the value (with --count: from this bit on)")
+      ->check(CLI::Range(0, 253));
 }
 
 int check_plc(connection_options& conn) {
   for (const CLI::Option* o : offline_options) conn.offline = conn.offline || o->count() > 0;
   if (!conn.offline && conn.plc.empty()) {
-    std::cerr << "panelhost: --plc ADDR is required (or --offline)\n";
+    const bool given = std::any_of(plc_options.begin(), plc_options.end(),
+                                   [](const CLI::Option* o) { return o->count() > 0; });
+    std::cerr << (given ? "panelhost: --plc needs an IPv4 address (a.b.c.d)\n"
+                        : "panelhost: --plc ADDR is required (or --offline)\n");
     return 2;
   }
   if (conn.offline) return 0;
@@ -77,6 +90,32 @@ int check_plc(connection_options& conn) {
     std::cerr << "panelhost: " << e.what() << '\n';
     return 2;
   }
+  return 0;
+}
+
+bool ends_with(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+// "--offline X" took X for the project; a project is a .json file, and anything else is a
+// tag, which offline needs its type for (Name:TYPE, --type, or a list that gives it). What
+// is neither, such as a misspelt project file, is a usage error.
+int offline_argument(connection_options& conn, selection_options& sel) {
+  const std::string given = conn.offline_project;
+  if (given.empty() || ends_with(given, ".json")) return 0;
+  const bool typed = given.find(':') != std::string::npos || !sel.list_file.empty() ||
+                     std::any_of(sel.types.begin(), sel.types.end(), [&](const std::string& t) {
+                       return t.rfind(given + "=", 0) == 0;
+                     });
+  std::error_code error;
+  if (!typed || std::filesystem::exists(given, error)) {
+    std::cerr << "panelhost: --offline '" << given
+              << "' is neither a project file (.json) nor a tag (offline a tag needs its "
+                 "type: Name:TYPE or --type Name=TYPE)\n";
+    return 2;
+  }
+  sel.names.insert(sel.names.begin(), given);
+  conn.offline_project.clear();
   return 0;
 }
 
@@ -102,7 +141,12 @@ int main(int argc, char** argv) {
   app.footer(
       "Exit status: 0 success; 1 a failure at run time (controller unreachable, a read failed, "
       "a tag unresolved or refused, a value read back differs from the one written); 2 a usage "
-      "error (a bad option, a missing argument, an address that is not dotted IPv4).");
+      "error (a bad option, a missing argument, an address that is not dotted IPv4).\n"
+      "Guarded mode: read, write and watch take --guard, which loads the driver with "
+      "UNITYDRV_GUARD=1: it then refuses (status 2) each tag whose value it cannot vouch for "
+      "(an unresolved name, a subscript or elements outside the array, a late or cut reply, a "
+      "device not ready ...) instead of delivering another variable's value or an old one; "
+      "tags check --guard reports what it refuses.");
   connection_options conn;
   conn.library = default_library();
   selection_options sel;
@@ -134,6 +178,7 @@ int main(int argc, char** argv) {
   check->add_option("FILE", file)->required();
   check->add_option("--offset", offset, "bytes before the tag file");
   check->add_flag("--json", as_json, "JSON output");
+  check->add_flag("--guard", conn.guard, "also report what the driver refuses in guarded mode");
 
   auto* read = app.add_subcommand("read", "read tags and print their values");
   add_access(read, conn, sel);
@@ -172,12 +217,9 @@ int main(int argc, char** argv) {
     if (build->parsed()) return run_tags_build(list, out, wide, offset);
     if (show->parsed()) return run_tags_list(file, offset);
     if (int rc = check_plc(conn)) return rc;
-    // "--offline Name" took a tag name for the project; a project is a .json file.
-    const std::string& project = conn.offline_project;
-    if (!project.empty() && (project.size() < 5 || project.substr(project.size() - 5) != ".json")) {
-      sel.names.insert(sel.names.begin(), project);
-      conn.offline_project.clear();
-    }
+    if (int rc = offline_argument(conn, sel)) return rc;
+    // The library reads the mode once, when it is loaded: set before any command loads it.
+    if (conn.guard) ::setenv("UNITYDRV_GUARD", "1", 1);
     if (browse->parsed()) return run_browse(conn, as_json);
     if (export_cmd->parsed()) return run_tags_export(conn, out, exported);
     if (check->parsed()) return run_tags_check(conn, file, offset, as_json);

@@ -1,7 +1,6 @@
 #include "tools/host/tag_check.h"
 
 #include <algorithm>
-#include <charconv>
 #include <iomanip>
 #include <optional>
 #include <sstream>
@@ -9,6 +8,7 @@
 #include "tools/host/dictionary_shape.h"
 #include "tools/host/nearest_name.h"
 #include "wire/byte_cursor.h"
+#include "wire/subscript.h"
 
 namespace panelhost {
 
@@ -24,7 +24,9 @@ std::string plain(const std::string& name) {
   return !name.empty() && name.back() == '\0' ? name.substr(0, name.size() - 1) : name;
 }
 
-// "Tank[3]" or "M[1, 2]"; nullopt when the brackets or numbers cannot be read.
+// "Tank[3]" or "M[1, 2]"; nullopt when the brackets or numbers cannot be read. The numbers
+// are read by the driver's own reader, so that a name means here what it means there:
+// commas and spaces separate them and empty ones drop out ("M[1,]" is M[1]).
 std::optional<name_part> parse_part(const std::string& text) {
   name_part part;
   const auto open = text.find('[');
@@ -35,21 +37,12 @@ std::optional<name_part> parse_part(const std::string& text) {
     return std::nullopt;
   }
   part.subscripted = true;
-  std::string numbers = text.substr(open + 1, text.size() - open - 2);
-  std::size_t at = 0;
-  while (at <= numbers.size()) {
-    const auto comma = std::min(numbers.find(',', at), numbers.size());
-    std::string token = numbers.substr(at, comma - at);
-    token.erase(0, token.find_first_not_of(' '));
-    token.erase(token.find_last_not_of(' ') + 1);
-    int32_t value = 0;
-    const char* first = token.data() + (token.size() > 1 && token[0] == '+' ? 1 : 0);
-    const auto res = std::from_chars(first, token.data() + token.size(), value);
-    if (token.empty() || res.ec != std::errc() || res.ptr != token.data() + token.size()) {
-      return std::nullopt;
+  try {
+    for (int value : parse_array_indices(text.substr(open + 1, text.size() - open - 2))) {
+      part.subscripts.push_back(value);
     }
-    part.subscripts.push_back(value);
-    at = comma + 1;
+  } catch (const std::exception&) {  // the reader's bad_lexical_cast
+    return std::nullopt;
   }
   return part;
 }
@@ -90,8 +83,17 @@ std::string malformed_message(const std::string& name, const std::string& part) 
 }  // namespace
 
 std::string name_syntax_error(const std::string& name) {
-  for (const std::string& part : split_at_dots(name)) {
-    if (!parse_part(part)) return malformed_message(name, part);
+  // The driver drops a subscript that ends the name when it is the name's first bracket
+  // group, without reading its numbers.
+  const std::vector<std::string> parts = split_at_dots(name);
+  const bool last_dropped = name.find(']') == name.size() - 1;
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    const std::string& part = parts[i];
+    const bool dropped = last_dropped && i + 1 == parts.size() && !part.empty() &&
+                         part.find('[') != 0 && part.find('[') != std::string::npos;
+    if (!parse_part(dropped ? part.substr(0, part.find('[')) : part)) {
+      return malformed_message(name, part);
+    }
   }
   return "";
 }
@@ -127,6 +129,8 @@ const char* fault_name(tag_fault fault) {
       return "outside its variable";
     case tag_fault::unresolved:
       return "not resolved";
+    case tag_fault::guarded:
+      return "refused in guarded mode";
   }
   return "?";
 }

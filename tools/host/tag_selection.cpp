@@ -194,6 +194,14 @@ std::string tag_selection::apply_range(const tag_shape& shape, uint32_t elements
            std::to_string(elements) + " elements";
   }
   if (shape.is_array || elements > 1 || request.count <= declared) return "";
+  if (options_.bit) {
+    // A bit read of n bits asks the driver for n elements, although every bit comes from
+    // the first one: n elements must be there to read.
+    return "--count " + std::to_string(request.count) +
+           " with --bit: the driver reads one element for each bit asked, and " +
+           std::to_string(request.count) + " run past a single " + plc_type_name(shape.code) +
+           "; read the whole value without --bit to see all its bits";
+  }
   if (shape.code == UNITYDRV_TYPE_STRING) {
     return "--count " + std::to_string(request.count) + " runs past the " +
            std::to_string(declared) + " characters of its STRING[" + std::to_string(declared) + "]";
@@ -214,6 +222,13 @@ std::string tag_selection::apply_bit(host_request& request) const {
   if (static_cast<unsigned>(*options_.bit) >= width) {
     return "--bit " + std::to_string(*options_.bit) + " is past the " + std::to_string(width) +
            " bits of " + plc_type_name(request.code) + " (0.." + std::to_string(width - 1) + ")";
+  }
+  // The bits come from the first element only, from --bit on.
+  if (options_.count && *options_.bit + unsigned{*options_.count} > width) {
+    return "--bit " + std::to_string(*options_.bit) + " --count " +
+           std::to_string(*options_.count) + " runs past the " + std::to_string(width) +
+           " bits of " + plc_type_name(request.code) + " (bits " + std::to_string(*options_.bit) +
+           ".." + std::to_string(width - 1) + " are left)";
   }
   request.bit = *options_.bit;
   return "";

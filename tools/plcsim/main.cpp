@@ -42,21 +42,74 @@ int write_generated(std::size_t vars, std::size_t types, bool m580, const std::s
   return 0;
 }
 
-int serve(const std::string& project_file, std::string listen, const std::string& pcap) {
-  uint16_t port = 502;
-  auto colon = listen.find(':');
-  if (colon != std::string::npos) {
-    port = static_cast<uint16_t>(std::stoul(listen.substr(colon + 1)));
-    listen.resize(colon);
+// A mistake on the command line: exit status 2, as panelhost's.
+struct usage_error : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// One octet of a dotted IPv4 address: 0..255 in decimal, without leading zeros (the C
+// library would read 045 as octal).
+bool decimal_octet(const std::string& text) {
+  if (text.empty() || text.size() > 3 || (text.size() > 1 && text[0] == '0')) return false;
+  if (text.find_first_not_of("0123456789") != std::string::npos) return false;
+  return std::stoi(text) <= 255;
+}
+
+void check_listen_address(const std::string& address, const std::string& listen) {
+  std::vector<std::string> octets(1);
+  for (char c : address) {
+    if (c == '.') {
+      octets.emplace_back();
+    } else {
+      octets.back().push_back(c);
+    }
   }
+  bool ok = octets.size() == 4;
+  bool leading_zero = false;
+  for (const std::string& o : octets) {
+    ok = ok && decimal_octet(o);
+    leading_zero = leading_zero || (o.size() > 1 && o[0] == '0' &&
+                                    o.find_first_not_of("0123456789") == std::string::npos);
+  }
+  if (ok) return;
+  if (octets.size() == 4 && leading_zero) {
+    throw usage_error("--listen '" + listen +
+                      "': leading zeros are refused (the C library reads them as octal)");
+  }
+  throw usage_error("--listen '" + listen + "': '" + address +
+                    "' is not a dotted IPv4 address (a.b.c.d)");
+}
+
+// --listen ADDR[:PORT]: the port, 502 when not given.
+uint16_t split_listen(std::string& address, const std::string& listen) {
+  const auto colon = listen.rfind(':');
+  address = listen.substr(0, colon);
+  uint16_t port = 502;
+  if (colon != std::string::npos) {
+    const std::string text = listen.substr(colon + 1);
+    if (text.empty() || text.size() > 5 ||
+        text.find_first_not_of("0123456789") != std::string::npos || std::stoul(text) > 65535) {
+      throw usage_error("--listen '" + listen + "': the port '" + text +
+                        "' is not a number from 0 to 65535 (0 picks a free one)");
+    }
+    port = static_cast<uint16_t>(std::stoul(text));
+  }
+  if (address.empty()) throw usage_error("--listen '" + listen + "': an IPv4 address is needed");
+  check_listen_address(address, listen);
+  return port;
+}
+
+int serve(const std::string& project_file, const std::string& listen, const std::string& pcap) {
+  std::string address;
+  const uint16_t port = split_listen(address, listen);
   plcsim::server srv(plcsim::load_project_file(project_file));
   if (!pcap.empty() && !srv.record_to(pcap)) {
     std::cerr << "plcsim: cannot write " << pcap << '\n';
     return 1;
   }
-  if (!srv.start(listen, port)) {
-    std::cerr << "plcsim: cannot listen on " << listen << ':' << port << ": "
-              << std::strerror(errno) << '\n';
+  if (!srv.start(address, port)) {
+    std::cerr << "plcsim: cannot listen on " << address << ':' << port << ": "
+              << (errno != 0 ? std::strerror(errno) : "the address is not this machine's") << '\n';
     return 1;
   }
   std::signal(SIGINT, on_signal);
@@ -86,14 +139,22 @@ int main(int argc, char** argv) {
   app.add_flag("--m580", m580, "Generated project is an M580");
   app.add_option("--out", out, "Output file for --generate");
   app.add_option("--pcap", pcap, "Record every request and reply into this pcap file");
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    // --help and --version exit 0; every other parse error is a usage error.
+    return app.exit(e) == 0 ? 0 : 2;
+  }
   try {
     if (!generate.empty()) {
-      if (out.empty()) throw std::runtime_error("--generate needs --out FILE");
+      if (out.empty()) throw usage_error("--generate needs --out FILE");
       return write_generated(generate[0], generate[1], m580, out);
     }
-    if (project_file.empty()) throw std::runtime_error("--project FILE is required");
+    if (project_file.empty()) throw usage_error("--project FILE is required");
     return serve(project_file, listen, pcap);
+  } catch (const usage_error& e) {
+    std::cerr << "plcsim: " << e.what() << '\n';
+    return 2;
   } catch (const std::exception& e) {
     std::cerr << "plcsim: " << e.what() << '\n';
     return 1;

@@ -2,6 +2,7 @@
 // and the initial contents of its memory.
 #include <algorithm>
 #include <boost/algorithm/hex.hpp>
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cmath>
@@ -265,14 +266,43 @@ void check_variables(const project& p) {
   }
 }
 
+// Where the parser stopped, as an editor shows it (line and column from 1), and what it
+// found there; the parser's own text names its internals.
+std::string syntax_error_at(const std::string& text, std::size_t byte) {
+  std::size_t at = std::min(byte == 0 ? 0 : byte - 1, text.size());
+  // A whole string was read before it proved unexpected: point at its start.
+  std::string token;
+  if (at < text.size() && at > 0 && text[at] == '"') {
+    const std::size_t open = text.rfind('"', at - 1);
+    if (open != std::string::npos && text.find('\n', open) > at) {
+      token = text.substr(open, at - open + 1);
+      at = open;
+    }
+  }
+  const std::size_t line_start = text.rfind('\n', at == 0 ? 0 : at - 1);
+  const std::size_t line = 1 + std::count(text.begin(), text.begin() + at, '\n');
+  const std::size_t column = at - (line_start == std::string::npos ? 0 : line_start + 1) + 1;
+  std::string found = "the text ends early";
+  if (at < text.size()) {
+    const unsigned char c = static_cast<unsigned char>(text[at]);
+    found = !token.empty()    ? "unexpected " + token
+            : std::isprint(c) ? std::string("unexpected '") + char(c) + "'"
+                              : "unexpected byte " + std::to_string(c);
+  }
+  return "not valid JSON at line " + std::to_string(line) + ", column " + std::to_string(column) +
+         ": " + found;
+}
+
 }  // namespace
 
 project parse_project(const std::string& json_text) {
   json j;
   try {
     j = json::parse(json_text, nullptr, true, true);  // comments allowed
+  } catch (const json::parse_error& e) {
+    fail(syntax_error_at(json_text, e.byte));
   } catch (const json::exception& e) {
-    fail(std::string("not valid JSON: ") + e.what());
+    fail("not valid JSON: " + json_reason(e));
   }
   project p;
   try {
