@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "tests/driver/host_paths_fixture.h"
-#include "tools/common/loopback_peer.h"
+#include "tests/support/loopback_peer.h"
 #include "wire/byte_cursor.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include "guard/guard.h"
 #include "tests/driver/host_paths_fixture.h"
 #include "tests/support/counting_new.h"
-#include "tools/common/loopback_peer.h"
+#include "tests/support/loopback_peer.h"
 
 namespace {
 

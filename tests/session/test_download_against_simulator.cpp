@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/common/loopback_peer.h"
+#include "tests/support/loopback_peer.h"
 #include "tools/plcsim/plcsim.h"
 #include "unity/unity_process.h"
 #include "wire/byte_cursor.h"
