@@ -10,7 +10,7 @@
 #include "tag_index/tag_table.h"
 #include "tests/support/dictionary_builders.h"
 #include "tools/common/tag_file_writer.h"
-#include "unity/dictionary_records.h"
+#include "dictionary/dictionary_records.h"
 #include "wire/byte_cursor.h"
 
 namespace {

@@ -4,6 +4,7 @@
 #include <exception>
 #include <string_view>
 
+#include "dictionary/type_sizes.h"
 #include "tag_index/tag_names.h"
 #include "trace/trace.h"
 #include "wire/byte_cursor.h"
@@ -32,14 +33,13 @@ struct dictionary {
     if (structs.count(id) != 0) {
       unsigned int size = 0;
       try {
-        // calculate_block_size only reads the map it is given.
-        calculate_block_size(const_cast<member_map&>(structs), id, size);
+        ::dictionary::add_block_size(structs, id, size);
       } catch (const std::exception&) {
         return 0;
       }
       return size;
     }
-    return element_size_of_format(read_comm::get_read_format_from_type(id), id);
+    return ::dictionary::element_size_of_format(read_comm::get_read_format_from_type(id), id);
   }
 };
 

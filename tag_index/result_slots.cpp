@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "dictionary/type_sizes.h"
 #include "trace/trace.h"
 #include "wire/plc_types.h"
 #include "wire/unity_constants.h"
@@ -65,7 +66,7 @@ uint16_t bit_unit(uint8_t byte) {
   if (type == UNITYDRV_TYPE_STRING) {
     for (unsigned k = 0; k < count; ++k) out.low_byte(in.u8());
   } else if (size == 1) {
-    const bool one_bit = item.single_element != 0 || item.type_id == wire::ebool_type;
+    const bool one_bit = item.single_element != 0 || item.type_id == dictionary::ebool_type;
     for (unsigned k = 0; k < count; ++k) {
       const uint8_t byte = in.u8();
       out.unit(one_bit ? bit_unit(byte) : byte);

@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "unity/dictionary_records.h"
+#include "dictionary/dictionary_records.h"
 #include "unitydrv/unitydrv.h"
 #include "wire/byte_cursor.h"
 

@@ -6,7 +6,7 @@
 #include "tag_index/tag_table.h"
 #include "tag_index/temp_tag_file.h"
 #include "tests/support/dictionary_builders.h"
-#include "unity/dictionary_records.h"
+#include "dictionary/dictionary_records.h"
 #include "wire/byte_cursor.h"
 
 namespace {
