@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "tools/host/value_format.h"
-#include "tools/host/value_parse.h"
 #include "unitydrv/unitydrv.h"
 
 using namespace panelhost;

@@ -11,13 +11,10 @@
 #include <thread>
 
 #include "tools/host/commands.h"
-#include "tools/host/dictionary_diff.h"
-#include "tools/host/json_report.h"
-#include "tools/host/offline_project.h"
+#include "tools/host/dictionary.h"
 #include "tools/host/plc_type.h"
-#include "tools/host/text_table.h"
+#include "tools/host/report_formats.h"
 #include "tools/host/value_format.h"
-#include "tools/host/value_json.h"
 #include "tools/plcsim/plcsim.h"
 #include "unitydrv/unitydrv.h"
 

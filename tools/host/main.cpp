@@ -8,7 +8,7 @@
 #include <system_error>
 
 #include "tools/host/commands.h"
-#include "tools/host/library_version.h"
+#include "tools/host/device_access.h"
 #include "tools/host/tag_export.h"
 #include "unitydrv/version.h"
 

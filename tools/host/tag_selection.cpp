@@ -10,9 +10,8 @@
 
 #include "tag_index/tag_table.h"
 #include "tools/common/tag_file_writer.h"
+#include "tools/host/dictionary.h"
 #include "tools/host/dictionary_shape.h"
-#include "tools/host/driver_resolution.h"
-#include "tools/host/nearest_name.h"
 #include "tools/host/plc_type.h"
 #include "tools/host/tag_check.h"
 #include "unitydrv/unitydrv.h"
