@@ -21,31 +21,10 @@
 #include <vector>
 
 #include "bench/e2e_rig.h"
+#include "tests/support/counting_new.h"
 #include "tools/common/host_records.h"
 #include "tools/plcsim/plcsim.h"
 #include "unity/unity_process.h"
-
-// Allocations of the calling thread, counted by the global operator new that the driver
-// (loaded with dlopen) binds to as well: a warm read cycle should make none.
-namespace {
-thread_local std::size_t thread_allocations = 0;
-// Out of line, so that the compiler does not pair an inlined new with free.
-[[gnu::noinline]] void release(void* p) noexcept {
-  std::free(p);
-}
-}  // namespace
-
-void* operator new(std::size_t size) {
-  ++thread_allocations;
-  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept {
-  release(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-  release(p);
-}
 
 namespace {
 
@@ -222,9 +201,9 @@ void BM_read_cycle(benchmark::State& state) {
   const std::function<bool()> exchanges[3] = {
       [&] {
         return timed(driver_s, [&] {
-          const std::size_t before = thread_allocations;
+          const std::size_t before = counting_new::thread_allocations();
           const bool ok = cycle.run();
-          allocations += thread_allocations - before;
+          allocations += counting_new::thread_allocations() - before;
           return ok;
         });
       },
@@ -441,9 +420,9 @@ void BM_mixed_cycle(benchmark::State& state) {
   std::size_t allocations = 0;
   for (auto _ : state) {
     const auto t0 = clock_type::now();
-    const std::size_t before = thread_allocations;
+    const std::size_t before = counting_new::thread_allocations();
     const bool ok = cycle.run();
-    allocations += thread_allocations - before;
+    allocations += counting_new::thread_allocations() - before;
     driver_s.push_back(seconds_since(t0));
     if (!ok) return state.SkipWithError("mixed cycle failed");
   }
@@ -485,7 +464,7 @@ int callgrind_runs(bool cycle_only) {
     if (!cycle.run()) return 1;
     CALLGRIND_START_INSTRUMENTATION;
     CALLGRIND_ZERO_STATS;
-    const std::size_t before = thread_allocations;
+    const std::size_t before = counting_new::thread_allocations();
     const bool ok = cycle.run();
     CALLGRIND_DUMP_STATS_AT("driver_cycle_100");
     CALLGRIND_STOP_INSTRUMENTATION;

@@ -12,7 +12,7 @@
 
 #include "driver/device_context.h"
 #include "driver/tag_driver_offline_578.h"
-#include "tools/common/loopback_peer.h"
+#include "tests/support/loopback_peer.h"
 #include "tools/common/tag_file_writer.h"
 
 namespace {

@@ -8,9 +8,9 @@
 #include <string>
 
 #include "tag_index/tag_table.h"
-#include "tools/common/dictionary_builders.h"
+#include "tests/support/dictionary_builders.h"
 #include "tools/common/tag_file_writer.h"
-#include "unity/dictionary_records.h"
+#include "dictionary/dictionary_records.h"
 #include "wire/byte_cursor.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/common/unity_reply.h"
+#include "tests/support/unity_reply.h"
 #include "unity/unity_process.h"
 #include "wire/byte_cursor.h"
 

@@ -12,7 +12,7 @@
 #include "driver/tag_driver_offline_578.h"
 #include "guard/guard.h"
 #include "trace/trace.h"
-#include "unity/dictionary_records.h"
+#include "dictionary/dictionary_records.h"
 #include "wire/plc_types.h"
 
 namespace {

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/common/loopback_peer.h"
+#include "tests/support/loopback_peer.h"
 #include "tools/common/tag_file_writer.h"
 #include "tools/plcsim/plcsim.h"
 #include "unity/unity_process.h"

@@ -16,8 +16,8 @@
 
 #include "tag_index/tag_names.h"
 #include "tag_index/tag_table.h"
-#include "tools/common/dictionary_builders.h"
-#include "unity/dictionary_records.h"
+#include "tests/support/dictionary_builders.h"
+#include "dictionary/dictionary_records.h"
 #include "wire/byte_cursor.h"
 
 namespace {

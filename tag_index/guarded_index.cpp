@@ -3,6 +3,7 @@
 #include <exception>
 #include <string_view>
 
+#include "dictionary/type_sizes.h"
 #include "guard/guard.h"
 #include "wire/byte_cursor.h"
 #include "wire/subscript.h"
@@ -139,21 +140,20 @@ uint64_t type_sizes::size_of(unsigned short id, int depth) const {
   unsigned short element = 0;
   if (array_of(id, low, count, element)) return uint64_t{count} * size_of(element, depth + 1);
   const auto type = types_.find(id);
-  if (type != types_.end() && type->second.element_type == wire::string_type &&
+  if (type != types_.end() && type->second.element_type == dictionary::string_type &&
       type->second.bounds.empty()) {
     return string_length(type->second.name);
   }
   if (structs_.count(id) != 0) {
     unsigned int size = 0;
-    unsigned short held = id;
     try {
-      calculate_block_size(const_cast<member_map&>(structs_), held, size);  // only reads it
+      dictionary::add_block_size(structs_, id, size);
     } catch (const std::exception&) {
       return 0;
     }
     return size;
   }
-  return element_size_of_format(read_comm::get_read_format_from_type(id), id);
+  return dictionary::element_size_of_format(read_comm::get_read_format_from_type(id), id);
 }
 
 bool type_sizes::array_of(unsigned short id, int32_t& low, uint32_t& count,

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "dictionary/dictionary_records.h"
 #include "tag_index/tag_table.h"
-#include "unity/dictionary_records.h"
 
 namespace guarded_index {
 

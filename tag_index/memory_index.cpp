@@ -7,25 +7,20 @@
 #include <utility>
 #include <vector>
 
+#include "dictionary/dictionary_records.h"
+#include "dictionary/type_sizes.h"
 #include "guard/guard.h"
 #include "tag_index/tag_names.h"
 #include "tag_index/tag_table.h"
-#include "unity/dictionary_records.h"
 #include "wire/byte_cursor.h"
 #include "wire/subscript.h"
 #include "wire/unity_constants.h"
 
 namespace {
 
-using member_map = std::map<unsigned short, std::vector<data_type>>;
-
-uint16_t member_type_id(const data_type& member) {
-  return wire::le_reader(member.bounds).u16();
-}
-
-uint32_t member_byte_offset(const data_type& member) {
-  return wire::le_reader(member.member_offset_bytes).u32();
-}
+using dictionary::member_byte_offset;
+using dictionary::member_map;
+using dictionary::member_type_id;
 
 void copy_location(const std::vector<unsigned char>& from, std::array<unsigned char, 6>& to) {
   for (std::size_t i = 0; i < to.size(); ++i) {
@@ -42,31 +37,6 @@ void strip_whole_name_subscript(std::string_view& name) {
   }
 }
 
-// The types met on one descent through last members. Nearly every descent is one or two
-// levels deep, so the first few live in place and only a deep (or hostile) one allocates.
-class type_path {
- public:
-  void insert(unsigned short type) {
-    if (contains(type)) return;
-    if (near_count_ < near_.size()) {
-      near_[near_count_++] = type;
-    } else {
-      far_.insert(type);
-    }
-  }
-  bool contains(unsigned short type) const {
-    for (std::size_t i = 0; i < near_count_; ++i) {
-      if (near_[i] == type) return true;
-    }
-    return !far_.empty() && far_.count(type) != 0;
-  }
-
- private:
-  std::array<unsigned short, 8> near_{};
-  std::size_t near_count_ = 0;
-  std::set<unsigned short> far_;
-};
-
 // The member named text + '\0' exactly, or null: a member's name keeps its zero.
 const data_type* find_member(const std::vector<data_type>& members, std::string_view text) {
   for (const data_type& member : members) {
@@ -80,36 +50,6 @@ const data_type* find_member(const std::vector<data_type>& members, std::string_
     }
   }
   return nullptr;
-}
-
-// calculate_block_size on a map it only reads.
-void add_block_size(const member_map& struct_members, unsigned short type_id, unsigned int& size) {
-  // The descent through last members is a loop, not recursion, and stops at a type that
-  // repeats on its own path: a hostile dictionary with a cycle cannot run for ever.
-  type_path path;
-  unsigned short current = type_id;
-  for (;;) {
-    const auto members = struct_members.find(current);
-    if (members == struct_members.end()) {
-      return;
-    }
-    path.insert(current);
-    const data_type& last = members->second.at(members->second.size() - 1);
-    const uint32_t last_offset = member_byte_offset(last);
-    const uint16_t last_type = member_type_id(last);
-    const int format = read_comm::get_read_format_from_type(last_type);
-    if (struct_members.count(last_type) != 0) {
-      if (format != 255 || path.contains(last_type)) {
-        return;
-      }
-      size += last_offset;
-      current = last_type;
-      continue;
-    }
-    // A non-zero accumulated size keeps as it is: the innermost last offset is not added.
-    size = (size != 0 ? size : last_offset) + element_size_of_format(format, last_type);
-    return;
-  }
 }
 
 // The parts of a name between dots, empty ones kept: "a..b." gives "a", "", "b", "".
@@ -182,7 +122,7 @@ class struct_index {
     slot& s = slots_[id - first_];
     if (!s.size_known) {
       unsigned int size = 0;
-      add_block_size(map_, id, size);
+      dictionary::add_block_size(map_, id, size);
       s.size = size;
       s.size_known = true;
     }
@@ -381,13 +321,7 @@ int offline_CTagTable_578::setup_memory_index_in_place(const std::map<std::strin
   return resolved;
 }
 
-uint32_t element_size_of_format(int format, uint16_t type_id) {
-  constexpr uint32_t sizes[] = {1, 1, 2, 4, 8};
-  if (format >= 0 && format < 5) return sizes[format];
-  return type_id == wire::string_type ? 16 : 0;
-}
-
 void calculate_block_size(std::map<unsigned short, std::vector<data_type>>& struct_members,
                           unsigned short& type_id, unsigned int& size) {
-  add_block_size(struct_members, type_id, size);
+  dictionary::add_block_size(struct_members, type_id, size);
 }

@@ -4,6 +4,7 @@
 #include <exception>
 #include <string_view>
 
+#include "dictionary/type_sizes.h"
 #include "tag_index/tag_names.h"
 #include "trace/trace.h"
 #include "wire/byte_cursor.h"
@@ -32,14 +33,13 @@ struct dictionary {
     if (structs.count(id) != 0) {
       unsigned int size = 0;
       try {
-        // calculate_block_size only reads the map it is given.
-        calculate_block_size(const_cast<member_map&>(structs), id, size);
+        ::dictionary::add_block_size(structs, id, size);
       } catch (const std::exception&) {
         return 0;
       }
       return size;
     }
-    return element_size_of_format(read_comm::get_read_format_from_type(id), id);
+    return ::dictionary::element_size_of_format(read_comm::get_read_format_from_type(id), id);
   }
 };
 
@@ -100,15 +100,28 @@ struct verdict {
   const table* variable = nullptr;
 };
 
-verdict walk(std::string_view name, const dictionary& d) {
-  verdict v;
+// The parts of a name between dots, empty ones kept.
+std::vector<std::string_view> parts_of(std::string_view name) {
   std::vector<std::string_view> parts;
   for (std::size_t from = 0;;) {
     const std::size_t dot = name.find('.', from);
     parts.push_back(name.substr(from, dot == std::string_view::npos ? dot : dot - from));
-    if (dot == std::string_view::npos) break;
+    if (dot == std::string_view::npos) return parts;
     from = dot + 1;
   }
+}
+
+// The first member named member (without its zero), or null.
+const data_type* member_named(const std::vector<data_type>& members, const std::string& member) {
+  for (const data_type& m : members) {
+    if (m.name == member + '\0') return &m;
+  }
+  return nullptr;
+}
+
+verdict walk(std::string_view name, const dictionary& d) {
+  verdict v;
+  const std::vector<std::string_view> parts = parts_of(name);
   std::vector<int> indices;
   const std::string base = text_of(parts[0], indices);
   v.subscripted = !indices.empty();
@@ -134,16 +147,13 @@ verdict walk(std::string_view name, const dictionary& d) {
       continue;
     }
     const std::string member = text_of(parts[i], indices);
-    const data_type* match = nullptr;
-    for (const data_type& m : members->second) {
-      if (m.name == member + '\0') match = match ? match : &m;
-    }
+    const data_type* match = member_named(members->second, member);
     if (match == nullptr) {
       v.reason += "unknown member '" + member + "' in structure " + d.type_name(current) +
                   " (the walk went on with the next part); ";
       continue;
     }
-    const uint16_t type = wire::le_reader(match->bounds).u16();
+    const uint16_t type = ::dictionary::member_type_id(*match);
     ends_in_structure =
         read_comm::get_read_format_from_type(type) == 255 && d.structs.count(type) != 0;
     if (ends_in_structure) {

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "dictionary/type_sizes.h"
 #include "trace/trace.h"
 #include "wire/plc_types.h"
 #include "wire/unity_constants.h"
@@ -65,7 +66,7 @@ uint16_t bit_unit(uint8_t byte) {
   if (type == UNITYDRV_TYPE_STRING) {
     for (unsigned k = 0; k < count; ++k) out.low_byte(in.u8());
   } else if (size == 1) {
-    const bool one_bit = item.single_element != 0 || item.type_id == wire::ebool_type;
+    const bool one_bit = item.single_element != 0 || item.type_id == dictionary::ebool_type;
     for (unsigned k = 0; k < count; ++k) {
       const uint8_t byte = in.u8();
       out.unit(one_bit ? bit_unit(byte) : byte);
@@ -237,18 +238,6 @@ void result_slots::deliver_except(_input_data_* results, const _system_info* inf
   }
 }
 
-void result_slots::clear_area(std::size_t i) {
-  clear(area_at(i), written_[i]);
-}
-
-void result_slots::finish_fill(std::size_t i, std::size_t length) {
-  if (length >= cleared_bytes) {
-    note_written(i, length);  // the whole cleared part is written over
-  } else {
-    clear_behind(area_at(i), written_[i], length);
-  }
-}
-
 void result_slots::note_written(std::size_t i, std::size_t length) {
   if (length > stride - area_begin) {
     note_long_write(i, length);
@@ -278,8 +267,4 @@ void result_slots::note_long_write(std::size_t i, std::size_t length) {
     const std::size_t reach = std::min(end - begin, cleared_bytes);
     written_[k] = std::max(written_[k], static_cast<uint16_t>(reach));
   }
-}
-
-uint8_t* result_slots::area_at(std::size_t i) {
-  return area_of(block_.data(), i);
 }

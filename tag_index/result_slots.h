@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "unity/dictionary_records.h"
+#include "dictionary/dictionary_records.h"
 #include "unitydrv/unitydrv.h"
 #include "wire/byte_cursor.h"
 
@@ -81,14 +81,8 @@ class result_slots {
   // clearing (the rest is zero already), and where a fill writes every byte of its values,
   // only the part behind them: a cycle of short values then clears nothing at all.
   //
-  // Clears the cleared part of slot i's area, for a fill that leaves bytes among its values
-  // as they are.
-  void clear_area(std::size_t i);
-  // Completes a fill that wrote every one of length bytes from the start of slot i's area:
-  // clears the rest of the cleared part.
-  void finish_fill(std::size_t i, std::size_t length);
   // Records a write of length bytes from the start of slot i's area that did not clear
-  // first. Every write into the data areas goes through here or finish_fill.
+  // first. Every write into the data areas outside a fill goes through here.
   void note_written(std::size_t i, std::size_t length);
   // The data area of slot i with length bytes of room from its start; the block grows to
   // hold it. Valid until the block grows again.
@@ -100,7 +94,6 @@ class result_slots {
   void fill_in_order(const read_comm* item_at, std::size_t count, PositionOf position_of,
                      const std::vector<unsigned char>& values);
   void note_long_write(std::size_t i, std::size_t length);
-  uint8_t* area_at(std::size_t i);
 
   std::vector<result_slot> block_;
   std::vector<slot_head> heads_;  // of the planned online read

@@ -8,8 +8,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "dictionary/dictionary_records.h"
 #include "tag_index/result_slots.h"
-#include "unity/dictionary_records.h"
 
 // One tag of the table: its name from the tag file and, once resolved, where it lives in
 // controller memory. Entries live in one malloc block.
@@ -70,9 +70,6 @@ class offline_CTagTable_578 {
   std::unordered_map<std::string, uint32_t>
       name_index_;  // name (as strcmp sees it) -> first position
 };
-
-// Bytes per element of an access format (0..4); a string, which has none, takes 16.
-uint32_t element_size_of_format(int format, uint16_t type_id);
 
 // Adds the byte size of structured type type_id to size (an accumulator).
 void calculate_block_size(std::map<unsigned short, std::vector<data_type>>& struct_members,

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "dictionary/type_sizes.h"
 #include "unity/unity_process.h"
 #include "unity/unity_request.h"
 #include "wire/byte_cursor.h"
@@ -11,8 +12,8 @@
 
 namespace {
 
+using dictionary::string_type;
 using wire::array_detail;
-using wire::string_type;
 using wire::structure_detail;
 // What save_struct_detail returns while the structure goes on in another reply.
 constexpr int structure_continues = structure_detail;

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "unity/dictionary_records.h"
+#include "dictionary/dictionary_records.h"
 #include "unity/modbus_tcp_frame.h"
 
 class IUnity_message_strategy {

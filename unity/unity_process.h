@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "net/client_socket.h"
-#include "unity/dictionary_records.h"
+#include "dictionary/dictionary_records.h"
 #include "unity/message_strategy.h"
 #include "unity/modbus_tcp_frame.h"
 #include "unity/receive_buffer.h"

@@ -2,6 +2,7 @@
 #include <array>
 #include <stdexcept>
 
+#include "dictionary/type_sizes.h"
 #include "guard/guard.h"
 #include "trace/trace.h"
 #include "unity/unity_process.h"
@@ -16,9 +17,9 @@ constexpr unsigned char read_variables = 0x22;
 constexpr unsigned char write_variables = 0x23;
 constexpr unsigned char format_from_type = 0x21;  // length taken from the item's data type
 constexpr unsigned char no_direct_format = 255;
-using wire::ebool_type;
+using dictionary::ebool_type;
+using dictionary::string_type;
 using wire::status_ok;
-using wire::string_type;
 constexpr unsigned char string_length_code = 17;
 constexpr std::size_t max_items = 255;
 // Reply bytes: 7-byte MBAP header, function code, pairing byte, then the status.

@@ -18,8 +18,4 @@ constexpr uint8_t structure_detail = 2;
 constexpr uint8_t array_detail = 4;
 constexpr uint8_t named_records = 9;
 
-// Controller type ids the driver treats apart from the others.
-constexpr uint16_t string_type = 9;
-constexpr uint16_t ebool_type = 25;
-
 }  // namespace wire

@@ -1,9 +1,12 @@
+// The six description and parameter entry points, called through the loaded library as the
+// host calls them, against the literal tables the host expects.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
-#include "driver/description_tables.h"
+#include "tools/common/driver_api.h"
 
 namespace {
 
@@ -11,9 +14,20 @@ uint16_t u16_at(const unsigned char* p, std::size_t off) {
   return static_cast<uint16_t>(p[off] | p[off + 1] << 8);
 }
 
-TEST(Attributes, NameIsCutAtFiftyAndNumbersFollow) {
+class DescriptionCalls : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { lib = new panelhost::driver_api(UNITYDRV_LIBRARY_PATH); }
+  static void TearDownTestSuite() {
+    delete lib;
+    lib = nullptr;
+  }
+  static panelhost::driver_api* lib;
+};
+panelhost::driver_api* DescriptionCalls::lib = nullptr;
+
+TEST_F(DescriptionCalls, AttributesNameIsCutAtFiftyAndNumbersFollow) {
   std::vector<unsigned char> buf(100, 0xFF);
-  description::fill_attributes(reinterpret_cast<unitydrv_attributes*>(buf.data()));
+  lib->GetAttributeEx(reinterpret_cast<unitydrv_attributes*>(buf.data()));
 
   EXPECT_EQ(std::string(reinterpret_cast<char*>(buf.data()), 50),
             "Schneider M340/M580 series (Symbolic Addressing) (");
@@ -45,9 +59,11 @@ const type_row type_rows[] = {
 };
 
 // Rows of 450 bytes, fields of 30 (the last six empty), 7650 bytes and nothing past them.
-TEST(AddressTypes, EachRowAsTheHostReadsIt) {
+TEST_F(DescriptionCalls, DeviceTableHoldsEachRowAsTheHostReadsIt) {
   std::vector<char> got(7650 + 16, 'x');
-  description::copy_address_types(reinterpret_cast<unitydrv_address_type*>(got.data()));
+  uint32_t count = 0;
+  lib->GetDeviceTableEx(reinterpret_cast<unitydrv_address_type*>(got.data()), &count);
+  EXPECT_EQ(count, 17u);
   for (std::size_t r = 0; r < 17; ++r) {
     const type_row& t = type_rows[r];
     const std::string fields[9] = {t.kind, t.name, std::to_string(t.code), "D", t.unit, "0", "W",
@@ -59,32 +75,57 @@ TEST(AddressTypes, EachRowAsTheHostReadsIt) {
   EXPECT_EQ(std::string(got.end() - 16, got.end()), std::string(16, 'x'));
 }
 
-TEST(SizeLimit, NineTenByteFields) {
-  std::vector<unsigned char> got(90, 0xAA);
-  description::fill_size_limit(reinterpret_cast<unitydrv_size_limit*>(got.data()));
+TEST_F(DescriptionCalls, SizeLimitIsOneRecordOfNineTenByteFields) {
+  std::vector<unsigned char> got(90 + 4, 0xAA);
+  uint32_t count = 0;
+  lib->GetCommandSizeLimitInfo(reinterpret_cast<unitydrv_size_limit*>(got.data()), &count);
+  EXPECT_EQ(count, 1u);
   std::vector<unsigned char> want(90, 0);
   want[0] = '0';
   want[10] = '1';
   want[20] = '1';
+  want.insert(want.end(), 4, 0xAA);
   EXPECT_EQ(got, want);
 }
 
-TEST(HostType, EveryTypeHasItsHostType) {
+uint32_t data_type_of(panelhost::driver_api& lib, int code, uint32_t preset, int& result) {
+  unitydrv_type_query query;
+  std::memset(&query, 0x5C, sizeof query);
+  query.type_code = static_cast<uint8_t>(code);
+  uint32_t out = preset;
+  result = lib.GetDataType(&query, 0xFFFFFFFF, &out);
+  return out;
+}
+
+TEST_F(DescriptionCalls, DataTypeMapsEveryListedCode) {
   for (const type_row& row : type_rows) {
-    uint32_t out = 0xDEAD;
-    EXPECT_TRUE(description::host_type_of(static_cast<uint8_t>(row.code), out)) << row.name;
-    EXPECT_EQ(out, row.host_type) << row.name;
+    int result = 0;
+    EXPECT_EQ(data_type_of(*lib, row.code, 0xDEAD, result), row.host_type) << row.name;
+    EXPECT_EQ(result, 1) << row.name;
   }
 }
 
-TEST(HostType, UnlistedCodesLeaveTheOutputAlone) {
+TEST_F(DescriptionCalls, DataTypeLeavesTheOutputAloneForUnlistedCodes) {
   std::vector<int> codes = {0, 1, 5, 13, 192, 255};
   for (int c = 197; c <= 201; ++c) codes.push_back(c);
   for (int c = 203; c <= 210; ++c) codes.push_back(c);
   for (int code : codes) {
-    uint32_t out = 0xDEAD;
-    EXPECT_FALSE(description::host_type_of(static_cast<uint8_t>(code), out)) << code;
-    EXPECT_EQ(out, 0xDEADu) << "code " << code;
+    int result = 0;
+    EXPECT_EQ(data_type_of(*lib, code, 0xDEAD, result), 0xDEADu) << "code " << code;
+    EXPECT_EQ(result, 1) << "code " << code;
+  }
+}
+
+// The library is loaded once for the suite, so the first read sees the value at load.
+TEST_F(DescriptionCalls, CommParamIsZeroUntilSetThenKept) {
+  uint32_t value = 0xFFFFFFFF;
+  lib->GetCommParam(&value);
+  EXPECT_EQ(value, 0u);
+  for (uint32_t stored : {0x12345678u, 0xFFFFFFFFu, 0u}) {
+    lib->SetCommParam(stored);
+    value = 0xA5A5A5A5;
+    lib->GetCommParam(&value);
+    EXPECT_EQ(value, stored);
   }
 }
 

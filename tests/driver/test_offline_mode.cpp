@@ -38,7 +38,7 @@ class OfflineMode : public host_paths::device_test {
 };
 
 TEST_F(OfflineMode, UnwrittenElementsReadAsZeroAndLeaveZeroEntries) {
-  const auto round = read({{1, 196, 4, 3}});
+  const auto round = read({{1, UNITYDRV_TYPE_DINT, 4, 3}});
   EXPECT_EQ(round.results[0].result_status, 0);
   EXPECT_EQ(round.results[0].result_code, 5);
   EXPECT_EQ(round.results[0].request_id, 1000u);
@@ -53,8 +53,10 @@ TEST_F(OfflineMode, UnwrittenElementsReadAsZeroAndLeaveZeroEntries) {
 }
 
 TEST_F(OfflineMode, EachElementHasItsOwnKey) {
-  write({1, 195, 10, 3}, {7, 8, 9});
-  const auto round = read({{1, 195, 11, 1}, {1, 195, 12, 2}, {0, 195, 11, 1}});
+  write({1, UNITYDRV_TYPE_INT, 10, 3}, {7, 8, 9});
+  const auto round = read({{1, UNITYDRV_TYPE_INT, 11, 1},
+                           {1, UNITYDRV_TYPE_INT, 12, 2},
+                           {0, UNITYDRV_TYPE_INT, 11, 1}});
   EXPECT_EQ(round.units(0, 1), (std::vector<uint16_t>{8}));
   EXPECT_EQ(round.units(1, 2), (std::vector<uint16_t>{9, 0}));
   EXPECT_EQ(round.units(2, 1), (std::vector<uint16_t>{0}));
@@ -74,7 +76,7 @@ TEST_F(OfflineMode, BitWriteUpdatesTheShadowValueOnly) {
 }
 
 TEST_F(OfflineMode, BitArrayElementsAreKeyedByTheRenamedElement) {
-  write({2, 211, 96, 2}, {0x0001});
+  write({2, UNITYDRV_TYPE_BITARRAY, 96, 2}, {0x0001});
   // Tag 2 names element 0; bit 96 lives in element 3, which is tag 3.
   ASSERT_EQ(device_->element_names.count("Bits[3]"), 1u);
   bool found = false;
@@ -86,7 +88,7 @@ TEST_F(OfflineMode, BitArrayElementsAreKeyedByTheRenamedElement) {
     }
   }
   EXPECT_TRUE(found);
-  const auto round = read({{2, 211, 96, 2}});
+  const auto round = read({{2, UNITYDRV_TYPE_BITARRAY, 96, 2}});
   EXPECT_EQ(round.units(0, 2), (std::vector<uint16_t>{1, 0}));
 }
 

@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "tests/driver/host_paths_fixture.h"
-#include "tools/common/loopback_peer.h"
+#include "tests/support/loopback_peer.h"
 #include "wire/byte_cursor.h"
 
 namespace {
@@ -30,20 +30,20 @@ TEST_F(FillTagStruct, TakesTypeIndexAndBitFromTheRequest) {
   load({"Speed", "Level"}, 0);
   resolve(1, 3, 5, 0x12, 0x340, 6);
   const fill_case cases[] = {
-      {"type a", 0, 7, 0, 0, 195, 7, -1},
+      {"type a", 0, 7, 0, 0, UNITYDRV_TYPE_INT, 7, -1},
       {"type b when selected", 1, 7, 0, 0, 12, 7, -1},
-      {"65535 means element 0", 0, 65535, 0, 0, 195, 0, -1},
-      {"bit from the index's low byte", 0, 0x0105, 255, 0, 195, 0x0105, 5},
-      {"bit from 65535 is bit 0", 0, 65535, 255, 0, 195, 0, 0},
-      {"bit_spec counts from 1", 0, 2, 1, 0, 195, 2, 0},
-      {"bit_spec 32 is bit 31", 0, 2, 32, 0, 195, 2, 31},
-      {"index_off keeps the bit taken from the index", 0, 9, 255, 1, 195, 0, 9},
+      {"65535 means element 0", 0, 65535, 0, 0, UNITYDRV_TYPE_INT, 0, -1},
+      {"bit from the index's low byte", 0, 0x0105, 255, 0, UNITYDRV_TYPE_INT, 0x0105, 5},
+      {"bit from 65535 is bit 0", 0, 65535, 255, 0, UNITYDRV_TYPE_INT, 0, 0},
+      {"bit_spec counts from 1", 0, 2, 1, 0, UNITYDRV_TYPE_INT, 2, 0},
+      {"bit_spec 32 is bit 31", 0, 2, 32, 0, UNITYDRV_TYPE_INT, 2, 31},
+      {"index_off keeps the bit taken from the index", 0, 9, 255, 1, UNITYDRV_TYPE_INT, 0, 9},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     tag_ref ref{};
     ref.tag_index = 1;
-    ref.type_code_a = 195;
+    ref.type_code_a = UNITYDRV_TYPE_INT;
     ref.type_code_b = 12;
     ref.type_select = c.type_select;
     ref.array_index = c.array_index;
@@ -70,7 +70,7 @@ TEST_F(FillTagStruct, TagBeyondTheTableIsAnEmptyUnresolvedTag) {
   load({"Speed"}, 0);
   tag_ref ref{};
   ref.tag_index = 5;
-  ref.type_code_a = 211;
+  ref.type_code_a = UNITYDRV_TYPE_BITARRAY;
   ref.element_count = 2;
   offline_stTag_578 tag;
   EXPECT_EQ(driver_.offline_FillTagStruct(&device_->tag_table, &tag, &ref), 2);
@@ -128,9 +128,9 @@ struct unpack_case {
 
 TEST_F(OnlineRequests, ReadUnpacksEachWidthIntoItsSlot) {
   const unpack_case cases[] = {
-      {"DINT", 196, 1, {0x04, 0x03, 0x02, 0x01}, {0x0304, 0x0102}},
-      {"LREAL", 10, 1, {1, 2, 3, 4, 5, 6, 7, 8}, {0x0201, 0x0403, 0x0605, 0x0807}},
-      {"STRING, one character a unit", 212, 3, {'a', 'b', 'c'}, {'a', 'b', 'c'}},
+      {"DINT", UNITYDRV_TYPE_DINT, 1, {0x04, 0x03, 0x02, 0x01}, {0x0304, 0x0102}},
+      {"LREAL", UNITYDRV_TYPE_LREAL, 1, {1, 2, 3, 4, 5, 6, 7, 8}, {0x0201, 0x0403, 0x0605, 0x0807}},
+      {"STRING, one character a unit", UNITYDRV_TYPE_STRING, 3, {'a', 'b', 'c'}, {'a', 'b', 'c'}},
       {"unknown type: nothing taken, the slot only cleared", 99, 2, {}, {0, 0}},
   };
   for (const auto& c : cases) {
@@ -159,13 +159,23 @@ struct write_case {
 TEST_F(OnlineRequests, WholeValueWritesBuildOneItemPerElement) {
   const write_case cases[] = {
       {"DINT, two elements",
-       196,
+       UNITYDRV_TYPE_DINT,
        2,
        {0x5678, 0x1234},
        2,
        {0x08, 0x01, 0, 0, 0x78, 0x56, 0x34, 0x12}},
-      {"SINT packs low bytes", 194, 1, {0x1101, 0x2202}, 1, {0x02, 0x01, 0, 0, 0x01, 0x02, 0, 0}},
-      {"STRING counts 2 and sends one item", 212, 3, {0x6261}, 1, {0x04, 0x01, 0, 0, 0x61, 0x62}},
+      {"SINT packs low bytes",
+       UNITYDRV_TYPE_SINT,
+       1,
+       {0x1101, 0x2202},
+       1,
+       {0x02, 0x01, 0, 0, 0x01, 0x02, 0, 0}},
+      {"STRING counts 2 and sends one item",
+       UNITYDRV_TYPE_STRING,
+       3,
+       {0x6261},
+       1,
+       {0x04, 0x01, 0, 0, 0x61, 0x62}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
@@ -189,7 +199,7 @@ TEST_F(OnlineRequests, ReadItemCarriesTheElementOffsetAndTheBitIsDroppedFromTheR
   load({"Words"}, 0);
   resolve(0, 3, 5, 0x0102, 0x000100);
   auto& peer = peer_answering({0x18, 0x00});
-  auto req = requests({{0, 3, 3, 1, 5}});  // WORD element 3, bit 4
+  auto req = requests({{0, UNITYDRV_TYPE_WORD, 3, 1, 5}});  // WORD element 3, bit 4
   driver_.outputfilter(req.data(), 1);
   const bytes m = only_message(peer);
   ASSERT_GE(m.size(), 14u);
@@ -211,7 +221,7 @@ TEST_F(OnlineRequests, BitArrayReadsWithTheTypeLengthAndNamesTheElement) {
   load({"Bits[0]", "Bits[3]"}, 0);
   resolve(0, 1, 1, 1, 0x10);
   auto& peer = peer_answering({1, 0});
-  auto req = requests({{0, 211, 96, 2}});
+  auto req = requests({{0, UNITYDRV_TYPE_BITARRAY, 96, 2}});
   driver_.outputfilter(req.data(), 1);
   const bytes m = only_message(peer);
   ASSERT_GE(m.size(), 8u);
@@ -233,7 +243,10 @@ TEST_F(OnlineRequests, SingleElementOfABooleanTypeMasksBitOne) {
   resolve(2, 0x21, 41, 1, 0x12);
   resolve(3, 0, 25, 1, 0x13);  // an EBOOL variable: type id 25 itself
   peer_answering({0x02, 0x06, 0x02, 0x03});
-  auto req = requests({{0, 2, 0, 1}, {1, 2, 0, 1}, {2, 2, 0, 1}, {3, 2, 0, 1}});
+  auto req = requests({{0, UNITYDRV_TYPE_BYTE, 0, 1},
+                       {1, UNITYDRV_TYPE_BYTE, 0, 1},
+                       {2, UNITYDRV_TYPE_BYTE, 0, 1},
+                       {3, UNITYDRV_TYPE_BYTE, 0, 1}});
   driver_.outputfilter(req.data(), 4);
   EXPECT_EQ(slot_units(device_->tag_table.slots.slot(0), 1), (std::vector<uint16_t>{0}));
   EXPECT_EQ(slot_units(device_->tag_table.slots.slot(1), 1), (std::vector<uint16_t>{1}));
@@ -247,7 +260,7 @@ TEST_F(OnlineRequests, ShortReplyRaisesOutOfRange) {
   load({"D"}, 0);
   resolve(0, 6, 7, 1, 0x20);
   peer_answering({1, 2, 3, 4, 5});
-  auto req = requests({{0, 196, 0, 2}});
+  auto req = requests({{0, UNITYDRV_TYPE_DINT, 0, 2}});
   std::memset(device_->tag_table.slots.slot(0).data, 0x77, 8);
   device_->tag_table.slots.note_written(0, 8);
   EXPECT_THROW(driver_.outputfilter(req.data(), 1), std::out_of_range);
@@ -259,7 +272,7 @@ TEST_F(OnlineRequests, FailedReadKeepsTheSlotDataAndSetsStateNine) {
   load({"W"}, 0);
   device_->session.state = unity_process::state_not_connected;
   std::memset(device_->tag_table.slots.slot(0).data, 0x42, 4);
-  auto req = requests({{0, 3, 0, 2, 3}});
+  auto req = requests({{0, UNITYDRV_TYPE_WORD, 0, 2, 3}});
   driver_.outputfilter(req.data(), 1);
   const result_slot& s = device_->tag_table.slots.slot(0);  // the block may have grown
   EXPECT_EQ(s.type_code, 3);
@@ -295,7 +308,7 @@ TEST_F(OnlineRequests, BitWriteChangesOnlyTheShadowValue) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    auto req = requests({{0, 3, 0, 1, c.bit_spec}}, c.kind);
+    auto req = requests({{0, UNITYDRV_TYPE_WORD, 0, 1, c.bit_spec}}, c.kind);
     req[0].write.bit.write_bit_value = c.set;
     offline_stTag_578 key;
     driver_.offline_FillTagStruct(&device_->tag_table, &key, &req[0].ref);
@@ -311,7 +324,7 @@ TEST_F(OnlineRequests, BoolWriteSendsTheBitValueByte) {
   load({"Flag"}, 0);
   resolve(0, 1, 1, 2, 0x40);
   auto& peer = peer_answering({}, true);
-  auto req = requests({{0, 193, 0, 1}}, 1);
+  auto req = requests({{0, UNITYDRV_TYPE_BOOL, 0, 1}}, 1);
   req[0].write.bit.write_bit_value = 1;
   driver_.outputfilter(req.data(), 1);
   // One item: address 0x40 as four bytes, then the bit value byte.

@@ -78,13 +78,13 @@ struct copy_case {
 
 TEST_F(InputFilter, WholeValuesCopyTheirSizeAndNoMore) {
   const copy_case cases[] = {
-      {"BOOL one unit each", 193, 3, 6},
-      {"SINT", 194, 2, 4},
-      {"STRING", 212, 5, 10},
-      {"WORD", 3, 3, 6},
-      {"DINT", 196, 2, 8},
-      {"REAL", 202, 1, 4},
-      {"LREAL", 10, 2, 16},
+      {"BOOL one unit each", UNITYDRV_TYPE_BOOL, 3, 6},
+      {"SINT", UNITYDRV_TYPE_SINT, 2, 4},
+      {"STRING", UNITYDRV_TYPE_STRING, 5, 10},
+      {"WORD", UNITYDRV_TYPE_WORD, 3, 6},
+      {"DINT", UNITYDRV_TYPE_DINT, 2, 8},
+      {"REAL", UNITYDRV_TYPE_REAL, 1, 4},
+      {"LREAL", UNITYDRV_TYPE_LREAL, 2, 16},
       {"unknown type", 99, 4, 0},
   };
   std::vector<uint8_t> pattern(64);
@@ -129,14 +129,24 @@ struct bit_case {
 
 TEST_F(InputFilter, BitAddressingPicksBitsOfOneSourceValue) {
   const bit_case cases[] = {
-      {"WORD 0x0018 from bit 3", 3, {0x18, 0x00}, 3, 4, {0xFFFF, 0xFFFF, 0, 0}},
-      {"DWORD across bit 31", 4, {0, 0, 0, 0xC0}, 30, 4, {0xFFFF, 0xFFFF, 0, 0}},
-      {"positions wrap at 256", 196, {0x03, 0, 0, 0}, 254, 4, {0, 0, 0xFFFF, 0xFFFF}},
-      {"a byte source ignores the next byte", 2, {0x80, 0xFF}, 7, 2, {0xFFFF, 0}},
-      {"INT high byte", 195, {0x00, 0x80}, 15, 1, {0xFFFF}},
-      {"bit 32 and beyond are clear", 202, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, 32, 2, {0, 0}},
-      {"BOOL has no source value", 193, {0xFF, 0xFF}, 0, 2, {0, 0}},
-      {"LREAL has no source value", 10, {0xFF, 0xFF}, 1, 1, {0}},
+      {"WORD 0x0018 from bit 3", UNITYDRV_TYPE_WORD, {0x18, 0x00}, 3, 4, {0xFFFF, 0xFFFF, 0, 0}},
+      {"DWORD across bit 31", UNITYDRV_TYPE_DWORD, {0, 0, 0, 0xC0}, 30, 4, {0xFFFF, 0xFFFF, 0, 0}},
+      {"positions wrap at 256",
+       UNITYDRV_TYPE_DINT,
+       {0x03, 0, 0, 0},
+       254,
+       4,
+       {0, 0, 0xFFFF, 0xFFFF}},
+      {"a byte source ignores the next byte", UNITYDRV_TYPE_BYTE, {0x80, 0xFF}, 7, 2, {0xFFFF, 0}},
+      {"INT high byte", UNITYDRV_TYPE_INT, {0x00, 0x80}, 15, 1, {0xFFFF}},
+      {"bit 32 and beyond are clear",
+       UNITYDRV_TYPE_REAL,
+       {0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
+       32,
+       2,
+       {0, 0}},
+      {"BOOL has no source value", UNITYDRV_TYPE_BOOL, {0xFF, 0xFF}, 0, 2, {0, 0}},
+      {"LREAL has no source value", UNITYDRV_TYPE_LREAL, {0xFF, 0xFF}, 1, 1, {0}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);

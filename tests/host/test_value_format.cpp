@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "tools/host/value_format.h"
-#include "tools/host/value_parse.h"
 #include "unitydrv/unitydrv.h"
 
 using namespace panelhost;
@@ -14,6 +13,9 @@ struct format_case {
   std::size_t count;
   std::string text;
 };
+void PrintTo(const format_case& c, std::ostream* os) {
+  *os << int(c.code) << " as " << c.text;
+}
 
 class FormatValue : public ::testing::TestWithParam<format_case> {};
 
@@ -63,6 +65,9 @@ struct encode_case {
   std::string text;
   std::vector<uint16_t> words;
 };
+void PrintTo(const encode_case& c, std::ostream* os) {
+  *os << int(c.code) << " from " << c.text;
+}
 
 class EncodeValue : public ::testing::TestWithParam<encode_case> {};
 
@@ -108,6 +113,9 @@ struct bad_case {
   uint8_t code;
   std::string text;
 };
+void PrintTo(const bad_case& c, std::ostream* os) {
+  *os << int(c.code) << " refuses '" << c.text << "'";
+}
 
 class RejectValue : public ::testing::TestWithParam<bad_case> {};
 

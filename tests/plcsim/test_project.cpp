@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/common/unity_reply.h"
+#include "tests/support/unity_reply.h"
 #include "tools/plcsim/plcsim.h"
 #include "tools/plcsim/unity_replies.h"
 

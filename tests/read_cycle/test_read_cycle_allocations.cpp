@@ -1,36 +1,15 @@
 // A warm read cycle (OutputFilterEx, then InputFilterEx) allocates nothing: the rule
-// written beside the result slots. This program replaces the global operator new to count
+// written beside the result slots. This program links the counting operator new to count
 // the allocations of the test's own thread (the scripted controller's thread allocates as
 // it likes).
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <vector>
 
 #include "guard/guard.h"
 #include "tests/driver/host_paths_fixture.h"
-#include "tools/common/loopback_peer.h"
-
-// The default operator new[] and delete[] call these.
-namespace {
-thread_local std::size_t allocations = 0;
-}  // namespace
-
-// Out of line like the deletes: an optimised build that inlines the malloc of this new
-// warns of a mismatch with the sized delete of the standard containers.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  ++allocations;
-  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-  throw std::bad_alloc();
-}
-// Out of line, so that the compiler does not pair an inlined new with free.
-[[gnu::noinline]] void operator delete(void* p) noexcept {
-  std::free(p);
-}
-[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept {
-  std::free(p);
-}
+#include "tests/support/counting_new.h"
+#include "tests/support/loopback_peer.h"
 
 namespace {
 
@@ -65,10 +44,10 @@ class ReadCycle : public host_paths::device_test {
   // One cycle; the allocations it made on this thread.
   std::size_t cycle(std::vector<_gui_request_>& req, std::vector<_input_data_>& res,
                     std::vector<_system_info>& inf) {
-    const std::size_t before = allocations;
+    const std::size_t before = counting_new::thread_allocations();
     driver_.outputfilter(req.data(), static_cast<int>(req.size()));
     driver_.inputFilter(res.data(), nullptr, inf.data(), static_cast<int>(res.size()));
-    return allocations - before;
+    return counting_new::thread_allocations() - before;
   }
 
   std::unique_ptr<harness::scripted_peer> peer_;
@@ -140,6 +119,14 @@ TEST_F(ReadCycle, WarmCycleAllocatesNothing) {
     }
     peer_.reset();
   }
+}
+
+// The count the tests above rely on: a cycle that allocated would not read as 0.
+TEST(CountingNew, CountsTheAllocationsOfThisThread) {
+  const std::size_t before = counting_new::thread_allocations();
+  std::vector<int> grown;
+  grown.reserve(16);
+  EXPECT_EQ(counting_new::thread_allocations() - before, 1u);
 }
 
 }  // namespace

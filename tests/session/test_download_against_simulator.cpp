@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/common/loopback_peer.h"
+#include "tests/support/loopback_peer.h"
 #include "tools/plcsim/plcsim.h"
 #include "unity/unity_process.h"
 #include "wire/byte_cursor.h"
@@ -71,6 +71,9 @@ struct project_case {
   std::size_t struct_types;
   bool m580;
 };
+void PrintTo(const project_case& c, std::ostream* os) {
+  *os << c.what;
+}
 
 class GeneratedProject : public ::testing::TestWithParam<project_case> {};
 

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/common/unity_reply.h"
+#include "tests/support/unity_reply.h"
 #include "tools/plcsim/plcsim.h"
 
 namespace remote_sim {

@@ -8,7 +8,7 @@
 
 #include "guard/guard.h"
 #include "tag_index/guarded_index.h"
-#include "tools/common/dictionary_builders.h"
+#include "tests/support/dictionary_builders.h"
 
 namespace {
 

@@ -41,15 +41,23 @@ TEST(ResultSlots, FillsLeaveWhatClearingEveryAreaWouldLeave) {
     const std::size_t length = rng() % 8 == 0 ? rng() % longest : rng() % 40;
     const auto value = static_cast<uint8_t>(1 + rng() % 255);
     const std::size_t at = i * sizeof(result_slot) + offsetof(result_slot, data);
-    // A string's fill writes only every other byte.
-    const std::size_t step_bytes = kind == 1 ? 2 : 1;
-    if (kind != 2) std::fill_n(model.begin() + static_cast<std::ptrdiff_t>(at), 512, 0);
-    if (kind == 1) tags.clear_area(i);
-    for (std::size_t b = 0; b < length; b += step_bytes) model[at + b] = block[at + b] = value;
-    if (kind == 2) {
+    if (kind == 2) {  // an offline write: no clear first
+      for (std::size_t b = 0; b < length; ++b) model[at + b] = block[at + b] = value;
       tags.note_written(i, length);
     } else {
-      tags.finish_fill(i, length);
+      // A read of INT values fills every byte; a STRING's fill only the low byte of a unit.
+      const bool text = kind == 1;
+      const std::size_t elements = length / 2;
+      read_comm item;
+      item.count = static_cast<uint16_t>(elements);
+      slot_head* heads = tags.plan(count);
+      heads[i] = {text ? uint8_t{UNITYDRV_TYPE_STRING} : uint8_t{UNITYDRV_TYPE_INT}, 255,
+                  item.count};
+      const std::vector<unsigned char> values(text ? elements : 2 * elements, value);
+      const uint16_t position = static_cast<uint16_t>(i);
+      tags.fill_positions({item}, &position, 1, values);
+      std::fill_n(model.begin() + static_cast<std::ptrdiff_t>(at), 512, 0);
+      for (std::size_t b = 0; b < 2 * elements; b += text ? 2 : 1) model[at + b] = value;
     }
     ASSERT_EQ(std::memcmp(model.data(), block, size), 0) << "step " << step;
   }

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/common/loopback_peer.h"
+#include "tests/support/loopback_peer.h"
 #include "unity/unity_process.h"
 
 using harness::bytes;

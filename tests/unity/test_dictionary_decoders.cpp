@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "tools/common/unity_reply.h"
+#include "tests/support/unity_reply.h"
 #include "unity/unity_process.h"
 
 namespace {

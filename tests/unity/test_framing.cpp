@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <stdexcept>
 
-#include "tools/common/unity_reply.h"
+#include "tests/support/unity_reply.h"
 #include "unity/unity_process.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "tools/common/unity_reply.h"
+#include "tests/support/unity_reply.h"
 #include "unity/unity_process.h"
 
 namespace {

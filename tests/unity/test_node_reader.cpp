@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "tools/common/unity_reply.h"
+#include "tests/support/unity_reply.h"
 #include "unity/message_strategy.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/common/unity_reply.h"
+#include "tests/support/unity_reply.h"
 #include "unity/unity_process.h"
 
 namespace {
@@ -24,6 +24,9 @@ struct init_case {
   uint16_t step;
   bytes message;
 };
+void PrintTo(const init_case& c, std::ostream* os) {
+  *os << "step " << c.step;
+}
 
 class InitRequest : public ::testing::TestWithParam<init_case> {};
 
@@ -120,6 +123,9 @@ struct read_item_case {
   const char* record;
   uint8_t single_element;
 };
+void PrintTo(const read_item_case& c, std::ostream* os) {
+  *os << c.what;
+}
 
 class ReadItem : public ::testing::TestWithParam<read_item_case> {};
 
@@ -166,7 +172,7 @@ const read_item_case read_items[] = {
 INSTANTIATE_TEST_SUITE_P(Codes, ReadItem, ::testing::ValuesIn(read_items));
 
 // One item at 0x012345 (read format, type id, count, value bytes in hex).
-struct write_item_spec {
+struct written_item {
   uint8_t format;
   uint16_t type;
   uint16_t count;
@@ -175,9 +181,12 @@ struct write_item_spec {
 
 struct write_item_case {
   const char* what;
-  std::vector<write_item_spec> items;
+  std::vector<written_item> items;
   const char* expected;  // everything after the item count
 };
+void PrintTo(const write_item_case& c, std::ostream* os) {
+  *os << c.what;
+}
 
 class WriteItem : public ::testing::TestWithParam<write_item_case> {};
 
@@ -190,7 +199,7 @@ TEST_P(WriteItem, RecordBytes) {
   session.data_types[105] = array_of(16);
   session.table_address = 0x01020304;
   std::vector<read_comm> items;
-  for (const write_item_spec& i : GetParam().items) {
+  for (const written_item& i : GetParam().items) {
     const bytes data = harness::hex(i.data);
     items.push_back(item_at_012345(i.format, i.type, i.count));
     items.back().data.assign(data.begin(), data.end());

@@ -11,13 +11,10 @@
 #include <thread>
 
 #include "tools/host/commands.h"
-#include "tools/host/dictionary_diff.h"
-#include "tools/host/json_report.h"
-#include "tools/host/offline_project.h"
+#include "tools/host/dictionary.h"
 #include "tools/host/plc_type.h"
-#include "tools/host/text_table.h"
+#include "tools/host/report_formats.h"
 #include "tools/host/value_format.h"
-#include "tools/host/value_json.h"
 #include "tools/plcsim/plcsim.h"
 #include "unitydrv/unitydrv.h"
 
@@ -352,6 +349,25 @@ bool report_bit_write(const selected_tag& tag, const host_request& word, const h
   return false;
 }
 
+// Every value encoded before anything is written: a bad value writes nothing.
+std::vector<write_data> encode_all(const std::vector<selected_tag>& tags,
+                                   const selection_options& sel,
+                                   const std::vector<std::pair<std::string, std::string>>& values) {
+  std::vector<write_data> data;
+  for (const selected_tag& tag : tags) {
+    const std::string& text = values[given_position(sel, tag.name)].second;
+    try {
+      data.push_back(encode_write(tag, text, sel.memory_bit));
+    } catch (const bad_value& e) {
+      throw bad_value("nothing written: " + tag.name + ": " + e.what());
+    }
+    if (tag.request.code == UNITYDRV_TYPE_STRING) {
+      std::cerr << "panelhost: " << string_write_note(tag, text) << '\n';
+    }
+  }
+  return data;
+}
+
 }  // namespace
 
 int run_write(const connection_options& conn, selection_options sel,
@@ -363,19 +379,7 @@ int run_write(const connection_options& conn, selection_options sel,
     sel.names.push_back(values.back().first);
   }
   session s = open_session(conn, sel, true);
-  // Encode everything first: a bad value writes nothing.
-  std::vector<write_data> data;
-  for (std::size_t i = 0; i < s.tags.size(); ++i) {
-    const std::string& text = values[given_position(sel, s.tags[i].name)].second;
-    try {
-      data.push_back(encode_write(s.tags[i], text, sel.memory_bit));
-    } catch (const bad_value& e) {
-      throw bad_value("nothing written: " + s.tags[i].name + ": " + e.what());
-    }
-    if (s.tags[i].request.code == UNITYDRV_TYPE_STRING) {
-      std::cerr << "panelhost: " << string_write_note(s.tags[i], text) << '\n';
-    }
-  }
+  const std::vector<write_data> data = encode_all(s.tags, sel, values);
   // A bit inside a word: the controller's whole word before and after says where it went.
   const std::vector<selected_tag> words = whole_values(s.tags);
   const std::vector<host_result> before = read_all(*s.device, words);

@@ -2,8 +2,7 @@
 
 #include "tools/host/commands.h"
 #include "tools/host/dictionary_shape.h"
-#include "tools/host/json_report.h"
-#include "tools/host/text_table.h"
+#include "tools/host/report_formats.h"
 #include "wire/byte_cursor.h"
 
 namespace panelhost {

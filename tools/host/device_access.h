@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "tools/common/host_device.h"
-#include "tools/host/value_parse.h"
+#include "tools/host/value_format.h"
 
 namespace panelhost {
 
@@ -43,5 +43,17 @@ std::vector<host_result> read(host_records::device& device,
                               const std::vector<host_request>& requests);
 // One write request; nothing tells the host whether the controller accepted it.
 void write(host_records::device& device, const host_request& request, const write_data& data);
+
+// Why a controller cannot be reached: the driver reports only that it could not connect.
+// Tries one TCP connection to address:port, waiting as long as the driver does (100 ms),
+// and says why it fails: "connection refused (nothing listens on port 502)", "timed out
+// ...", "no route to ..."; "" when it succeeds now.
+std::string connect_failure_reason(const std::string& address, uint16_t port);
+
+// The release of the driver a library path loads, as panelhost --version reports it.
+// "libunitydrv 0.2.0 (/usr/lib/x86_64-linux-gnu/libunitydrv.so.0)": the file the loader
+// chose for `library` and the version text that file carries; a line saying why not when
+// the library does not load or carries no version.
+std::string loaded_library_version(const std::string& library);
 
 }  // namespace panelhost

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "dictionary/type_sizes.h"
 #include "tools/host/plc_type.h"
 #include "unitydrv/unitydrv.h"
 #include "wire/byte_cursor.h"
@@ -91,7 +92,7 @@ tag_shape shape_of_type(uint16_t type_id, const std::map<unsigned short, data_ty
   const data_type& type = it->second;
   const std::string name = without_zero(type.name);
   if (name.rfind("STRING", 0) == 0 ||
-      (type.element_type == wire::string_type && type.bounds.empty())) {
+      (type.element_type == dictionary::string_type && type.bounds.empty())) {
     shape.code = UNITYDRV_TYPE_STRING;
     shape.count = declared_string_length(name);
     return shape;

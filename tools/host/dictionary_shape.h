@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "unity/dictionary_records.h"
+#include "dictionary/dictionary_records.h"
 
 namespace panelhost {
 

@@ -8,7 +8,7 @@
 #include <system_error>
 
 #include "tools/host/commands.h"
-#include "tools/host/library_version.h"
+#include "tools/host/device_access.h"
 #include "tools/host/tag_export.h"
 #include "unitydrv/version.h"
 
@@ -119,15 +119,110 @@ int offline_argument(connection_options& conn, selection_options& sel) {
   return 0;
 }
 
-// Texts of the standard library and of the JSON parser mean nothing to an integrator; the
-// commands catch them where they can name the tag or file. One that gets here anyway is
-// not shown raw.
-bool raw_library_text(const std::string& text) {
-  for (const char* mark : {"_M_", "basic_string", "json.exception", "bad lexical cast",
-                           "std::", "vector::", "map::at", "stoul", "stoi"}) {
-    if (text.find(mark) != std::string::npos) return true;
-  }
-  return false;
+// Every option and subcommand of the command line, filled by the parser.
+struct command_line {
+  connection_options conn;
+  selection_options sel;
+  std::string list, out, file;
+  bool wide = false;
+  bool as_json = false;
+  uint32_t offset = 0;
+  export_options exported;
+  std::vector<std::string> assignments;
+  watch_options watching;
+  CLI::App* build = nullptr;
+  CLI::App* show = nullptr;
+  CLI::App* export_cmd = nullptr;
+  CLI::App* check = nullptr;
+  CLI::App* read = nullptr;
+  CLI::App* write = nullptr;
+  CLI::App* watch = nullptr;
+  CLI::App* browse = nullptr;
+};
+
+const char* const k_footer =
+    "Exit status: 0 success; 1 a failure at run time (controller unreachable, a read failed, "
+    "a tag unresolved or refused, a value read back differs from the one written); 2 a usage "
+    "error (a bad option, a missing argument, an address that is not dotted IPv4).\n"
+    "Guarded mode: read, write and watch take --guard, which loads the driver with "
+    "UNITYDRV_GUARD=1: it then refuses (status 2) each tag whose value it cannot vouch for "
+    "(an unresolved name, a subscript or elements outside the array, a late or cut reply, a "
+    "device not ready ...) instead of delivering another variable's value or an old one; "
+    "tags check --guard reports what it refuses.";
+
+void declare_tag_files(CLI::App& tags, command_line& c) {
+  c.build = tags.add_subcommand("build", "tag file from a list of names");
+  c.build->add_option("LIST", c.list)->required();
+  c.build->add_option("OUT", c.out)->required();
+  c.build->add_flag("--wide", c.wide,
+                    "16-bit names (the driver reads each one only up to its first zero byte)");
+  c.build->add_option("--offset", c.offset, "bytes before the tag file");
+  c.show = tags.add_subcommand("list", "the tags of a tag file");
+  c.show->add_option("FILE", c.file)->required();
+  c.show->add_option("--offset", c.offset, "bytes before the tag file");
+}
+
+void declare_tag_checks(CLI::App& tags, command_line& c) {
+  c.export_cmd = tags.add_subcommand("export", "every addressable tag as a tag list");
+  add_offline(c.export_cmd, c.conn, add_connection(c.export_cmd, c.conn, false),
+              "PROJECT.json: the tags of a simulator project");
+  c.export_cmd->add_option("OUT", c.out, "tag list to write (Name:TYPE per line)")->required();
+  c.export_cmd->add_flag("--elements", c.exported.elements, "also each element of an array");
+  c.export_cmd->add_option("--filter", c.exported.filter, "only tags matching this glob");
+  c.check = tags.add_subcommand("check", "resolve a tag file as the driver does");
+  add_offline(c.check, c.conn, add_connection(c.check, c.conn, false),
+              "PROJECT.json: check against a simulator project");
+  c.check->add_option("FILE", c.file)->required();
+  c.check->add_option("--offset", c.offset, "bytes before the tag file");
+  c.check->add_flag("--json", c.as_json, "JSON output");
+  c.check->add_flag("--guard", c.conn.guard, "also report what the driver refuses in guarded mode");
+}
+
+void declare_reads(CLI::App& app, command_line& c) {
+  c.read = app.add_subcommand("read", "read tags and print their values");
+  add_access(c.read, c.conn, c.sel);
+  c.read->add_option("NAME", c.sel.names, "tags to read (default: every tag)");
+  c.read->add_flag("--json", c.as_json, "JSON output");
+  c.watch = app.add_subcommand("watch", "poll tags and show a live table");
+  add_access(c.watch, c.conn, c.sel);
+  c.watch->add_option("NAME", c.sel.names, "tags to watch (default: every tag)");
+  c.watch->add_option("--interval", c.watching.interval_ms, "milliseconds between rounds");
+  c.watch->add_option("--rounds", c.watching.rounds, "stop after this many rounds (0: never)");
+  c.watch->add_flag("--plain", c.watching.plain, "one line per round, no redraw");
+  c.watch->add_flag("--json", c.watching.json, "one JSON object per round, on one line");
+  c.browse = app.add_subcommand("browse", "print the controller's data dictionary");
+  add_offline(c.browse, c.conn, add_connection(c.browse, c.conn, false),
+              "PROJECT.json: the dictionary of a simulator project");
+  c.browse->add_flag("--json", c.as_json, "JSON output");
+}
+
+void declare_writes(CLI::App& app, command_line& c) {
+  c.write = app.add_subcommand("write", "write tags and read them back");
+  add_access(c.write, c.conn, c.sel);
+  c.write->add_option("NAME=VALUE", c.assignments)->required();
+  c.write->add_flag("--json", c.as_json, "JSON output");
+  c.write->add_flag("--memory-bit", c.sel.memory_bit,
+                    "with --bit: write the bit although the driver only keeps it in its memory");
+}
+
+int run_command(command_line& c) {
+  if (c.build->parsed()) return run_tags_build(c.list, c.out, c.wide, c.offset);
+  if (c.show->parsed()) return run_tags_list(c.file, c.offset);
+  if (int rc = check_plc(c.conn)) return rc;
+  if (int rc = offline_argument(c.conn, c.sel)) return rc;
+  // The library reads the mode once, when it is loaded: set before any command loads it.
+  if (c.conn.guard) ::setenv("UNITYDRV_GUARD", "1", 1);
+  if (c.browse->parsed()) return run_browse(c.conn, c.as_json);
+  if (c.export_cmd->parsed()) return run_tags_export(c.conn, c.out, c.exported);
+  if (c.check->parsed()) return run_tags_check(c.conn, c.file, c.offset, c.as_json);
+  if (c.read->parsed()) return run_read(c.conn, c.sel, c.as_json);
+  if (c.write->parsed()) return run_write(c.conn, c.sel, c.assignments, c.as_json);
+  return run_watch(c.conn, c.sel, c.watching);
+}
+
+int failed(const char* reason) {
+  std::cerr << "panelhost: " << reason << '\n';
+  return 1;
 }
 
 }  // namespace
@@ -138,101 +233,31 @@ int main(int argc, char** argv) {
     return "panelhost " UNITYDRV_VERSION "\n" + loaded_library_version(default_library());
   });
   app.require_subcommand(1);
-  app.footer(
-      "Exit status: 0 success; 1 a failure at run time (controller unreachable, a read failed, "
-      "a tag unresolved or refused, a value read back differs from the one written); 2 a usage "
-      "error (a bad option, a missing argument, an address that is not dotted IPv4).\n"
-      "Guarded mode: read, write and watch take --guard, which loads the driver with "
-      "UNITYDRV_GUARD=1: it then refuses (status 2) each tag whose value it cannot vouch for "
-      "(an unresolved name, a subscript or elements outside the array, a late or cut reply, a "
-      "device not ready ...) instead of delivering another variable's value or an old one; "
-      "tags check --guard reports what it refuses.");
-  connection_options conn;
-  conn.library = default_library();
-  selection_options sel;
-
-  auto* tags = app.add_subcommand("tags", "build or list tag files")->require_subcommand(1);
-  std::string list, out, file;
-  bool wide = false;
-  uint32_t offset = 0;
-  auto* build = tags->add_subcommand("build", "tag file from a list of names");
-  build->add_option("LIST", list)->required();
-  build->add_option("OUT", out)->required();
-  build->add_flag("--wide", wide,
-                  "16-bit names (the driver reads each one only up to its first zero byte)");
-  build->add_option("--offset", offset, "bytes before the tag file");
-  auto* show = tags->add_subcommand("list", "the tags of a tag file");
-  show->add_option("FILE", file)->required();
-  show->add_option("--offset", offset, "bytes before the tag file");
-  export_options exported;
-  auto* export_cmd = tags->add_subcommand("export", "every addressable tag as a tag list");
-  add_offline(export_cmd, conn, add_connection(export_cmd, conn, false),
-              "PROJECT.json: the tags of a simulator project");
-  export_cmd->add_option("OUT", out, "tag list to write (Name:TYPE per line)")->required();
-  export_cmd->add_flag("--elements", exported.elements, "also each element of an array");
-  export_cmd->add_option("--filter", exported.filter, "only tags matching this glob");
-  bool as_json = false;
-  auto* check = tags->add_subcommand("check", "resolve a tag file as the driver does");
-  add_offline(check, conn, add_connection(check, conn, false),
-              "PROJECT.json: check against a simulator project");
-  check->add_option("FILE", file)->required();
-  check->add_option("--offset", offset, "bytes before the tag file");
-  check->add_flag("--json", as_json, "JSON output");
-  check->add_flag("--guard", conn.guard, "also report what the driver refuses in guarded mode");
-
-  auto* read = app.add_subcommand("read", "read tags and print their values");
-  add_access(read, conn, sel);
-  read->add_option("NAME", sel.names, "tags to read (default: every tag)");
-  read->add_flag("--json", as_json, "JSON output");
-
-  std::vector<std::string> assignments;
-  auto* write = app.add_subcommand("write", "write tags and read them back");
-  add_access(write, conn, sel);
-  write->add_option("NAME=VALUE", assignments)->required();
-  write->add_flag("--json", as_json, "JSON output");
-  write->add_flag("--memory-bit", sel.memory_bit,
-                  "with --bit: write the bit although the driver only keeps it in its memory");
-
-  watch_options watching;
-  auto* watch = app.add_subcommand("watch", "poll tags and show a live table");
-  add_access(watch, conn, sel);
-  watch->add_option("NAME", sel.names, "tags to watch (default: every tag)");
-  watch->add_option("--interval", watching.interval_ms, "milliseconds between rounds");
-  watch->add_option("--rounds", watching.rounds, "stop after this many rounds (0: never)");
-  watch->add_flag("--plain", watching.plain, "one line per round, no redraw");
-  watch->add_flag("--json", watching.json, "one JSON object per round, on one line");
-
-  auto* browse = app.add_subcommand("browse", "print the controller's data dictionary");
-  add_offline(browse, conn, add_connection(browse, conn, false),
-              "PROJECT.json: the dictionary of a simulator project");
-  browse->add_flag("--json", as_json, "JSON output");
-
+  app.footer(k_footer);
+  command_line c;
+  c.conn.library = default_library();
+  CLI::App* tags = app.add_subcommand("tags", "build or list tag files")->require_subcommand(1);
+  declare_tag_files(*tags, c);
+  declare_tag_checks(*tags, c);
+  declare_reads(app, c);
+  declare_writes(app, c);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
     // The parser's own codes become the one usage status; --help and --version exit 0.
     return app.exit(e) == 0 ? 0 : 2;
   }
+  // The commands raise their own reasons as these two types, naming the tag or file; any
+  // other exception is a fault of panelhost, whose text would mean nothing to an integrator.
   try {
-    if (build->parsed()) return run_tags_build(list, out, wide, offset);
-    if (show->parsed()) return run_tags_list(file, offset);
-    if (int rc = check_plc(conn)) return rc;
-    if (int rc = offline_argument(conn, sel)) return rc;
-    // The library reads the mode once, when it is loaded: set before any command loads it.
-    if (conn.guard) ::setenv("UNITYDRV_GUARD", "1", 1);
-    if (browse->parsed()) return run_browse(conn, as_json);
-    if (export_cmd->parsed()) return run_tags_export(conn, out, exported);
-    if (check->parsed()) return run_tags_check(conn, file, offset, as_json);
-    if (read->parsed()) return run_read(conn, sel, as_json);
-    if (write->parsed()) return run_write(conn, sel, assignments, as_json);
-    return run_watch(conn, sel, watching);
-  } catch (const std::exception& e) {
-    const std::string text = e.what();
-    std::cerr << "panelhost: "
-              << (raw_library_text(text) ? "unexpected failure inside panelhost; nothing more "
-                                           "is known (please report the command line)"
-                                         : text)
-              << '\n';
-    return 1;
+    return run_command(c);
+  } catch (const std::invalid_argument& e) {
+    return failed(e.what());
+  } catch (const std::runtime_error& e) {
+    return failed(e.what());
+  } catch (const std::exception&) {
+    return failed(
+        "unexpected failure inside panelhost; nothing more is known (please report "
+        "the command line)");
   }
 }

@@ -10,9 +10,8 @@
 
 #include "tag_index/tag_table.h"
 #include "tools/common/tag_file_writer.h"
+#include "tools/host/dictionary.h"
 #include "tools/host/dictionary_shape.h"
-#include "tools/host/driver_resolution.h"
-#include "tools/host/nearest_name.h"
 #include "tools/host/plc_type.h"
 #include "tools/host/tag_check.h"
 #include "unitydrv/unitydrv.h"
@@ -98,6 +97,47 @@ tag_selection::tag_selection(const selection_options& options) : options_(option
   }
 }
 
+namespace {
+
+// The type a tag is requested as: the dictionary's, unless the list or --type gives one. An
+// explicit type without a count keeps the dictionary's count of the same type.
+void apply_type_choice(const type_choice& type, tag_shape& shape) {
+  if (type.code == 0) return;
+  const bool same = type.code == shape.code;
+  shape.code = type.code;
+  shape.count = type.count != 0                     ? type.count
+                : same                              ? shape.count
+                : type.code == UNITYDRV_TYPE_STRING ? 16
+                                                    : 1;
+}
+
+// The shape of a tag that passed its check, with the elements of its whole value; a tag
+// that names one element of an array is requested as that element alone.
+tag_shape checked_shape(const tag_check& check, const dictionary& dict, uint32_t& elements,
+                        host_request& request) {
+  tag_shape shape = shape_of_type(check.type_id, dict.data_types);
+  elements = shape.is_array ? shape.count : 1;
+  if (check.element) {
+    request.array_index = static_cast<uint16_t>(check.element_number);
+    shape.count = 1;
+    shape.is_array = false;
+  }
+  return shape;
+}
+
+std::string no_type_reason(const dictionary* dict, offline_CTagTable_578& table,
+                           uint32_t position) {
+  if (dict == nullptr) {
+    return "no type (a tag file carries no types): give Name:TYPE in the list, --type "
+           "Name=TYPE, or --offline PROJECT.json";
+  }
+  return "no PLC type fits " +
+         dictionary_type_name(table.Get(position)->type_id, dict->data_types) +
+         ": give Name:TYPE in the list or --type Name=TYPE";
+}
+
+}  // namespace
+
 std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
                                                   std::vector<tag_refusal>& errors) const {
   const auto overrides = type_overrides(options_.types);
@@ -128,42 +168,19 @@ std::vector<selected_tag> tag_selection::requests(const dictionary* dict,
         continue;
       }
       if (check.counting_note) notes_.push_back({choice.name, "note", check.notes.back()});
-      shape = shape_of_type(check.type_id, dict->data_types);
-      elements = shape.is_array ? shape.count : 1;
-      if (check.element) {
-        request.array_index = static_cast<uint16_t>(check.element_number);
-        shape.count = 1;
-        shape.is_array = false;
-      }
+      shape = checked_shape(check, *dict, elements, request);
     }
-    type_choice type = choice.type;
-    if (auto it = overrides.find(choice.name); it != overrides.end()) type = it->second;
-    if (type.code != 0) {
-      // An explicit type without a count keeps the dictionary's count of the same type.
-      const bool same = type.code == shape.code;
-      shape.code = type.code;
-      shape.count = type.count != 0                     ? type.count
-                    : same                              ? shape.count
-                    : type.code == UNITYDRV_TYPE_STRING ? 16
-                                                        : 1;
-    }
+    const auto given = overrides.find(choice.name);
+    apply_type_choice(given != overrides.end() ? given->second : choice.type, shape);
     if (shape.code == 0) {
-      errors.push_back(
-          {choice.name, "no type",
-           (dict ? "no PLC type fits " +
-                       dictionary_type_name(table.Get(positions_[i])->type_id, dict->data_types) +
-                       ": give Name:TYPE in the list or --type Name=TYPE"
-                 : "no type (a tag file carries no types): give Name:TYPE "
-                   "in the list, --type Name=TYPE, or --offline PROJECT.json")});
+      errors.push_back({choice.name, "no type", no_type_reason(dict, table, positions_[i])});
       continue;
     }
     request.code = shape.code;
     request.count = shape.count;
-    if (std::string error = apply_range(shape, elements, request); !error.empty()) {
-      errors.push_back({choice.name, "outside the bounds", error});
-      continue;
-    }
-    if (std::string error = apply_bit(request); !error.empty()) {
+    std::string error = apply_range(shape, elements, request);
+    if (error.empty()) error = apply_bit(request);
+    if (!error.empty()) {
       errors.push_back({choice.name, "outside the bounds", error});
       continue;
     }

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "tools/host/device_access.h"
 #include "tools/host/dictionary.h"
 #include "tools/host/dictionary_shape.h"
-#include "tools/host/device_access.h"
 #include "tools/host/tag_choice.h"
 #include "tools/host/tag_file_reader.h"
 

@@ -11,7 +11,9 @@ namespace plcsim {
 namespace {
 
 constexpr uint16_t first_struct_id = 100;
-constexpr uint16_t elementary_cycle[] = {4, 6, 7, 8, 22, 23, 25, 16};
+constexpr uint16_t elementary_cycle[] = {elementary::int_,  elementary::dint,  elementary::udint,
+                                         elementary::real,  elementary::word,  elementary::dword,
+                                         elementary::ebool, elementary::bits64};
 
 std::string numbered(const char* prefix, std::size_t i) {
   char buf[32];

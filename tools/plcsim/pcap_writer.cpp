@@ -71,20 +71,13 @@ int pcap_writer::open_stream(tcp_end client, tcp_end server) {
   return id;
 }
 
-void pcap_writer::client_sent(int stream, const uint8_t* data, std::size_t n) {
+void pcap_writer::sent(int stream, direction from, const uint8_t* data, std::size_t n) {
   std::lock_guard<std::mutex> lock(mu_);
   auto it = streams_.find(stream);
   if (it == streams_.end() || n == 0) return;
-  segment(it->second, true, psh | ack, data, n);
-  it->second.client_seq += static_cast<uint32_t>(n);
-}
-
-void pcap_writer::server_sent(int stream, const uint8_t* data, std::size_t n) {
-  std::lock_guard<std::mutex> lock(mu_);
-  auto it = streams_.find(stream);
-  if (it == streams_.end() || n == 0) return;
-  segment(it->second, false, psh | ack, data, n);
-  it->second.server_seq += static_cast<uint32_t>(n);
+  const bool from_client = from == direction::from_client;
+  segment(it->second, from_client, psh | ack, data, n);
+  (from_client ? it->second.client_seq : it->second.server_seq) += static_cast<uint32_t>(n);
 }
 
 void pcap_writer::close_stream(int stream) {

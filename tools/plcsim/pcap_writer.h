@@ -31,8 +31,9 @@ class pcap_writer {
   bool open(const std::string& path);  // creates the file and writes its header
   // Records the three-way handshake of a new connection; returns its stream id.
   int open_stream(tcp_end client, tcp_end server);
-  void client_sent(int stream, const uint8_t* data, std::size_t n);
-  void server_sent(int stream, const uint8_t* data, std::size_t n);
+  enum class direction { from_client, from_server };
+  // Records bytes one side sent on the stream.
+  void sent(int stream, direction from, const uint8_t* data, std::size_t n);
   // Records the server's FIN, the client's FIN and the last ACK.
   void close_stream(int stream);
 

@@ -72,6 +72,27 @@ std::string project_to_json(const project& p);
 // Large projects for benchmarks and paging tests.
 project generate_project(std::size_t variables, std::size_t struct_types, bool m580);
 
+// The controller's elementary type ids, as its dictionary names them.
+namespace elementary {
+enum : uint16_t {
+  bool_ = 1,
+  int_ = 4,
+  uint = 5,
+  dint = 6,
+  udint = 7,
+  real = 8,
+  string = 9,
+  time = 10,
+  date = 14,
+  tod = 15,
+  bits64 = 16,  // LINT, ULINT, LWORD and LREAL alike
+  byte = 21,
+  word = 22,
+  dword = 23,
+  ebool = 25,
+};
+}  // namespace elementary
+
 // Width in bytes of an elementary type id (0 when the id is not elementary).
 std::size_t elementary_width(uint16_t type_id);
 

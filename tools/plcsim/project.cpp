@@ -66,19 +66,19 @@ struct integer_range {
 
 // The integer range of each elementary type; TIME, DATE and TOD hold 32 unsigned bits.
 const integer_range k_ranges[] = {
-    {1, "BOOL", 0, 1},
-    {25, "EBOOL", 0, 1},
-    {21, "BYTE", 0, 255},
-    {4, "INT", -32768, 32767},
-    {5, "UINT", 0, 65535},
-    {22, "WORD", 0, 65535},
-    {6, "DINT", INT32_MIN, INT32_MAX},
-    {7, "UDINT", 0, UINT32_MAX},
-    {10, "TIME", 0, UINT32_MAX},
-    {14, "DATE", 0, UINT32_MAX},
-    {15, "TOD", 0, UINT32_MAX},
-    {23, "DWORD", 0, UINT32_MAX},
-    {16, "type 16", INT64_MIN, INT64_MAX},
+    {elementary::bool_, "BOOL", 0, 1},
+    {elementary::ebool, "EBOOL", 0, 1},
+    {elementary::byte, "BYTE", 0, 255},
+    {elementary::int_, "INT", -32768, 32767},
+    {elementary::uint, "UINT", 0, 65535},
+    {elementary::word, "WORD", 0, 65535},
+    {elementary::dint, "DINT", INT32_MIN, INT32_MAX},
+    {elementary::udint, "UDINT", 0, UINT32_MAX},
+    {elementary::time, "TIME", 0, UINT32_MAX},
+    {elementary::date, "DATE", 0, UINT32_MAX},
+    {elementary::tod, "TOD", 0, UINT32_MAX},
+    {elementary::dword, "DWORD", 0, UINT32_MAX},
+    {elementary::bits64, "type 16", INT64_MIN, INT64_MAX},
 };
 
 void check_integer(uint16_t type, const json& v) {
@@ -104,7 +104,7 @@ void encode_elementary(uint16_t type, const json& v, std::vector<uint8_t>& out, 
       fail("text " + v.dump() + " is longer than " + std::to_string(width) + " characters");
     }
     std::memcpy(out.data() + at, s.data(), s.size());
-  } else if (type == 8) {
+  } else if (type == elementary::real) {
     if (!v.is_number()) fail("value " + v.dump() + " is not a number for REAL");
     const double d = v.get<double>();
     if (std::fabs(d) > std::numeric_limits<float>::max()) {
@@ -114,7 +114,7 @@ void encode_elementary(uint16_t type, const json& v, std::vector<uint8_t>& out, 
     uint32_t bits;
     std::memcpy(&bits, &f, 4);
     put_le(out, at, bits, 4);
-  } else if (type == 16 && v.is_number_float()) {
+  } else if (type == elementary::bits64 && v.is_number_float()) {
     double d = v.get<double>();
     uint64_t bits;
     std::memcpy(&bits, &d, 8);

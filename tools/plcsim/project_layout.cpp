@@ -7,25 +7,25 @@ namespace plcsim {
 
 std::size_t elementary_width(uint16_t type_id) {
   switch (type_id) {
-    case 1:
-    case 21:
-    case 25:
+    case elementary::bool_:
+    case elementary::byte:
+    case elementary::ebool:
       return 1;
-    case 4:
-    case 5:
-    case 22:
+    case elementary::int_:
+    case elementary::uint:
+    case elementary::word:
       return 2;
-    case 6:
-    case 7:
-    case 8:
-    case 10:
-    case 14:
-    case 15:
-    case 23:
+    case elementary::dint:
+    case elementary::udint:
+    case elementary::real:
+    case elementary::time:
+    case elementary::date:
+    case elementary::tod:
+    case elementary::dword:
       return 4;
-    case 16:
+    case elementary::bits64:
       return 8;
-    case 9:
+    case elementary::string:
       return 16;  // an undimensioned STRING
     default:
       return 0;

@@ -105,7 +105,7 @@ struct server::impl {
   }
 
   void send_all(int fd, int stream, const uint8_t* data, std::size_t n) const {
-    if (capture) capture->server_sent(stream, data, n);
+    if (capture) capture->sent(stream, pcap_writer::direction::from_server, data, n);
     while (n > 0) {
       ssize_t sent = ::send(fd, data, n, MSG_NOSIGNAL);
       if (sent <= 0) return;
@@ -116,7 +116,8 @@ struct server::impl {
 
   // Answers one complete request frame; false when the connection must close.
   bool serve_frame(int fd, int stream, const byte_vector& frame) {
-    if (capture) capture->client_sent(stream, frame.data(), frame.size());
+    if (capture)
+      capture->sent(stream, pcap_writer::direction::from_client, frame.data(), frame.size());
     uint64_t n = ++requests;
     faults f = current_faults();
     auto is = [n](int k) { return k > 0 && static_cast<uint64_t>(k) == n; };

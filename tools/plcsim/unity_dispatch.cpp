@@ -2,10 +2,6 @@
 
 namespace plcsim {
 
-byte_vector error_reply(const byte_vector& request, uint8_t code) {
-  return {request.empty() ? uint8_t{0} : request[0], status_error, code};
-}
-
 std::optional<byte_vector> refused_header(const byte_vector& frame) {
   msg_reader header(frame, 2);
   if (header.be16() != 0) return byte_vector{};

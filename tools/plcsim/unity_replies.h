@@ -4,22 +4,18 @@
 
 #include <optional>
 
+#include "tools/plcsim/error_reply.h"
 #include "tools/plcsim/plcsim.h"
 #include "tools/plcsim/sim_bytes.h"
 #include "tools/plcsim/sim_memory.h"
 
 namespace plcsim {
 
-constexpr uint8_t status_ok = 0xFE;
-constexpr uint8_t status_error = 0xFD;
 // Largest reply a client reads in one go: Modbus TCP header, function code and message.
 constexpr std::size_t max_adu = 2048;
 constexpr std::size_t max_message = max_adu - 8;
 // Table address that marks the file-handle request (a read of the first variable).
 constexpr uint32_t file_handle_marker = 0x054B8B7Eu;
-
-// Pairing byte, status 0xFD and one error code byte.
-byte_vector error_reply(const byte_vector& request, uint8_t code = 0);
 
 byte_vector answer_identification(const project& p, const sim_memory& mem,
                                   const byte_vector& request);

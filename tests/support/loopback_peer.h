@@ -18,7 +18,7 @@
 #include <utility>
 #include <vector>
 
-#include "tools/common/unity_reply.h"
+#include "tests/support/unity_reply.h"
 
 namespace harness {
 

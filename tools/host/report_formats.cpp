@@ -1,10 +1,72 @@
-#include "tools/host/value_json.h"
+#include "tools/host/report_formats.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <vector>
 
 namespace panelhost {
+
+text_table::text_table(std::vector<std::string> header) : header_(std::move(header)) {}
+
+void text_table::add(std::vector<std::string> row) {
+  row.resize(header_.size());
+  rows_.push_back(std::move(row));
+}
+
+void text_table::print(std::ostream& out) const {
+  std::vector<std::size_t> width(header_.size());
+  for (std::size_t c = 0; c < header_.size(); ++c) {
+    width[c] = header_[c].size();
+    for (const auto& row : rows_) width[c] = std::max(width[c], row[c].size());
+  }
+  auto line = [&](const std::vector<std::string>& cells) {
+    std::string text;
+    for (std::size_t c = 0; c < cells.size(); ++c) {
+      text += cells[c];
+      if (c + 1 < cells.size()) text += std::string(width[c] - cells[c].size() + 2, ' ');
+    }
+    out << text << '\n';
+  };
+  line(header_);
+  std::vector<std::string> rule;
+  for (std::size_t w : width) rule.emplace_back(w, '-');
+  line(rule);
+  for (const auto& row : rows_) line(row);
+}
+
+json_report::json_report(const std::string& command) {
+  doc_["command"] = command;
+  doc_["tags"] = nlohmann::json::array();
+}
+
+void json_report::add_tag(const std::string& name, bool ok, const nlohmann::json& fields) {
+  nlohmann::json tag = {{"name", name}, {"ok", ok}};
+  tag.update(fields);
+  doc_["tags"].push_back(std::move(tag));
+  ok_ = ok_ && ok;
+}
+
+void json_report::set(const std::string& key, nlohmann::json value) {
+  doc_[key] = std::move(value);
+}
+
+void json_report::fail(const std::string& error) {
+  doc_["error"] = error;
+  ok_ = false;
+}
+
+void json_report::print(std::ostream& out) const {
+  nlohmann::json doc = doc_;
+  doc["ok"] = ok_;
+  out << doc.dump(1) << '\n';
+}
+
+void json_report::print_line(std::ostream& out) const {
+  nlohmann::json doc = doc_;
+  doc["ok"] = ok_;
+  out << doc.dump() << '\n';
+}
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "unity/dictionary_records.h"
+#include "dictionary/dictionary_records.h"
 
 namespace {
 

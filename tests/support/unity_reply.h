@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "tools/plcsim/sim_bytes.h"
-#include "unity/dictionary_records.h"
+#include "dictionary/dictionary_records.h"
 #include "wire/byte_cursor.h"
 #include "wire/unity_constants.h"
 

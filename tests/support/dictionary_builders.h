@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "unity/dictionary_records.h"
+#include "dictionary/dictionary_records.h"
 #include "wire/byte_cursor.h"
 
 namespace dictionary_builders {
