@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Line and branch coverage of the library (driver/, tag_index/, unity/, net/, wire/, trace/) by the whole
+# Line and branch coverage of the library (driver/, tag_index/, dictionary/, unity/, net/, wire/, trace/, guard/) by the whole
 # test suite (the end-to-end suite also with the trace on): builds the coverage preset, runs
 # every test and prints gcovr's summary.
 # Usage: scripts/coverage.sh
@@ -20,6 +20,6 @@ trace_log=$(mktemp)
 UNITYDRV_TRACE="$trace_log" UNITYDRV_TRACE_WIRE=1 ctest --preset coverage -R '^test_e2e\.' >/dev/null
 rm -f "$trace_log"
 gcovr --root . --object-directory build/coverage \
-  --filter 'driver/' --filter 'tag_index/' --filter 'unity/' --filter 'net/' --filter 'wire/' --filter 'trace/' \
+  --filter 'driver/' --filter 'tag_index/' --filter 'unity/' --filter 'net/' --filter 'wire/' --filter 'trace/' --filter 'guard/' --filter 'dictionary/' \
   --exclude 'build/' --exclude-throw-branches --exclude-unreachable-branches \
   --txt build/coverage/coverage.txt --print-summary
