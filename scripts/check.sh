@@ -24,12 +24,12 @@ native_tools() {
   cmake --build --preset dev --target plcsim_remote plcsim panelhost
 }
 
-# The end-to-end suite once more with the driver trace on (to a file, with the wire bytes):
-# tracing must change nothing that a host sees.
+# The end-to-end and fault suites once more with the driver trace on (to a file, with the
+# wire bytes), in both modes: tracing must change nothing that a host sees.
 trace_rerun() {
   local log
   log=$(mktemp)
-  UNITYDRV_TRACE="$log" UNITYDRV_TRACE_WIRE=1 ctest --preset dev -R '^test_e2e\.'
+  UNITYDRV_TRACE="$log" UNITYDRV_TRACE_WIRE=1 ctest --preset dev -R '^test_(e2e|faults)(_guarded)?\.'
   grep -q ' dictionary types=' "$log" || { echo "the traced run wrote no trace to $log" >&2; exit 1; }
   echo "trace of the end-to-end suite: $(wc -l <"$log") lines"
   rm -f "$log"

@@ -14,10 +14,12 @@ cmake --preset coverage >/dev/null
 cmake --build --preset coverage
 find build/coverage -name '*.gcda' -delete
 ctest --preset coverage
-# The end-to-end suite once more with the trace on, as scripts/check.sh runs it: the trace's
-# branches in the entry points are taken only in the loaded library.
+# The end-to-end and fault suites once more with the trace on, in both modes, as
+# scripts/check.sh runs them: the trace's branches in the entry points are taken only in the
+# loaded library.
 trace_log=$(mktemp)
-UNITYDRV_TRACE="$trace_log" UNITYDRV_TRACE_WIRE=1 ctest --preset coverage -R '^test_e2e\.' >/dev/null
+UNITYDRV_TRACE="$trace_log" UNITYDRV_TRACE_WIRE=1 \
+  ctest --preset coverage -R '^test_(e2e|faults)(_guarded)?\.' >/dev/null
 rm -f "$trace_log"
 gcovr --root . --object-directory build/coverage \
   --filter 'driver/' --filter 'tag_index/' --filter 'unity/' --filter 'net/' --filter 'wire/' --filter 'trace/' --filter 'guard/' --filter 'dictionary/' \
