@@ -63,12 +63,18 @@ struct server::impl {
 
   explicit impl(project p) : proj(std::move(p)) { lay_out_memory(); }
 
+  sim_memory::observer observer;  // kept across program downloads
+
   // Identification reads the dictionary handle from block 0x0030, bytes 5..12.
   void lay_out_memory() {
     memory = std::make_unique<sim_memory>();
     memory->write(0x0030, 5, msg_writer().le64(proj.dictionary_handle).bytes());
     for (const auto& [block, runs] : proj.initial)
       for (const auto& [offset, bytes] : runs) memory->write(block, offset, bytes);
+    if (observer) {
+      memory->set_observer(observer);
+      memory->notify_all_changed();
+    }
   }
 
   faults current_faults() const {
@@ -188,6 +194,7 @@ struct server::impl {
       if (::poll(&pfd, 1, poll_ms) <= 0) continue;
       int fd = ::accept4(listen_fd, nullptr, nullptr, SOCK_CLOEXEC);
       if (fd < 0) continue;
+      const uint64_t accepted_in = program.load();  // a restart from now on closes it
       int one = 1;
       ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
       ++connections;
@@ -195,7 +202,7 @@ struct server::impl {
       std::lock_guard<std::mutex> lock(conn_mu);
       conns.emplace_back();
       connection* c = &conns.back();
-      c->thread = std::thread([this, fd, c, p = program.load()] { serve_connection(fd, c, p); });
+      c->thread = std::thread([this, fd, c, p = accepted_in] { serve_connection(fd, c, p); });
     }
   }
 };
@@ -209,6 +216,17 @@ void server::load_program(project p) {
     impl_->lay_out_memory();
   }
   ++impl_->program;
+}
+
+void server::restart() {
+  ++impl_->program;
+}
+
+void server::observe_memory(sim_memory::observer o) {
+  std::lock_guard<std::mutex> lock(impl_->proj_mu);
+  impl_->observer = o;
+  impl_->memory->set_observer(std::move(o));
+  impl_->memory->notify_all_changed();
 }
 
 server::~server() {

@@ -1,0 +1,58 @@
+// The values that regions of a simulator's memory held over time: what a checker needs to
+// tell whether a value delivered by a driver was one the controller really held while the
+// request was in flight. Fed by the server's memory observer; old entries are dropped.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <vector>
+
+#include "tools/plcsim/plcsim.h"
+
+namespace plcsim {
+
+class value_history {
+ public:
+  using clock = std::chrono::steady_clock;
+  using bytes = std::vector<uint8_t>;
+
+  // Entries older than keep are dropped, the last one of each region excepted.
+  explicit value_history(std::chrono::milliseconds keep = std::chrono::seconds(30));
+
+  // Starts recording a region (before the server is observed); its number.
+  std::size_t watch(uint16_t block, uint32_t offset, std::size_t size);
+  // Installs this history as the server's memory observer.
+  void attach(server& s);
+
+  // Every value the region held at some instant of [from, to], oldest first.
+  std::vector<bytes> held_between(std::size_t region, clock::time_point from,
+                                  clock::time_point to) const;
+  // Number of values recorded for the region so far.
+  uint64_t changes(std::size_t region) const;
+  // Records what the regions hold now (memory's read under its lock); n 0: every region.
+  void update(uint16_t block, uint32_t offset, std::size_t n,
+              const std::function<bytes(uint16_t, uint32_t, std::size_t)>& read);
+
+ private:
+  struct entry {
+    clock::time_point at;
+    bytes value;
+  };
+  struct region {
+    uint16_t block;
+    uint32_t offset;
+    std::size_t size;
+    std::deque<entry> entries;
+    uint64_t changes = 0;
+  };
+  void record(region& r, bytes value, clock::time_point now);
+
+  std::chrono::milliseconds keep_;
+  mutable std::mutex mu_;
+  std::vector<region> regions_;
+};
+
+}  // namespace plcsim
