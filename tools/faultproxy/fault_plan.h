@@ -23,7 +23,7 @@ enum class kind : uint8_t {
   black_hole,   // the connection swallows every reply for a while
   stall,        // part of the reply, a long pause, the rest
   corrupt,      // one byte of the reply flipped
-  duplicate,    // the reply is sent twice
+  duplicate,    // the reply is sent twice, the copy after a pause
   refuse,       // the connection is reset and new connections are refused for a while
 };
 constexpr std::size_t kind_count = 10;

@@ -81,7 +81,7 @@ struct proxy::impl {
   int listener = -1;
   clock::time_point refused_until{};
   std::list<connection> conns;
-  std::atomic<uint64_t> replies{0}, accepted{0};
+  std::atomic<uint64_t> replies{0}, accepted{0}, requests{0};
   std::array<std::atomic<uint64_t>, kind_count> applied{};
 
   void report(const std::string& event) {
@@ -100,6 +100,7 @@ struct proxy::impl {
              " at=" + std::to_string(f.at));
     };
     c.refuse_for = [this](int ms) { refuse_for(ms); };
+    c.request_seen = [this] { ++requests; };
     c.running = &running;
     return c;
   }
@@ -237,6 +238,18 @@ void proxy::drop_all() {
 
 uint64_t proxy::replies() const {
   return impl_->replies;
+}
+void proxy::calm() {
+  impl_->plan.clear();
+  {
+    std::lock_guard<std::mutex> lock(impl_->mu);
+    impl_->refused_until = clock::now();
+  }
+  drop_all();
+}
+
+uint64_t proxy::requests() const {
+  return impl_->requests;
 }
 uint64_t proxy::connections() const {
   return impl_->accepted;

@@ -37,7 +37,11 @@ class proxy {
   void refuse_for(int ms);
   // Every open connection is closed; new ones are still accepted.
   void drop_all();
+  // No more faults: the plan is cleared, a refusal ends, open connections (and the black
+  // holes, delays and stalls on them) are closed.
+  void calm();
 
+  uint64_t requests() const;      // pieces of request bytes received from clients
   uint64_t replies() const;       // reply frames received from upstream
   uint64_t connections() const;   // connections accepted
   uint64_t faults(kind k) const;  // faults of this kind applied

@@ -64,6 +64,7 @@ bool relay::forward_requests() {
   uint8_t chunk[4096];
   const ssize_t got = ::recv(client_, chunk, sizeof chunk, 0);
   if (got <= 0) return false;
+  context_.request_seen();
   // A black hole swallows the requests too: upstream never learns of them.
   if (clock::now() < black_hole_until_) return true;
   return !upstream_open_ || send_all(upstream_, chunk, static_cast<std::size_t>(got));
@@ -127,9 +128,9 @@ void relay::schedule_fault(const fault& f, bytes frame) {
       if (at < frame.size()) frame[at] ^= f.mask;
       later(0, std::move(frame));
       break;
-    case kind::duplicate:
+    case kind::duplicate:  // the copy after a pause, as a retransmitting gateway sends it
       later(0, frame);
-      later(0, std::move(frame));
+      later(f.ms, std::move(frame));
       break;
     case kind::refuse:
       context_.refuse_for(f.ms);

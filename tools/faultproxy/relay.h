@@ -22,6 +22,7 @@ struct relay_context {
   std::function<std::optional<fault>(std::size_t size)> next_fault;
   std::function<void(const fault&)> applied;  // counts and reports a fault
   std::function<void(int ms)> refuse_for;
+  std::function<void()> request_seen;  // a chunk of request bytes from the client
   const std::atomic<bool>* running = nullptr;
 };
 
