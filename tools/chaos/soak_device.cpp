@@ -17,7 +17,8 @@ constexpr std::size_t alarms_tag = 9;
 constexpr int life_end_one_in = 400;  // steps: a device's life ends now and then
 constexpr int write_one_in = 4;
 // The header's points, as a wrong value in the default mode is attributed to them.
-const char* const point_download = "1 program download (removed variable read at its old place)";
+const char* const point_download =
+    "1 program download (a variable read where the earlier program had it)";
 const char* const point_unresolved = "5 tag that does not resolve";
 const char* const point_late =
     "late reply (a reply not to this request taken as its values: one read is one reply, in "
@@ -293,13 +294,15 @@ bool soak_device::check_position(std::size_t tag, const _input_data_& r, uint16_
 // does (and always in guarded mode).
 std::string soak_device::attribute(std::size_t tag, const std::vector<int>& programs) const {
   if (t_.guarded) return {};
-  uint16_t block;
-  uint32_t offset;
+  uint16_t block, known_block;
+  uint32_t offset, known_offset;
+  const bool known = element_location(ctl_.program_text(dictionary_program_), tags()[tag], 0,
+                                      known_block, known_offset);
   for (int p : programs) {
-    if (element_location(ctl_.program_text(p), tags()[tag], 0, block, offset)) continue;
-    const bool known_before =
-        element_location(ctl_.program_text(dictionary_program_), tags()[tag], 0, block, offset);
-    return known_before && dictionary_program_ != p ? point_download : point_unresolved;
+    const bool there = element_location(ctl_.program_text(p), tags()[tag], 0, block, offset);
+    if (!there && !known) return point_unresolved;
+    // Read where the program the device downloaded had it.
+    if (known && (!there || block != known_block || offset != known_offset)) return point_download;
   }
   for (const char* late : {"delay_long", "stall", "split", "duplicate", "black_hole"}) {
     if (taint_.count(late) != 0) return point_late;

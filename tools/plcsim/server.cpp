@@ -98,6 +98,9 @@ struct server::impl {
       reply.insert(reply.begin(), unity_function);
     } else {
       std::lock_guard<std::mutex> lock(proj_mu);
+      // A connection that a restart or a download has ended is answered no more, even
+      // before its thread notices.
+      if (program != connection_program) return {};
       reply = answer_unity(proj, *memory, request);
       reply.insert(reply.begin(), unity_function);
     }
@@ -126,6 +129,7 @@ struct server::impl {
     if (f.close_after > 0 && n > static_cast<uint64_t>(f.close_after)) return false;
     if (!is(f.no_reply_to)) {
       byte_vector adu = reply_adu(frame, f);
+      if (adu.empty()) return false;
       if (is(f.delay_reply_to)) pause(f.delay_ms);
       if (is(f.truncate_reply_to) && f.truncate_to < adu.size()) adu.resize(f.truncate_to);
       if (is(f.split_reply_to) && adu.size() > 1) {
@@ -155,7 +159,10 @@ struct server::impl {
     return true;
   }
 
+  static thread_local uint64_t connection_program;  // program a connection was accepted in
+
   void serve_connection(int fd, connection* self, uint64_t my_program) {
+    connection_program = my_program;
     int stream =
         capture ? capture->open_stream(end_of(fd, ::getpeername), end_of(fd, ::getsockname)) : 0;
     byte_vector buf;
@@ -207,6 +214,8 @@ struct server::impl {
   }
 };
 
+thread_local uint64_t server::impl::connection_program = 0;
+
 server::server(project p) : impl_(std::make_unique<impl>(std::move(p))) {}
 
 void server::load_program(project p) {
@@ -214,11 +223,12 @@ void server::load_program(project p) {
     std::lock_guard<std::mutex> lock(impl_->proj_mu);
     impl_->proj = std::move(p);
     impl_->lay_out_memory();
+    ++impl_->program;
   }
-  ++impl_->program;
 }
 
 void server::restart() {
+  std::lock_guard<std::mutex> lock(impl_->proj_mu);
   ++impl_->program;
 }
 
