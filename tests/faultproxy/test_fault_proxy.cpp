@@ -201,6 +201,22 @@ TEST_F(FaultProxy, RefusalResetsTheConnectionAndRefusesNewOnesUntilItEnds) {
   EXPECT_EQ(whole_reply(), frame(2, reply_payload));
 }
 
+// Regression: a refusal that calm() ended before the accept thread closed the listener left
+// it shut down and open, and every later connect was refused for good.
+TEST_F(FaultProxy, CalmEndsARefusalAndTheProxyAcceptsAgain) {
+  proxy.refuse_for(60000);
+  proxy.calm();
+  ::close(client);
+  client = -1;
+  for (int tries = 0; client < 0 && tries < 100; ++tries) {
+    ::usleep(20 * 1000);
+    client = connect_client();
+  }
+  ASSERT_GE(client, 0) << "still refused 2 s after calm()";
+  ask(3);
+  EXPECT_EQ(whole_reply(), frame(3, reply_payload));
+}
+
 TEST(FaultPlan, ScriptedFaultsMeetTheirReplyNumbersOnly) {
   faultproxy::fault_plan plan;
   plan.script({{2, {kind::duplicate, 0, 0, 0}}, {4, {kind::drop, 0, 0, 0}}});

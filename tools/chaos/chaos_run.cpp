@@ -150,11 +150,12 @@ struct world {
     for (std::size_t i = 0; i < devices.size(); ++i) {
       if (!recovered[i]) {
         ++t.not_recovered;
-        t.fail("device " + std::to_string(i) + " served no right round in a quiet phase", {});
+        t.fail("device " + std::to_string(i) + " served no right round in a quiet phase",
+               devices[i]->last_events());
       } else if (steps[i] > options.recover_bound) {
         t.fail("device " + std::to_string(i) + " took " + std::to_string(steps[i]) +
                    " steps to recover",
-               {});
+               devices[i]->last_events());
       }
     }
   }

@@ -38,6 +38,7 @@ class soak_device {
   void fault_seen(const std::string& kind);
   void note(const std::string& event);
   int id() const { return id_; }
+  const std::deque<std::string>& last_events() const { return last_; }
 
  private:
   enum class state { stopped, starting, ready };

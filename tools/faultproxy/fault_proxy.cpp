@@ -79,6 +79,7 @@ struct proxy::impl {
   std::thread acceptor;
   std::mutex mu;  // listener, refusal, connections
   int listener = -1;
+  bool listener_shut = false;  // shut down by a refusal, not yet closed
   clock::time_point refused_until{};
   std::list<connection> conns;
   std::atomic<uint64_t> replies{0}, accepted{0}, requests{0};
@@ -111,16 +112,19 @@ struct proxy::impl {
     std::lock_guard<std::mutex> lock(mu);
     refused_until = std::max(refused_until, clock::now() + std::chrono::milliseconds(ms));
     if (listener >= 0) ::shutdown(listener, SHUT_RDWR);
+    listener_shut = true;
   }
 
   // The listener, closed while refusing and opened again once that is over; -1 meanwhile.
   int current_listener() {
     std::lock_guard<std::mutex> lock(mu);
     const bool refusing = clock::now() < refused_until;
-    if (listener >= 0 && refusing) {
+    if (listener >= 0 && (refusing || listener_shut)) {
       ::close(listener);
       listener = -1;
-    } else if (listener < 0 && !refusing) {
+      listener_shut = false;
+    }
+    if (listener < 0 && !refusing) {
       listener = listen_on(address, port);
     }
     return listener;
