@@ -9,7 +9,8 @@ constexpr int step_period_ms = 5;
 }
 
 controller::controller(const plcsim::project& original, uint32_t step_scale,
-                       faultproxy::proxy::event_sink proxy_events)
+                       faultproxy::proxy::event_sink proxy_events,
+                       faultproxy::proxy::reply_sink replies)
     : programs_{original, changed_program(original)}, step_scale_(step_scale) {
   for (int p = 0; p < 2; ++p) {
     for (std::size_t t = 0; t < tags().size(); ++t) {
@@ -27,6 +28,7 @@ controller::controller(const plcsim::project& original, uint32_t step_scale,
   if (!sim_->start_on_free_loopback()) return;
   proxy_ = std::make_unique<faultproxy::proxy>(sim_->address(), sim_->port());
   proxy_->on_event(std::move(proxy_events));
+  proxy_->on_reply(std::move(replies));
   started_ = proxy_->start_on_free_loopback();
   step_program(0);
 }

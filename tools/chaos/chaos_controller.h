@@ -25,7 +25,7 @@ class controller {
  public:
   // Starts the simulator and its proxy on free loopback addresses (port 502).
   controller(const plcsim::project& original, uint32_t step_scale,
-             faultproxy::proxy::event_sink proxy_events);
+             faultproxy::proxy::event_sink proxy_events, faultproxy::proxy::reply_sink replies);
   ~controller();
 
   bool started() const { return started_; }

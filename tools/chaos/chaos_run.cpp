@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "tools/chaos/chaos_controller.h"
+#include "tools/chaos/corpus_recorder.h"
 #include "tools/chaos/soak_device.h"
 #include "tools/common/tag_file_writer.h"
 
@@ -52,6 +53,7 @@ struct world {
   std::mutex seen_mu;            // faults the proxies applied, for the host thread
   std::vector<std::pair<int, std::string>> seen;
   std::atomic<bool> running{true};
+  corpus_recorder corpus;
 
   void proxy_event(const std::string& event) {
     if (event.rfind("fault ", 0) != 0) return;
@@ -164,8 +166,12 @@ struct world {
 void set_up(world& w, const std::string& tag_path) {
   const plcsim::project plant = original_program(w.options.source_dir);
   auto sink = [&w](const std::string& e) { w.proxy_event(e); };
-  w.controllers.push_back(std::make_unique<controller>(plant, 1, sink));
-  w.controllers.push_back(std::make_unique<controller>(plant, 7, sink));
+  for (int i = 0; i < 2; ++i) {
+    auto replies = [&w, i](uint64_t connection, const bytes& frame) {
+      if (!w.options.corpus_dir.empty()) w.corpus.reply(i, connection, frame);
+    };
+    w.controllers.push_back(std::make_unique<controller>(plant, i == 0 ? 1 : 7, sink, replies));
+  }
   int id = 0;
   for (auto& c : w.controllers) {
     if (!c->started()) throw std::runtime_error("cannot start a controller on loopback port 502");
@@ -205,6 +211,7 @@ tally run(const run_options& options) {
     const auto kind = static_cast<faultproxy::kind>(k);
     for (auto& c : w.controllers) t.events[faultproxy::name_of(kind)] += c->proxy().faults(kind);
   }
+  if (!options.corpus_dir.empty()) w.corpus.write(options.corpus_dir, 40);
   w.devices.clear();
   w.running = false;
   dog.join();

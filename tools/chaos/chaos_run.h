@@ -20,6 +20,7 @@ struct run_options {
   int quiet_seconds = 8;
   double reply_fault_probability = 0.03;
   int recover_bound = 10;  // host steps per device after the faults stop
+  std::string corpus_dir;  // when set, fuzz seeds from the traffic are written there
 };
 
 tally run(const run_options& options);

@@ -4,7 +4,9 @@
 // is the library's: UNITYDRV_GUARD=1 in the environment makes the run a guarded one.
 #include <csignal>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
+#include <map>
 #include <string>
 
 #include "tools/chaos/chaos_run.h"
@@ -13,27 +15,23 @@ namespace {
 
 const char* const usage =
     "usage: chaossoak [--minutes M] [--seed S] [--lib PATH] [--source DIR] [--fault-seconds N]\n"
-    "                 [--quiet-seconds N] [--probability P]\n";
+    "                 [--quiet-seconds N] [--probability P] [--corpus DIR]\n";
 
 bool parse(int argc, char** argv, chaos::run_options& o) {
+  const std::map<std::string, std::function<void(const std::string&)>> options = {
+      {"--minutes", [&](const std::string& v) { o.minutes = std::stod(v); }},
+      {"--seed", [&](const std::string& v) { o.seed = std::stoull(v); }},
+      {"--lib", [&](const std::string& v) { o.library = v; }},
+      {"--source", [&](const std::string& v) { o.source_dir = v; }},
+      {"--fault-seconds", [&](const std::string& v) { o.fault_seconds = std::stoi(v); }},
+      {"--quiet-seconds", [&](const std::string& v) { o.quiet_seconds = std::stoi(v); }},
+      {"--probability", [&](const std::string& v) { o.reply_fault_probability = std::stod(v); }},
+      {"--corpus", [&](const std::string& v) { o.corpus_dir = v; }},
+  };
   for (int i = 1; i + 1 < argc; i += 2) {
-    const std::string flag = argv[i], value = argv[i + 1];
-    if (flag == "--minutes")
-      o.minutes = std::stod(value);
-    else if (flag == "--seed")
-      o.seed = std::stoull(value);
-    else if (flag == "--lib")
-      o.library = value;
-    else if (flag == "--source")
-      o.source_dir = value;
-    else if (flag == "--fault-seconds")
-      o.fault_seconds = std::stoi(value);
-    else if (flag == "--quiet-seconds")
-      o.quiet_seconds = std::stoi(value);
-    else if (flag == "--probability")
-      o.reply_fault_probability = std::stod(value);
-    else
-      return false;
+    const auto option = options.find(argv[i]);
+    if (option == options.end()) return false;
+    option->second(argv[i + 1]);
   }
   return argc % 2 == 1;
 }

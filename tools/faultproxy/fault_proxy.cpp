@@ -75,6 +75,7 @@ struct proxy::impl {
   uint16_t port = 0;
   fault_plan plan;
   event_sink sink;
+  reply_sink replies_sink;
   std::atomic<bool> running{false};
   std::thread acceptor;
   std::mutex mu;  // listener, refusal, connections
@@ -89,11 +90,12 @@ struct proxy::impl {
     if (sink) sink(event);
   }
 
-  relay_context context() {
+  relay_context context(uint64_t connection) {
     relay_context c;
-    c.next_fault = [this](std::size_t size) {
+    c.next_fault = [this, connection](const bytes& frame) {
       ++replies;
-      return plan.next(size);
+      if (replies_sink) replies_sink(connection, frame);
+      return plan.next(frame.size());
     };
     c.applied = [this](const fault& f) {
       ++applied[static_cast<std::size_t>(f.what)];
@@ -148,13 +150,13 @@ struct proxy::impl {
       report("upstream refused");
       return;
     }
-    ++accepted;
+    const uint64_t number = ++accepted;
     report("connection accepted");
     std::lock_guard<std::mutex> lock(mu);
     reap();
     conns.emplace_back();
     connection& c = conns.back();
-    c.r = std::make_unique<relay>(client, upstream, context());
+    c.r = std::make_unique<relay>(client, upstream, context(number));
     c.thread = std::thread([r = c.r.get()] { r->run(); });
   }
 
@@ -226,6 +228,10 @@ uint16_t proxy::port() const {
 fault_plan& proxy::plan() {
   return impl_->plan;
 }
+void proxy::on_reply(reply_sink sink) {
+  impl_->replies_sink = std::move(sink);
+}
+
 void proxy::on_event(event_sink sink) {
   impl_->sink = std::move(sink);
 }

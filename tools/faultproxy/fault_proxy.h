@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "tools/faultproxy/fault_plan.h"
 
@@ -33,6 +34,9 @@ class proxy {
 
   fault_plan& plan();
   void on_event(event_sink sink);  // before start()
+  // Each reply frame as upstream sent it, with the number of its connection (from 1).
+  using reply_sink = std::function<void(uint64_t connection, const std::vector<uint8_t>& frame)>;
+  void on_reply(reply_sink sink);  // before start()
   // Connections are refused (no listener) for ms from now.
   void refuse_for(int ms);
   // Every open connection is closed; new ones are still accepted.

@@ -94,7 +94,7 @@ void relay::take_replies() {
 
 void relay::schedule(const bytes& frame) {
   if (clock::now() < black_hole_until_) return;
-  const std::optional<fault> f = context_.next_fault(frame.size());
+  const std::optional<fault> f = context_.next_fault(frame);
   if (!f) {
     later(0, frame);
     return;

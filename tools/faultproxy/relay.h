@@ -19,7 +19,7 @@ using bytes = std::vector<uint8_t>;
 
 // What a relay needs from its proxy.
 struct relay_context {
-  std::function<std::optional<fault>(std::size_t size)> next_fault;
+  std::function<std::optional<fault>(const std::vector<uint8_t>& frame)> next_fault;
   std::function<void(const fault&)> applied;  // counts and reports a fault
   std::function<void(int ms)> refuse_for;
   std::function<void()> request_seen;  // a chunk of request bytes from the client
