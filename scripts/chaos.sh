@@ -12,7 +12,8 @@ cd "$(dirname "$0")/.."
 minutes="${1:-2}"
 seed="${2:-1}"
 soak=build/dev/tools/chaos/chaossoak
-library=build/dev/libunitydrv.so
+# UNITYDRV_CHAOS_LIB runs another build of the library (a planted fault, a release build).
+library="${UNITYDRV_CHAOS_LIB:-build/dev/libunitydrv.so}"
 if [ ! -x "$soak" ]; then
   echo "no $soak: run 'cmake --preset dev && cmake --build --preset dev'" >&2
   exit 1
@@ -22,7 +23,7 @@ limit=$(awk -v m="$minutes" 'BEGIN { printf "%d", m * 60 + 180 }')
 logs="$(mktemp -d "${TMPDIR:-/tmp}/unitydrv-chaos.XXXXXX")"
 
 modes=(default guarded)
-if ! grep -aq UNITYDRV_GUARD "$(readlink -f "$library")"; then
+if ! grep -aqP 'UNITYDRV_GUARD\x00' "$(readlink -f "$library")"; then
   echo "chaos: this library has no guarded mode (it never reads UNITYDRV_GUARD): guarded run skipped"
   modes=(default)
 fi
@@ -33,7 +34,7 @@ for mode in "${modes[@]}"; do
   (
     set +e
     if [ "$guard" = 1 ]; then export UNITYDRV_GUARD=1; else unset UNITYDRV_GUARD; fi
-    timeout "$limit" "$soak" --minutes "$minutes" --seed "$seed" >"$logs/$mode.out" 2>"$logs/$mode.err"
+    timeout "$limit" "$soak" --lib "$library" --minutes "$minutes" --seed "$seed" >"$logs/$mode.out" 2>"$logs/$mode.err"
     echo $? >"$logs/$mode.rc"
   ) &
 done
