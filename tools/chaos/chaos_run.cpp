@@ -1,7 +1,5 @@
 #include "tools/chaos/chaos_run.h"
 
-#include <dirent.h>
-#include <malloc.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -12,6 +10,7 @@
 #include "tools/chaos/chaos_controller.h"
 #include "tools/chaos/corpus_recorder.h"
 #include "tools/chaos/soak_device.h"
+#include "tools/common/process_resources.h"
 #include "tools/common/tag_file_writer.h"
 
 namespace chaos {
@@ -26,18 +25,8 @@ constexpr int pause_between_steps_ms = 3;
 constexpr double restart_every_s = 15, download_every_s = 25, refusal_every_s = 15,
                  drop_every_s = 15;
 
-long open_descriptors() {
-  long n = 0;
-  if (DIR* dir = ::opendir("/proc/self/fd")) {
-    while (::readdir(dir) != nullptr) ++n;
-    ::closedir(dir);
-  }
-  return n;
-}
-
-long heap_in_use() {
-  return static_cast<long>(::mallinfo2().uordblks);
-}
+using process_resources::heap_in_use;
+using process_resources::open_descriptors;
 
 struct world {
   world(const run_options& o, tally& t) : options(o), t(t), api(o.library), rng(o.seed) {}

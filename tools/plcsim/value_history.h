@@ -3,6 +3,7 @@
 // request was in flight. Fed by the server's memory observer; old entries are dropped.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -22,7 +23,8 @@ class value_history {
   // Entries older than keep are dropped, the last one of each region excepted.
   explicit value_history(std::chrono::milliseconds keep = std::chrono::seconds(30));
 
-  // Starts recording a region (before the server is observed); its number.
+  // Starts recording a region of at most 8 bytes (before the server is observed); its
+  // number. Throws std::invalid_argument for a larger region.
   std::size_t watch(uint16_t block, uint32_t offset, std::size_t size);
   // Installs this history as the server's memory observer.
   void attach(server& s);
@@ -37,9 +39,11 @@ class value_history {
               const std::function<bytes(uint16_t, uint32_t, std::size_t)>& read);
 
  private:
+  // Values are kept inline: a history of counters stepped every few milliseconds must not
+  // cost an allocation per step.
   struct entry {
     clock::time_point at;
-    bytes value;
+    std::array<uint8_t, 8> value;
   };
   struct region {
     uint16_t block;
@@ -48,11 +52,13 @@ class value_history {
     std::deque<entry> entries;
     uint64_t changes = 0;
   };
-  void record(region& r, bytes value, clock::time_point now);
+  void record(region& r, const bytes& value, clock::time_point now);
+  void prune(clock::time_point now);
 
   std::chrono::milliseconds keep_;
   mutable std::mutex mu_;
   std::vector<region> regions_;
+  clock::time_point pruned_{};
 };
 
 }  // namespace plcsim
