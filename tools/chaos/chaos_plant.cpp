@@ -88,6 +88,25 @@ bool element_location(const plcsim::project& p, const tag& t, std::size_t k, uin
   return true;
 }
 
+std::size_t units_per_element(unit_form f) {
+  return f == unit_form::dword ? 2 : 1;
+}
+
+std::vector<uint16_t> expected_units(unit_form f, const std::vector<uint8_t>& b, uint8_t bit) {
+  uint32_t v = 0;
+  for (std::size_t i = 0; i < b.size() && i < 4; ++i) v |= uint32_t{b[i]} << (8 * i);
+  switch (f) {
+    case unit_form::dword:
+      return {static_cast<uint16_t>(v), static_cast<uint16_t>(v >> 16)};
+    case unit_form::ebool:
+      return {static_cast<uint16_t>((v & 0xFD) != 0 ? 1 : 0)};
+    case unit_form::word_bit:
+      return {static_cast<uint16_t>(((v >> bit) & 1) != 0 ? 0xFFFF : 0)};
+    default:
+      return {static_cast<uint16_t>(v)};
+  }
+}
+
 std::vector<plcsim::stepped_value> stepped_values(const plcsim::project& p, uint32_t step_scale) {
   std::vector<plcsim::stepped_value> out;
   for (const tag& t : tags()) {

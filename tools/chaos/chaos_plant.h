@@ -44,6 +44,12 @@ plcsim::project changed_program(const plcsim::project& original);
 bool element_location(const plcsim::project& p, const tag& t, std::size_t k, uint16_t& block,
                       uint32_t& offset);
 
+// Units a host receives per element of a tag of this form.
+std::size_t units_per_element(unit_form f);
+// The units one element delivers when the controller held bytes (little-endian; bit: the
+// addressed bit of a word_bit tag).
+std::vector<uint16_t> expected_units(unit_form f, const std::vector<uint8_t>& bytes, uint8_t bit);
+
 // The stepped counters of a program, with steps scaled by step_scale (one per controller,
 // so that one controller's values are not another's).
 std::vector<plcsim::stepped_value> stepped_values(const plcsim::project& p, uint32_t step_scale);

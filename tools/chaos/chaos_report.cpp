@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <fstream>
 #include <iomanip>
 #include <numeric>
 
@@ -21,6 +22,13 @@ void print_counts(std::ostream& out, const std::map<std::string, uint64_t>& coun
   }
   if (first) out << "none";
   out << '\n';
+}
+
+std::string load_average() {
+  std::ifstream in("/proc/loadavg");
+  std::string one, five, fifteen;
+  in >> one >> five >> fifteen;
+  return one + " " + five + " " + fifteen;
 }
 
 }  // namespace
@@ -47,7 +55,8 @@ bool report(const tally& t, const run_options& o, std::ostream& out) {
   print_counts(out, t.exceptions);
   out << std::fixed << std::setprecision(0) << "  longest call " << t.longest_call_ms << " ms ("
       << t.longest_call << "), longest per exchange " << t.longest_exchange_ms
-      << " ms, over the bound " << t.slow_calls << ", ended by the watchdog " << t.hangs
+      << " ms, past the bound " << t.slow_calls << " (worst by " << t.worst_overrun_ms
+      << " ms; slack " << t.timing_slack_ms << " ms), ended by the watchdog " << t.hangs
       << "\n  rounds to recover after the faults stop: at most " << worst << " host steps over "
       << t.recover_steps.size() << " device recoveries (bound " << t.recover_bound
       << "), not recovered " << t.not_recovered << "\n  writes landed " << t.writes_landed
@@ -56,6 +65,7 @@ bool report(const tally& t, const run_options& o, std::ostream& out) {
       << t.heap_before << " -> " << t.heap_after << " bytes" << (heap_flat ? " (flat)" : " (GROWN)")
       << '\n';
   const bool pass = t.failures.empty() && fds_flat && heap_flat && (!t.guarded || wrong == 0);
+  out << "  load average at the end: " << load_average() << '\n';
   out << "  result: " << (pass ? "PASS" : "FAIL") << " (" << t.failures.size() << " failures)\n";
   return pass;
 }

@@ -179,6 +179,7 @@ tally run(const run_options& options) {
   const char* guard = std::getenv("UNITYDRV_GUARD");
   t.guarded = guard != nullptr && std::string(guard) == "1";
   t.recover_bound = options.recover_bound;
+  t.timing_slack_ms = options.timing_slack_ms;
   const std::string tag_path = "/tmp/unitydrv_chaos_" + std::to_string(::getpid()) + ".tags";
   std::vector<std::string> names;
   for (const tag& g : tags()) names.push_back(g.name);

@@ -15,7 +15,8 @@ namespace {
 
 const char* const usage =
     "usage: chaossoak [--minutes M] [--seed S] [--lib PATH] [--source DIR] [--fault-seconds N]\n"
-    "                 [--quiet-seconds N] [--probability P] [--corpus DIR]\n";
+    "                 [--quiet-seconds N] [--probability P] [--corpus DIR]\n"
+    "                 [--timing-slack-ms MS]\n";
 
 bool parse(int argc, char** argv, chaos::run_options& o) {
   const std::map<std::string, std::function<void(const std::string&)>> options = {
@@ -27,6 +28,7 @@ bool parse(int argc, char** argv, chaos::run_options& o) {
       {"--quiet-seconds", [&](const std::string& v) { o.quiet_seconds = std::stoi(v); }},
       {"--probability", [&](const std::string& v) { o.reply_fault_probability = std::stod(v); }},
       {"--corpus", [&](const std::string& v) { o.corpus_dir = v; }},
+      {"--timing-slack-ms", [&](const std::string& v) { o.timing_slack_ms = std::stod(v); }},
   };
   for (int i = 1; i + 1 < argc; i += 2) {
     const auto option = options.find(argv[i]);

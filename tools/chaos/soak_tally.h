@@ -21,6 +21,8 @@ struct tally {
   std::string longest_call;
   double longest_exchange_ms = 0;  // a call's time over its exchanges
   uint64_t slow_calls = 0;         // past 1.1 s per exchange + 0.1 s per connect
+  double worst_overrun_ms = 0;     // by how much the slowest of them passed it
+  double timing_slack_ms = 0;      // a call past the bound by more fails the run
   uint64_t hangs = 0;              // calls ended by the watchdog
   uint64_t writes_landed = 0, writes_lost_quiet = 0;
   std::vector<int> recover_steps;  // per device and quiet phase
