@@ -35,6 +35,8 @@ class soak_device {
   // The last read round delivered every tag of the running program, right.
   bool recovered() const { return last_round_right_; }
   uint64_t right_rounds() const { return right_rounds_; }
+  // The faults stopped: what the device served before proves nothing any more.
+  void faults_stopped() { last_round_right_ = false; }
   void fault_seen(const std::string& kind);
   void note(const std::string& event);
   int id() const { return id_; }
