@@ -11,6 +11,17 @@
 #include "tag_index/tag_table.h"
 #include "unity/unity_process.h"
 
+// What guarded mode (guard::on) keeps per device; untouched otherwise.
+struct guarded_device {
+  std::string address;        // of the first InitEx before a connect that succeeded
+  bool ready = false;         // the last handshake downloaded the dictionary and indexed the tags
+  uint8_t round_refusal = 0;  // a guard::reason failing every position of the round; 0 none
+  // Per position of the last read: a guard::reason, 0 for served; and per item sent, its
+  // position. Grown, never shrunk: a warm cycle allocates nothing.
+  std::vector<uint8_t> refusals;
+  std::vector<uint16_t> positions;
+};
+
 struct device_context {
   offline_CTagTable_578 tag_table;
   std::map<offline_stTag_578, unsigned long long> tag_values;
@@ -25,4 +36,5 @@ struct device_context {
   std::vector<read_comm> read_items;
   // The value bytes of the last read's reply, kept for the same reason.
   std::vector<unsigned char> read_values;
+  guarded_device guarded;
 };

@@ -5,9 +5,11 @@
 
 #include "driver/description_tables.h"
 #include "driver/device_context.h"
+#include "driver/guarded_calls.h"
 #include "driver/init_handshake.h"
 #include "driver/tag_driver_offline_578.h"
 #include "driver/trace_events.h"
+#include "guard/guard.h"
 #include "trace/trace.h"
 #include "unitydrv/unitydrv.h"
 
@@ -21,6 +23,14 @@ struct trace_setup {
   trace_setup() { trace::from_environment(); }
   ~trace_setup() { trace::configure(nullptr, false); }
 } trace_at_load;
+
+// So does guarded mode.
+struct guard_setup {
+  guard_setup() {
+    if (guard::from_environment() && trace::on)
+      trace::emit("guarded", "mode=on (UNITYDRV_GUARD=1)");
+  }
+} guard_at_load;
 
 // Names the device of this call in the trace's lines.
 void enter(const void* handle) {
@@ -73,6 +83,7 @@ int ORMAND_DRV_StartDeviceEx(uint8_t offline_mode, void** handle, const char* pa
     if (trace::on) trace_events::started(handle, path, offset);
     return result;
   } catch (...) {
+    if (guard::on) return guarded_calls::start_failed("StartDeviceEx");
     trace::exception_leaving("StartDeviceEx");
     throw;
   }
@@ -90,6 +101,7 @@ unitydrv_result get_init_cmd(uint32_t* code, void** handle) {
   try {
     return init_handshake::get_init_cmd(*device, code);
   } catch (...) {
+    if (guard::on) return guarded_calls::init_failed(*device, code);
     trace::exception_leaving("GetInitCmdEx2");
     throw;
   }
@@ -101,6 +113,7 @@ unitydrv_result output_filter(_gui_request_* requests, int count) {
   try {
     return driver_object.outputfilter(requests, count);
   } catch (...) {
+    if (guard::on) return guarded_calls::round_failed(requests, count);
     trace::exception_leaving("OutputFilterEx");
     throw;
   }
@@ -157,6 +170,7 @@ int ORMAND_DRV_CheckInitCmdResponseEx2(uint32_t, uint32_t, void** handle) {
   try {
     return device != nullptr ? init_handshake::check_init_cmd_response(*device) : 0;
   } catch (...) {
+    if (guard::on && device != nullptr) return guarded_calls::check_failed(*device);
     trace::exception_leaving("CheckInitCmdResponseEx2");
     throw;
   }
@@ -174,6 +188,7 @@ void ORMAND_DRV_InputFilterEx(_input_data_* results, _frame_data_* frame, _syste
   try {
     driver_object.inputFilter(results, frame, infos, count);
   } catch (...) {
+    if (guard::on) return guarded_calls::input_failed(results, infos, count);
     trace::exception_leaving("InputFilterEx");
     throw;
   }

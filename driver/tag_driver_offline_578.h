@@ -56,7 +56,7 @@ namespace fill_tag {
 // What a tag number beyond the table reads: a tag that resolved to nothing.
 inline const tag_entry& empty_entry() {
   static char empty_name[1] = {'\0'};
-  static const tag_entry entry{empty_name, 0, 0, 0, 0, 0, {}, 0};
+  static const tag_entry entry{empty_name, 0, 0, 0, 0, 0, {}, 0, 0, 0, 0};
   return entry;
 }
 

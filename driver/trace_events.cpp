@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "guard/guard.h"
 #include "trace/trace.h"
 #include "wire/byte_cursor.h"
 
@@ -163,7 +164,8 @@ void download_watch::restore() {
   if (!active_) return;
   active_ = false;
   // insert keeps an entry of the new download: the earlier one is only added back.
-  session_.tables.insert(earlier_.begin(), earlier_.end());
+  // Guarded mode keeps the new download alone.
+  if (!guard::on) session_.tables.insert(earlier_.begin(), earlier_.end());
   earlier_.clear();
 }
 
@@ -174,10 +176,11 @@ void download_watch::finish() {
     const auto now = session_.tables.find(name);
     if (now == session_.tables.end()) {
       ++gone;
-      trace::emit("program-change",
-                  "variable=%s gone=1 old=%s (its tags keep the earlier address "
-                  "until the device is closed and started again)",
-                  shown(name).c_str(), location_text(variable.location).c_str());
+      trace::emit("program-change", "variable=%s gone=1 old=%s %s", shown(name).c_str(),
+                  location_text(variable.location).c_str(),
+                  guard::on ? "(guarded: its tags are refused)"
+                            : "(its tags keep the earlier address until the device is closed "
+                              "and started again)");
     } else if (now->second.location != variable.location ||
                now->second.type_id != variable.type_id) {
       ++moved;

@@ -47,3 +47,10 @@ host write --plc "$PLC" --list examples/plant_tags.txt Counter=-1234 Motor1.Spee
 echo
 echo "== The same tags from a fresh connection"
 host read --plc "$PLC" --list examples/plant_tags.txt Counter Motor1.Speed Name
+echo
+echo "== Guarded mode (panelhost --guard, UNITYDRV_GUARD=1): Counter, an INT, asked as a DINT"
+# Asked so in the default mode, the read takes two of Total's bytes and the short reply
+# raises inside the driver; guarded, that one tag is refused and the other is served.
+UNITYDRV_TRACE=stderr "$BIN/host/panelhost" read --plc "$PLC" --guard Counter:DINT Total \
+  2>"$errors" || true
+sed -n 's/^.*Z unitydrv dev=[0-9]* \(guarded request=.*\)$/driver: \1/p' "$errors"

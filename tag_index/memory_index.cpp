@@ -1,11 +1,13 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <exception>
 #include <set>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "guard/guard.h"
 #include "tag_index/tag_names.h"
 #include "tag_index/tag_table.h"
 #include "unity/dictionary_records.h"
@@ -334,6 +336,23 @@ bool resolve_tag(tag_entry& entry, const variable_index& variables, struct_index
   return resolve_member_path(entry, parts, variable, scratch.base_indices, structs, scratch);
 }
 
+// Guarded: a tag that raises (a malformed subscript) is refused and the build goes on
+// with the next; one that does not resolve is refused until a later build resolves it.
+int resolve_guarded(tag_entry& entry, const variable_index& variables, struct_index& structs,
+                    scratch_space& scratch) {
+  entry.guard_refusal = guard::unknown_variable;
+  try {
+    if (!resolve_tag(entry, variables, structs, scratch)) return 0;
+  } catch (const std::exception&) {
+    entry.location.fill(0);
+    entry.member_offset = 0;
+    entry.guard_refusal = guard::malformed_name;
+    return 0;
+  }
+  entry.guard_refusal = guard::served;
+  return 1;
+}
+
 }  // namespace
 
 int offline_CTagTable_578::setup_memory_index(
@@ -353,7 +372,9 @@ int offline_CTagTable_578::setup_memory_index_in_place(const std::map<std::strin
   scratch_space scratch;
   int resolved = 0;
   for (uint32_t i = 0; i < tag_count; ++i) {
-    if (resolve_tag(entries[i], variables, structs, scratch)) {
+    if (guard::on) {
+      resolved |= resolve_guarded(entries[i], variables, structs, scratch);
+    } else if (resolve_tag(entries[i], variables, structs, scratch)) {
       resolved = 1;
     }
   }

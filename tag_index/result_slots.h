@@ -59,6 +59,10 @@ class result_slots {
   // (a fill that runs into the slots behind it is overwritten by theirs). A reply too short
   // raises std::out_of_range part way.
   void fill(const std::vector<read_comm>& items, const std::vector<unsigned char>& values);
+  // The same for a read that sent only some positions: item k (of served) fills the slot
+  // of positions[k].
+  void fill_positions(const std::vector<read_comm>& items, const uint16_t* positions,
+                      std::size_t served, const std::vector<unsigned char>& values);
 
   // An offline read of position i: its head, then a writer of room bytes over its data
   // area (on into the slots behind it), all of them counted as written.
@@ -67,6 +71,10 @@ class result_slots {
 
   // Copies slots 0..count-1 into the host results.
   void deliver(_input_data_* results, const _system_info* infos, int count);
+  // The same, but a position whose refused entry is non-zero gets status 2, code 10 and
+  // nothing of its slot.
+  void deliver_except(_input_data_* results, const _system_info* infos, int count,
+                      const std::vector<uint8_t>& refused);
 
   // What each data area holds since its last clear. A fill clears the first cleared_bytes
   // of its area and then writes; only what was written there since the last clear needs
@@ -88,6 +96,9 @@ class result_slots {
 
  private:
   void grow(std::size_t count);
+  void fill_one(std::size_t j, const slot_head& head, const read_comm& item,
+                std::size_t values_size, wire::le_reader& in);
+  void deliver_one(std::size_t position, _input_data_& result, const _system_info& info);
   void note_long_write(std::size_t i, std::size_t length);
   uint8_t* area_at(std::size_t i);
 

@@ -22,6 +22,12 @@ struct tag_entry {
   uint16_t type_id;
   std::array<unsigned char, 6> location;  // block (u16 LE), offset (u32 LE)
   uint64_t member_offset;
+  // Guarded mode only, set by each index build: why every request for this tag is refused
+  // (a guard::reason, 0: none), the bytes of the item it names, and the element its
+  // subscript names in an array of elementary values (counted from 1; 0: no subscript).
+  uint8_t guard_refusal;
+  uint32_t guard_extent;
+  uint32_t guard_element;
 };
 
 class offline_CTagTable_578 {

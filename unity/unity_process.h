@@ -85,7 +85,9 @@ class unity_process {
   // way: send_read builds and sends the request (false when it sent nothing; the session
   // then stands as read leaves it), receive_read waits for the reply and takes its values.
   // Call receive_read only after a send_read that returned true.
-  bool send_read(std::vector<read_comm>& items);
+  bool send_read(std::vector<read_comm>& items) { return send_read(items, items.size()); }
+  // The same for the first count items only.
+  bool send_read(std::vector<read_comm>& items, std::size_t count);
   int receive_read(std::vector<unsigned char>& values);
   int write(std::vector<read_comm> items);
   modbus_tcp_frame create_read_request(unsigned short transaction, unsigned char mode,
@@ -114,6 +116,19 @@ class unity_process {
   long send_bytes(const unsigned char* bytes, std::size_t size);
   // client_recv into reply_buffer_, which is left holding exactly the bytes received.
   void receive_reply();
+  // Guarded mode's receive (see unity_guarded.cpp): the reply that carries transaction id
+  // alone, gathered from its pieces within the one-second wait, into reply_buffer_; earlier
+  // requests' replies are passed over. Empty when it did not come.
+  void receive_matching(uint16_t id);
+  // Guarded: the one whole frame of id at the front of the held bytes (its size), after
+  // dropping any earlier request's; 0 while none is complete.
+  std::size_t take_matching(uint16_t id, std::size_t& held);
+  // Guarded: discards whatever waits in the socket before a request goes out.
+  void drain_stale();
+  // The reply for the current request: the guarded or the plain receive.
+  void receive_for_request();
+  // Guarded: receive_matching for the current request, as a copy.
+  std::vector<unsigned char> matching_reply();
 
   // Kept from one exchange to the next so that a warm read cycle allocates nothing: the
   // encoded read request (its used length is returned by the builder) and the reply.

@@ -2,6 +2,8 @@
 #include <array>
 #include <stdexcept>
 
+#include "guard/guard.h"
+#include "trace/trace.h"
 #include "unity/unity_process.h"
 #include "unity/unity_request.h"
 #include "wire/byte_cursor.h"
@@ -29,6 +31,11 @@ constexpr std::size_t max_read_item_size = 10;
 constexpr std::size_t max_write_item_size = 10;
 // Message byte holding the first item's code byte.
 constexpr std::size_t first_code_pos = 7;
+
+// The transaction id a reply carries (MBAP bytes 0..1, big-endian).
+unsigned reply_id(const receive_buffer& reply) {
+  return unsigned{reply[0]} << 8 | reply[1];
+}
 
 // Byte address of an item inside its block; only the low 24 bits of the base offset count.
 // Inline: the reads are at fixed positions of a fixed array, so their checks fold away.
@@ -80,10 +87,11 @@ std::size_t read_message_capacity(std::size_t item_count) {
 // returns its size. Marks single_element on one-element items of an EBOOL array type.
 std::size_t put_read_message(unsigned char* out, uint32_t table_address,
                              const std::map<unsigned short, data_type>& data_types,
-                             std::vector<read_comm>& items) {
+                             read_comm* items, std::size_t count) {
   wire::le_span_writer w(out);
-  w.u8(0x00).u8(read_variables).u32(table_address).u8(static_cast<uint8_t>(items.size()));
-  for (read_comm& item : items) {
+  w.u8(0x00).u8(read_variables).u32(table_address).u8(static_cast<uint8_t>(count));
+  for (read_comm* item_at = items; item_at != items + count; ++item_at) {
+    read_comm& item = *item_at;
     const uint32_t address = item_address(item);
     w.u8(read_item_code(item, data_types)).u8(item.location[0]).u8(item.location[1]).u8(0x01);
     w.u16(static_cast<uint16_t>(address >> 8));
@@ -104,7 +112,8 @@ std::size_t put_read_message(unsigned char* out, uint32_t table_address,
 modbus_tcp_frame unity_process::create_read_request(unsigned short transaction, unsigned char,
                                                     bool&, std::vector<read_comm>& items, bool&) {
   wire::bytes message(read_message_capacity(items.size()));
-  message.resize(put_read_message(message.data(), table_address, data_types, items));
+  message.resize(
+      put_read_message(message.data(), table_address, data_types, items.data(), items.size()));
   return unity_request(transaction, std::move(message));
 }
 
@@ -131,8 +140,8 @@ int unity_process::read(std::vector<read_comm>& items, std::vector<unsigned char
   return send_read(items) ? receive_read(values) : 0;
 }
 
-bool unity_process::send_read(std::vector<read_comm>& items) {
-  if (items.size() > max_items) return false;
+bool unity_process::send_read(std::vector<read_comm>& items, std::size_t count) {
+  if (count > max_items) return false;
   if (state == state_write_ok || state == state_read_ok) state = state_ready;
   if (state != state_ready) {
     state = state_failed;
@@ -140,10 +149,11 @@ bool unity_process::send_read(std::vector<read_comm>& items) {
   }
   // The same bytes as create_read_request(...).to_raw_data(), built in the session's kept
   // buffer (never shrunk, so only a larger request than any before allocates).
-  const std::size_t capacity = unity_header_size + read_message_capacity(items.size());
+  const std::size_t capacity = unity_header_size + read_message_capacity(count);
   if (request_buffer_.size() < capacity) request_buffer_.resize(capacity);
   const std::size_t size = put_read_message(request_buffer_.data() + unity_header_size,
-                                            table_address, data_types, items);
+                                            table_address, data_types, items.data(), count);
+  if (guard::on) drain_stale();
   put_unity_header(request_buffer_, transaction_counter, size);
   if (send_bytes(request_buffer_.data(), unity_header_size + size) == -1) {
     state = state_failed;
@@ -153,10 +163,21 @@ bool unity_process::send_read(std::vector<read_comm>& items) {
 }
 
 int unity_process::receive_read(std::vector<unsigned char>& values) {
-  receive_reply();
+  receive_for_request();
   const receive_buffer& reply = reply_buffer_;
-  if (reply.empty() || reply.at(reply_status_pos) != status_ok) {
+  if (trace::on && reply.size() >= 2 && reply_id(reply) != transaction_counter) {
+    trace::emit("late-reply",
+                "request_id=%u reply_id=%u late reply: the values are those of an earlier "
+                "request",
+                unsigned{transaction_counter}, unsigned{reply_id(reply)});
+  }
+  // Guarded: a reply too short for its status fails the round instead of raising.
+  if (reply.empty() || (guard::on && reply.size() <= reply_status_pos) ||
+      reply.at(reply_status_pos) != status_ok) {
     state = state_failed;
+    // Guarded: the next request carries another id than the one left unanswered, so
+    // that its late reply is told apart.
+    if (guard::on && reply.empty()) ++transaction_counter;
     return 0;
   }
   values.assign(reply.begin() + reply_values_pos, reply.end());
@@ -171,14 +192,20 @@ int unity_process::write(std::vector<read_comm> items) {
   bool expect_reply = true;
   const modbus_tcp_frame request =
       create_write_request(transaction_counter, 2, expect_reply, items);
+  if (guard::on) drain_stale();
   if (send_frame(request) == -1) return 0;
   if (!expect_reply) return 0;
-  const std::vector<unsigned char> reply = client_recv();
+  const std::vector<unsigned char> reply = guard::on ? matching_reply() : client_recv();
   if (reply.empty()) {
     state = state_write_no_reply;
+    if (guard::on) ++transaction_counter;
     return 0;
   }
   int result = 0;
+  if (guard::on && reply.size() <= reply_values_pos) {
+    ++transaction_counter;
+    return 0;
+  }
   if (reply.at(reply_status_pos) == status_ok && reply.at(reply_values_pos) == 1) {
     result = 1;
     state = state_write_ok;

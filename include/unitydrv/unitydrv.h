@@ -287,20 +287,27 @@ enum {
  *      read whatever lies there now, with status 0 (variables that moved follow).
  *      Recipe: after a program download, CloseDevice, then StartDeviceEx and the handshake
  *      again. [program-change variable=... gone=1]
+ *      Guarded mode: a new download replaces the dictionary; the removed variable's tags
+ *      are refused.
  *   2. The address. GetInitCmdEx2 connects to the address of the last InitEx, whichever
  *      device it was for. With two controllers, a reconnect of device A after an InitEx for
  *      B reads B's values as A's. Recipe: call InitEx with this device's address before
  *      every GetInitCmdEx2, reconnects included. [reconnect ... changed=1]
+ *      Guarded mode: a device keeps the address of its first connect that succeeded.
  *   3. Subscripts in a tag name on an array of structures step by the element's size from
  *      the array's start, whatever its declared low bound: with ARRAY[1..3] OF PUMP,
  *      Pumps[1].Speed is the second element and Pumps[3].Speed lies past the array, in the
  *      variable behind it. Recipe: count structure-array subscripts from 0 (Pumps[0] is the
  *      first element) and keep them below the element count. [extent tag=...]
+ *      Guarded mode: a subscript below 0 or at or past the element count, and any tag
+ *      whose bytes leave its variable, are refused (subscripts still count from 0).
  *   4. Elements of an array tag are the host's: the driver reads element_count elements
  *      from array_index on without checking them against the array's bounds, and a
  *      subscript on the whole tag name ("Levels[3]") is dropped. Recipe: name the array
  *      in the tag file, select the element with array_index (counted from 0) and keep
  *      array_index + element_count within the array. [subscript tag=...]
+ *      Guarded mode: a request past the array is refused, and a tag named "Levels[3]" is
+ *      served only with the array_index of the element declared so (2 for ARRAY[1..8]).
  *   5. Tags that do not resolve, and tag numbers past the table. A name that is not in the
  *      dictionary resolves to nothing and is not reported; a tag number past the tag file's
  *      table reads as such a tag. So does every tag of a device whose tag file is missing:
@@ -309,6 +316,25 @@ enum {
  *      Recipe: check the tag file against the controller before going on site (panelhost
  *      tags check, or the trace's unresolved lines) and keep tag numbers below its count.
  *      [StartDeviceEx ... error=, unresolved tag=..., tag-past-table]
+ *      Guarded mode: such a position is refused; a malformed name refuses that tag only.
+ *   6. A late reply. A reply that comes after the one-second wait stays in the socket, and
+ *      an unanswered read leaves the transaction id where it was: after a round reported
+ *      status 2, the next round on the same connection may take that late reply, and
+ *      deliver an earlier request's values with status 0. Recipe: after a round with
+ *      status 2, call Timeout first (then InitEx and GetInitCmdEx2) so that the next
+ *      round starts on a new connection. [late-reply request_id=... reply_id=...]
+ *      Guarded mode: the id is stepped after an unanswered exchange and only the reply
+ *      that carries the request's id is taken; stale bytes are discarded before a request.
+ *   7. More than 255 requests in one OutputFilterEx read. Nothing is sent, and the next
+ *      InputFilterEx delivers the values of an earlier round with status 0 (see Limits).
+ *      Recipe: split larger reads into calls of at most 255 requests and 2,038 value
+ *      bytes. [too-many-requests requests=...]
+ *      Guarded mode: every position of such a call fails, as does one of more than 2,038
+ *      value bytes, and a request whose values run past its result slot ahead of others.
+ *   8. Guarded mode also fails every round of a device that is not ready (its dictionary
+ *      download or index build failed), sends a bit write inside a word to the
+ *      controller (read, change the bit, write back) and writes 1-byte types (SINT,
+ *      BYTE, USINT) with one value byte per element.
  *
  *   Exceptions, per entry point (all of them from the standard library):
  *     StartDeviceEx             std::bad_alloc (no handle is stored)
@@ -320,6 +346,9 @@ enum {
  *                               point 5, a cut or split reply, more values than one reply
  *                               carries), std::bad_alloc
  *     the others                nothing
+ *   In guarded mode none of them leaves an entry point: the round fails (status 2, code
+ *   10 on every position), GetInitCmdEx2 reports code 10, CheckInitCmdResponseEx2
+ *   returns 0, StartDeviceEx returns 0.
  *   A C++ host calls these inside try/catch (std::exception). A host in C cannot catch: the
  *   exception ends the process (std::terminate). It calls them through a small C++ shim
  *   that catches, calls Timeout(0, handle) and returns an error code; the host then treats
@@ -343,6 +372,14 @@ enum {
  * the order they were started), the event and its figures as key=value. With the trace
  * off or on the host gets the same results and records and the controller the same bytes;
  * exceptions are traced and leave unchanged. Off, it costs one test per event.
+ */
+
+/*
+ * Guarded mode. UNITYDRV_GUARD=1 in the host's environment, read once when the library is
+ * loaded, turns it on (the trace says "guarded mode=on"). The driver then refuses, with
+ * result_status 2 and result_code 10, each request position whose value it cannot vouch
+ * for (the points above), serves the other positions of the round, and lets no exception
+ * leave an entry point. Off, every result, record byte and wire byte is as described above.
  */
 
 /* Description (callable at any time). */

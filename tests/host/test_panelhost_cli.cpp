@@ -263,6 +263,41 @@ TEST_F(PanelhostCli, CheckGivesEachMistakeItsReason) {
   }
 }
 
+// tags check --guard: the tag behind a name the driver cannot read resolves in guarded
+// mode, and the refusals say so.
+TEST_F(PanelhostCli, GuardReportsWhatGuardedModeRefuses) {
+  const std::string args = "tags check " + dir + "/unreadable.tags --offline " + k_commissioning;
+  const run_result plain = run(args + " --json");
+  const run_result guarded = run(args + " --json --guard");
+  EXPECT_EQ(guarded.status, 1);
+  const auto reason_of = [](const std::string& output, std::size_t i) {
+    const std::size_t from = output.find('{');
+    const auto doc = nlohmann::json::parse(output.substr(from, output.rfind('}') + 1 - from));
+    return doc["tags"][i].value("reason", std::string("resolved"));
+  };
+  EXPECT_EQ(reason_of(plain.output, 2), "not resolved") << plain.output;
+  EXPECT_EQ(reason_of(guarded.output, 2), "resolved") << guarded.output;
+  EXPECT_NE(guarded.output.find("guarded mode refuses it: malformed name"), std::string::npos)
+      << guarded.output;
+}
+
+// read --guard loads the library in guarded mode, as its trace says.
+TEST_F(PanelhostCli, GuardLoadsTheLibraryInGuardedMode) {
+  for (const bool guard : {false, true}) {
+    FILE* p = popen(("env -u UNITYDRV_GUARD UNITYDRV_TRACE=stderr " + k_host + " read" + plc +
+                     "Counter" + (guard ? " --guard" : "") + " 2>&1")
+                        .c_str(),
+                    "r");
+    ASSERT_NE(p, nullptr);
+    std::string output;
+    std::array<char, 4096> buf;
+    while (std::fgets(buf.data(), buf.size(), p)) output += buf.data();
+    EXPECT_EQ(pclose(p), 0) << output;
+    EXPECT_EQ(output.find("guarded mode=on") != std::string::npos, guard) << output;
+    EXPECT_NE(output.find("-42"), std::string::npos) << output;
+  }
+}
+
 // Exporting, building a tag file from the export and checking it must resolve every tag.
 TEST_F(PanelhostCli, ExportBuildCheckRoundTrips) {
   for (const std::string& source : {plc, " --offline " + k_plant + " "}) {

@@ -8,6 +8,7 @@
 #include <new>
 #include <vector>
 
+#include "guard/guard.h"
 #include "tests/driver/host_paths_fixture.h"
 #include "tools/common/loopback_peer.h"
 
@@ -72,6 +73,39 @@ class ReadCycle : public host_paths::device_test {
 
   std::unique_ptr<harness::scripted_peer> peer_;
 };
+
+// Guarded mode checks each request against its tag's verdict and takes the reply by its
+// transaction id: a warm cycle allocates nothing there either.
+class GuardedReadCycle : public ReadCycle {
+ protected:
+  void SetUp() override { guard::on = true; }
+  void TearDown() override {
+    guard::on = false;
+    ReadCycle::TearDown();
+  }
+};
+
+TEST_F(GuardedReadCycle, WarmCycleAllocatesNothing) {
+  const std::vector<request_desc> wanted = ints(100);
+  std::vector<std::string> names;
+  for (std::size_t i = 0; i < wanted.size(); ++i) names.push_back("T" + std::to_string(i));
+  load(names, 0);
+  for (uint32_t i = 0; i < names.size(); ++i) {
+    resolve(i, 4, 5, 1, 2 * i);
+    device_->tag_table.Get(i)->guard_extent = 2;  // one INT
+  }
+  device_->tag_table.Get(7)->guard_refusal = guard::unknown_variable;
+  device_->guarded.ready = true;
+  answer_with(198);
+  auto req = requests(wanted);
+  host_records::input_round in = round(wanted.size());
+  cycle(req, in.results, in.infos);
+  for (int k = 0; k < 3; ++k) EXPECT_EQ(cycle(req, in.results, in.infos), 0u);
+  EXPECT_EQ(in.results[7].result_status, 2);
+  EXPECT_EQ(in.results[8].result_status, 0);
+  EXPECT_EQ(in.results[8].result_words[0], 0x100F);  // bytes 15, 16: the eighth item sent
+  EXPECT_EQ(device_->session.state, unity_process::state_read_ok);
+}
 
 TEST_F(ReadCycle, WarmCycleAllocatesNothing) {
   const cycle_case cases[] = {

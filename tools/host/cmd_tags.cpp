@@ -5,6 +5,8 @@
 #include <iomanip>
 #include <iostream>
 
+#include "guard/guard.h"
+#include "tag_index/guarded_index.h"
 #include "tag_index/tag_table.h"
 #include "tools/common/tag_file_writer.h"
 #include "tools/host/commands.h"
@@ -121,6 +123,28 @@ void print_check_tables(const std::vector<std::string>& names, const std::vector
   failed.print(std::cout);
 }
 
+// tags check --guard: what the driver in guarded mode refuses, from the same index build and
+// verdict as the loaded library (guard::on here, in this process), and the one array_index
+// that it serves a subscripted element of an elementary array with.
+void add_guarded_verdicts(offline_CTagTable_578& table, const dictionary& dict,
+                          std::vector<checked_tag>& checked) {
+  guarded_index::judge(table, dict.tables, dict.struct_members, dict.data_types);
+  for (uint32_t i = 0; i < table.tag_count && i < checked.size(); ++i) {
+    const tag_entry& entry = *table.Get(i);
+    tag_check& check = checked[i].check;
+    if (entry.guard_refusal != guard::served) {
+      const std::string reason = guard::reason_text(entry.guard_refusal);
+      check.message = check.ok() ? "guarded mode refuses it: " + reason
+                                 : check.message + " (guarded mode refuses it: " + reason + ")";
+      if (check.ok()) check.fault = tag_fault::guarded;
+    } else if (entry.guard_element != 0) {
+      check.notes.push_back("guarded mode serves it with array_index " +
+                            std::to_string(entry.guard_element - 1) +
+                            " and one element only (the declared subscript)");
+    }
+  }
+}
+
 }  // namespace
 
 dictionary load_dictionary(const connection_options& conn) {
@@ -178,6 +202,8 @@ int run_tags_check(const connection_options& conn, const std::string& file, uint
   const dictionary dict = load_dictionary(conn);
   offline_CTagTable_578 table;
   table.Read(file.c_str(), offset);
+  // Guarded, the build goes on past a name it cannot read.
+  guard::on = conn.guard;
   const std::optional<uint32_t> stop = resolve_as_driver(table, dict);
   const tag_checker checker(dict);
   std::vector<checked_tag> checked;
@@ -188,8 +214,9 @@ int run_tags_check(const connection_options& conn, const std::string& file, uint
         check_one(checker, names[i], *table.Get(static_cast<uint32_t>(i)), table.wide_names != 0));
     explain_stop(checked.back().check, static_cast<uint32_t>(i), stop,
                  stop ? names.at(*stop) : std::string());
-    bad += checked.back().check.ok() ? 0 : 1;
   }
+  if (conn.guard) add_guarded_verdicts(table, dict, checked);
+  for (const checked_tag& c : checked) bad += c.check.ok() ? 0 : 1;
   if (as_json) {
     print_check_json(names, checked, dict);
   } else {

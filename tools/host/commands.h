@@ -14,6 +14,7 @@ struct connection_options {
   std::string plc;      // dotted IPv4 address
   bool offline = false;
   std::string offline_project;  // --offline PROJECT.json: types from a simulator project
+  bool guard = false;           // --guard: the driver in guarded mode (UNITYDRV_GUARD=1)
 };
 
 struct export_options;

@@ -1,5 +1,6 @@
 // panelhost: drives libunitydrv.so the way an operator panel does, from the command line.
 #include <CLI/CLI.hpp>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -47,6 +48,13 @@ void add_offline(CLI::App* cmd, connection_options& conn, CLI::Option* plc,
   offline_options.push_back(offline);
 }
 
+void add_guard(CLI::App* cmd, connection_options& conn) {
+  cmd->add_flag("--guard", conn.guard,
+                "guarded mode (UNITYDRV_GUARD=1): the driver refuses, with status 2, every tag "
+                "whose value it cannot vouch for, instead of delivering another variable's or an "
+                "old value");
+}
+
 void add_access(CLI::App* cmd, connection_options& conn, selection_options& sel) {
   add_offline(cmd, conn, add_connection(cmd, conn, false),
               "no controller: the driver keeps written values for this process only; "
@@ -56,6 +64,7 @@ void add_access(CLI::App* cmd, connection_options& conn, selection_options& sel)
   // One NAME=TYPE per --type, so that the tag names after it stay names.
   cmd->add_option("--type", sel.types, "NAME=TYPE: PLC type of a tag (INT, REAL, STRING[20] ...)")
       ->allow_extra_args(false);
+  add_guard(cmd, conn);
   cmd->add_option("--index", sel.index, "first array element");
   auto* count = cmd->add_option("--count", sel.count, "number of elements");
   // The driver reads as many words as bits, so a bit read takes one bit.
@@ -102,7 +111,12 @@ int main(int argc, char** argv) {
   app.footer(
       "Exit status: 0 success; 1 a failure at run time (controller unreachable, a read failed, "
       "a tag unresolved or refused, a value read back differs from the one written); 2 a usage "
-      "error (a bad option, a missing argument, an address that is not dotted IPv4).");
+      "error (a bad option, a missing argument, an address that is not dotted IPv4).\n"
+      "Guarded mode: read, write and watch take --guard, which loads the driver with "
+      "UNITYDRV_GUARD=1: it then refuses (status 2) each tag whose value it cannot vouch for "
+      "(an unresolved name, a subscript or elements outside the array, a late or cut reply, a "
+      "device not ready ...) instead of delivering another variable's value or an old one; "
+      "tags check --guard reports what it refuses.");
   connection_options conn;
   conn.library = default_library();
   selection_options sel;
@@ -134,6 +148,7 @@ int main(int argc, char** argv) {
   check->add_option("FILE", file)->required();
   check->add_option("--offset", offset, "bytes before the tag file");
   check->add_flag("--json", as_json, "JSON output");
+  check->add_flag("--guard", conn.guard, "also report what the driver refuses in guarded mode");
 
   auto* read = app.add_subcommand("read", "read tags and print their values");
   add_access(read, conn, sel);
@@ -172,6 +187,8 @@ int main(int argc, char** argv) {
     if (build->parsed()) return run_tags_build(list, out, wide, offset);
     if (show->parsed()) return run_tags_list(file, offset);
     if (int rc = check_plc(conn)) return rc;
+    // The library reads the mode once, when it is loaded: set before any command loads it.
+    if (conn.guard) ::setenv("UNITYDRV_GUARD", "1", 1);
     // "--offline Name" took a tag name for the project; a project is a .json file.
     const std::string& project = conn.offline_project;
     if (!project.empty() && (project.size() < 5 || project.substr(project.size() - 5) != ".json")) {

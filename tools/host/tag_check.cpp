@@ -127,6 +127,8 @@ const char* fault_name(tag_fault fault) {
       return "outside its variable";
     case tag_fault::unresolved:
       return "not resolved";
+    case tag_fault::guarded:
+      return "refused in guarded mode";
   }
   return "?";
 }

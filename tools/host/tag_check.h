@@ -27,6 +27,7 @@ enum class tag_fault {
   needs_subscript,          // an array of structures without a subscript
   outside_variable,         // the driver's bytes lie outside the variable
   unresolved,               // the name checks out but the driver did not resolve it
+  guarded,                  // guarded mode (tags check --guard) refuses it
 };
 
 // Short stable text of a fault kind ("unknown variable", ...), as --json reports it.
