@@ -21,8 +21,8 @@ const char* const point_download =
     "1 program download (a variable read where the earlier program had it)";
 const char* const point_unresolved = "5 tag that does not resolve";
 const char* const point_late =
-    "late reply (a reply not to this request taken as its values: one read is one reply, in "
-    "one piece)";
+    "6 late reply (a reply not to this request left in the socket, here duplicated, split or "
+    "stalled, taken by the next read; one read is one reply, received in one piece)";
 
 // Every entry point returns within 1.1 s per exchange and 0.1 s for a connect.
 double bound_ms(uint64_t exchanges, bool connects) {
@@ -139,7 +139,7 @@ void soak_device::start() {
 }
 
 // InitEx with this device's address before every GetInitCmdEx2 (recipe 2) in the default
-// mode; guarded, only before the first.
+// mode; guarded, only before the first of each device, as the calling order has it.
 void soak_device::initialise() {
   ++t_.inits;
   if (!t_.guarded || !ever_initialised_) {
@@ -186,6 +186,7 @@ void soak_device::close() {
   void* handle = handle_;
   handle_ = nullptr;
   state_ = state::stopped;
+  ever_initialised_ = false;  // a new device gets InitEx before its first GetInitCmdEx2
   timed("CloseDevice", false, [&] { api_.CloseDevice(0, handle); });
   state_ = state::stopped;
 }

@@ -13,8 +13,11 @@ void tally::fail(const std::string& what, const std::deque<std::string>& last_ev
   std::string text = "FAILURE (seed " + std::to_string(seed) + ", " +
                      (guarded ? "guarded" : "default") + " mode): " + what + "\n  last events:";
   for (const std::string& e : last_events) text += "\n    " + e;
-  if (failures.size() < failures_printed) std::cerr << text << std::endl;
-  failures.push_back(what);
+  ++failure_count;
+  if (failures.size() < failures_printed) {
+    std::cerr << text << std::endl;
+    failures.push_back(what);
+  }
 }
 
 }  // namespace chaos

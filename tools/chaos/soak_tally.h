@@ -28,7 +28,8 @@ struct tally {
   std::vector<int> recover_steps;  // per device and quiet phase
   int recover_bound = 0;
   uint64_t not_recovered = 0;
-  std::vector<std::string> failures;  // each with the seed and the device's last events
+  uint64_t failure_count = 0;
+  std::vector<std::string> failures;  // the first ones (each printed with the last events)
   long fds_before = 0, fds_after = 0, heap_before = 0, heap_after = 0;
   std::map<std::string, uint64_t> events;  // controller events and faults by kind
 
