@@ -40,21 +40,39 @@ struct world {
   call_watch watch;
   std::atomic<int> current{-1};  // the device whose call is in progress
   std::mutex seen_mu;            // faults the proxies applied, for the host thread
-  std::vector<std::pair<int, std::string>> seen;
+  struct proxy_seen {
+    int device;
+    std::string kind;
+    std::size_t controller;
+  };
+  std::vector<proxy_seen> seen;
   std::atomic<bool> running{true};
   corpus_recorder corpus;
 
-  void proxy_event(const std::string& event) {
-    if (event.rfind("fault ", 0) != 0) return;
-    const std::string kind = event.substr(6, event.find(' ', 6) - 6);
+  // Faults and connects the proxies saw, handed to the device whose call was in progress.
+  void proxy_event(std::size_t controller_index, const std::string& event) {
+    std::string kind;
+    if (event.rfind("fault ", 0) == 0) {
+      kind = event.substr(6, event.find(' ', 6) - 6);
+    } else if (event == "connection accepted") {
+      kind = "connected";
+    } else {
+      return;
+    }
     std::lock_guard<std::mutex> lock(seen_mu);
-    seen.emplace_back(current.load(), kind);
+    seen.push_back({current.load(), kind, controller_index});
   }
 
   void deliver_seen() {
     std::lock_guard<std::mutex> lock(seen_mu);
-    for (const auto& [device, kind] : seen) {
-      if (device >= 0) devices[static_cast<std::size_t>(device)]->fault_seen(kind);
+    for (const proxy_seen& e : seen) {
+      if (e.device < 0) continue;
+      soak_device& d = *devices[static_cast<std::size_t>(e.device)];
+      if (e.kind == "connected") {
+        d.connected_to(controllers[e.controller].get());
+      } else {
+        d.fault_seen(e.kind);
+      }
     }
     seen.clear();
   }
@@ -157,8 +175,8 @@ struct world {
 
 void set_up(world& w, const std::string& tag_path) {
   const plcsim::project plant = original_program(w.options.source_dir);
-  auto sink = [&w](const std::string& e) { w.proxy_event(e); };
   for (int i = 0; i < 2; ++i) {
+    auto sink = [&w, i](const std::string& e) { w.proxy_event(static_cast<std::size_t>(i), e); };
     auto replies = [&w, i](uint64_t connection, const bytes& frame) {
       if (!w.options.corpus_dir.empty()) w.corpus.reply(i, connection, frame);
     };

@@ -63,6 +63,12 @@ void soak_device::note(const std::string& event) {
   if (last_.size() > kept_events) last_.pop_front();
 }
 
+void soak_device::connected_to(const controller* c) {
+  if (c == &ctl_) return;
+  note("connected to the other controller");
+  t_.fail("device " + std::to_string(id_) + " connected to the other controller", last_);
+}
+
 void soak_device::fault_seen(const std::string& kind) {
   taint_.insert(kind);
   note("proxy: " + kind);

@@ -38,6 +38,8 @@ class soak_device {
   // The faults stopped: what the device served before proves nothing any more.
   void faults_stopped() { last_round_right_ = false; }
   void fault_seen(const std::string& kind);
+  // A connection of this device reached a controller: its own, or a failure.
+  void connected_to(const controller* c);
   void note(const std::string& event);
   int id() const { return id_; }
   const std::deque<std::string>& last_events() const { return last_; }
