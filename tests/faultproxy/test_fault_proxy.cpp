@@ -117,6 +117,7 @@ TEST_F(FaultProxy, RelaysRequestsAndRepliesUnchangedWithoutAPlan) {
     ask(t);
     EXPECT_EQ(whole_reply(), frame(t, reply_payload));
   }
+  EXPECT_EQ(proxy.requests(), 3u);
   EXPECT_EQ(proxy.replies(), 3u);
   EXPECT_EQ(proxy.connections(), 1u);
   for (kind k : faultproxy::all_kinds()) EXPECT_EQ(proxy.faults(k), 0u) << faultproxy::name_of(k);
