@@ -20,6 +20,15 @@ struct guarded_device {
   // position. Grown, never shrunk: a warm cycle allocates nothing.
   std::vector<uint8_t> refusals;
   std::vector<uint16_t> positions;
+  std::size_t refused = 0;  // positions of the last read refused
+  // The requests of the last read that served every position, checked against the tag
+  // index of build `checked_generation`, and their value bytes: a cycle that repeats them
+  // needs no checks. generation counts the index builds.
+  std::vector<tag_ref> refs;
+  uint32_t generation = 0;
+  uint32_t checked_generation = 0;
+  std::size_t value_bytes = 0;
+  bool all_served = false;
 };
 
 struct device_context {

@@ -10,28 +10,8 @@ namespace guarded_requests {
 namespace {
 
 constexpr std::size_t max_requests = 255;
-constexpr std::size_t area_bytes = sizeof(result_slot::data);
 
 }  // namespace
-
-uint8_t position_refusal(const device_context& device, const tag_ref& ref,
-                         const offline_stTag_578& tag, uint16_t n, bool last) {
-  const offline_CTagTable_578& table = device.tag_table;
-  if (ref.tag_index >= table.tag_count) return guard::no_such_tag;
-  const tag_entry& entry = table.entries[ref.tag_index];
-  if (entry.guard_refusal != guard::served) return entry.guard_refusal;
-  const uint64_t a = tag.request_word;
-  if (entry.guard_element != 0 && (a + 1 != entry.guard_element || n > 1)) {
-    return guard::other_element;
-  }
-  const uint64_t size = wire::element_size(tag.request_byte);
-  if (size * (a + n) > entry.guard_extent) return guard::past_the_array;
-  // A position's values longer than its slot's area run on into the slots behind it,
-  // which the positions there then overwrite.
-  const std::size_t units = std::size_t{n} * wire::result_units(tag.request_byte);
-  if (!last && 2 * units > area_bytes) return guard::slot_overrun;
-  return guard::served;
-}
 
 uint8_t round_refusal(const device_context& device, int count) {
   if (!device.guarded.ready) return guard::not_ready;

@@ -8,17 +8,48 @@
 #include <vector>
 
 #include "driver/device_context.h"
+#include "guard/guard.h"
+#include "tag_index/result_slots.h"
 #include "unitydrv/unitydrv.h"
+#include "wire/plc_types.h"
 
 namespace guarded_requests {
 
 // A read reply holds 2,048 bytes: 10 of header and status, the rest values.
 constexpr std::size_t max_value_bytes = 2038;
 
-// Why a read request position is refused (a guard::reason), 0 when it is served. tag is
-// the working tag filled from the request; n its element count; last: no position follows.
-uint8_t position_refusal(const device_context& device, const tag_ref& ref,
-                         const offline_stTag_578& tag, uint16_t n, bool last);
+// Bytes of a result slot's data area.
+constexpr std::size_t area_bytes = sizeof(result_slot::data);
+
+// Why a read request position is refused (a guard::reason), 0 when it is served: against
+// the table's entries (tag_count of them). tag is the working tag filled from the request,
+// size the element size of its type; n its element count; last: no position follows.
+// Inline: it runs for every request of a guarded read cycle.
+inline uint8_t position_refusal(const tag_entry* entries, uint32_t tag_count, const tag_ref& ref,
+                                const offline_stTag_578& tag, unsigned size, uint16_t n,
+                                bool last) {
+  if (ref.tag_index >= tag_count) return guard::no_such_tag;
+  const tag_entry& entry = entries[ref.tag_index];
+  if (entry.guard_refusal != guard::served) return entry.guard_refusal;
+  const uint64_t a = tag.request_word;
+  if (entry.guard_element != 0 && (a + 1 != entry.guard_element || n > 1)) {
+    return guard::other_element;
+  }
+  if (size * (a + n) > entry.guard_extent) return guard::past_the_array;
+  // A position's values longer than its slot's area run on into the slots behind it,
+  // which the positions there then overwrite. An element takes at most four units.
+  if (n > area_bytes / 8 && !last &&
+      2 * std::size_t{n} * wire::result_units(tag.request_byte) > area_bytes) {
+    return guard::slot_overrun;
+  }
+  return guard::served;
+}
+
+inline uint8_t position_refusal(const device_context& device, const tag_ref& ref,
+                                const offline_stTag_578& tag, uint16_t n, bool last) {
+  return position_refusal(device.tag_table.entries, device.tag_table.tag_count, ref, tag,
+                          wire::element_size(tag.request_byte), n, last);
+}
 
 // Why the whole read of count requests fails before any is looked at, or 0.
 uint8_t round_refusal(const device_context& device, int count);

@@ -33,6 +33,7 @@ bool build_index(device_context& device, bool again) {
                                      failure, again);
     }
   };
+  if (guard::on) ++device.guarded.generation;  // the verdicts of earlier reads no longer stand
   try {
     device.tag_table.setup_memory_index_in_place(s.tables, s.struct_members);
     if (guard::on) guarded_index::judge(device.tag_table, s.tables, s.struct_members, s.data_types);

@@ -36,7 +36,7 @@ void tag_driver_offline_578::on_line_inputFilter(device_context& device, _input_
     return;
   }
   if (infos[0].info_valid == 0 || count < 1) return;
-  if (guard::on) {
+  if (guard::on && device.guarded.refused != 0) {
     device.tag_table.slots.deliver_except(results, infos, count, device.guarded.refusals);
     return;
   }

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # One benchmark run, all figures from the same release build: runs every bench/micro_*
 # program and e2e_bench with JSON output into build/release/bench-results/, counts
-# instructions under callgrind (read cycles, mixed cycle, handshake), writes the tables with
+# instructions under callgrind (read cycles, mixed cycle, handshake; the 100-tag cycle also
+# with the trace on and in guarded mode, whose wall-clock cycle is timed too), writes the tables with
 # the date, the machine and the load average to figures.md and draws read_cycle.png.
 #
 #   scripts/bench.sh            figures into build/release/bench-results/
@@ -32,6 +33,9 @@ for name in $micro; do
   "build/release/bench/$name" --benchmark_out="$out/$name.json" --benchmark_out_format=json
 done
 build/release/bench/e2e_bench --benchmark_out="$out/e2e_bench.json" --benchmark_out_format=json
+# The 100-tag read cycle once more in guarded mode, in the same run.
+UNITYDRV_GUARD=1 build/release/bench/e2e_bench --benchmark_filter='BM_read_cycle/100/' \
+  --benchmark_out="$out/e2e_bench_guarded.json" --benchmark_out_format=json
 
 if command -v valgrind >/dev/null; then
   valgrind --tool=callgrind --instr-atstart=no --separate-threads=yes \
@@ -57,6 +61,13 @@ if command -v valgrind >/dev/null; then
   rm -f "$trace_log"
   for f in "$out"/callgrind-trace.out.*-01; do
     echo "driver_cycle_100_trace_on: $(sed -n 's/^totals: //p' "$f") instructions"
+  done | tee -a "$out/callgrind.txt"
+  # And in guarded mode (UNITYDRV_GUARD=1): the same cycle with every request checked.
+  UNITYDRV_GUARD=1 valgrind --tool=callgrind --instr-atstart=no --separate-threads=yes \
+    --callgrind-out-file="$out/callgrind-guarded.out" build/release/bench/e2e_bench --callgrind cycle \
+    2>/dev/null | sed 's/driver_cycle_100/driver_cycle_100_guarded/' | tee -a "$out/allocations.txt"
+  for f in "$out"/callgrind-guarded.out.*-01; do
+    echo "driver_cycle_100_guarded: $(sed -n 's/^totals: //p' "$f") instructions"
   done | tee -a "$out/callgrind.txt"
 else
   echo "callgrind skipped: valgrind is missing (scripts/install-deps.sh)" >&2

@@ -66,6 +66,13 @@ def instruction_table(counts, runs, functions):
         c = counts["driver_cycle_100_trace_on"]
         out.append(f"| the same cycle with the driver trace on (`UNITYDRV_TRACE`, to a file) | "
                    f"{c:,} | {c / 100:.0f} per tag |")
+    if "driver_cycle_100_guarded" in counts:
+        c = counts["driver_cycle_100_guarded"]
+        more = ""
+        if "driver_cycle_100" in counts:
+            more = f" ({(c / counts['driver_cycle_100'] - 1) * 100:+.1f}% against the default)"
+        out.append(f"| the same cycle in guarded mode (`UNITYDRV_GUARD=1`){more} | "
+                   f"{c:,} | {c / 100:.0f} per tag |")
     if "floor_cycle_100" in counts:
         out.append(f"| bare-socket exchange of the same bytes | {counts['floor_cycle_100']:,} | |")
     mixed = rows_named(runs, "BM_mixed_cycle")
@@ -121,6 +128,22 @@ def memory_table(runs):
     return out
 
 
+def guarded_table(results, runs):
+    """The 100-tag read cycle of the default run beside the same cycle in guarded mode."""
+    path = os.path.join(results, "e2e_bench_guarded.json")
+    if not os.path.exists(path):
+        return []
+    out = ["| 100-tag read cycle | driver min | driver median | allocations per cycle |",
+           "|---|---|---|---|"]
+    for label, rows in (("default", rows_named(runs, "BM_read_cycle/100")),
+                        ("guarded (`UNITYDRV_GUARD=1`)", rows_named(load(path), "BM_read_cycle/100"))):
+        for r in rows:
+            if int(r["tags"]) == 100:
+                out.append(f"| {label} | {us(r['driver_min_us'])} | {us(r['driver_us'])} | "
+                           f"{r['driver_allocations_per_cycle']:g} |")
+    return out
+
+
 def mixed_table(runs):
     out = []
     for r in rows_named(runs, "BM_mixed_cycle"):
@@ -155,6 +178,7 @@ def main():
         [run],
         instruction_table(counts, runs, functions),
         read_cycle_table(runs),
+        guarded_table(results, runs),
         mixed_table(runs),
         handshake_table(runs),
         memory_table(runs),

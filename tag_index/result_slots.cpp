@@ -56,8 +56,8 @@ uint16_t bit_unit(uint8_t byte) {
 // Unpacks the reply bytes of one request into a data area; advances the reader past them
 // and returns how many bytes of the area it wrote (all of them, save the high bytes of a
 // string's units).
-std::size_t unpack(uint8_t* area, std::size_t room, uint8_t type, const read_comm& item,
-                   wire::le_reader& in) {
+[[gnu::always_inline]] inline std::size_t unpack(uint8_t* area, std::size_t room, uint8_t type,
+                                                 const read_comm& item, wire::le_reader& in) {
   wire::bounded_le_writer out(area, room);
   const unsigned count = item.count;
   // One type per request: its size is looked up once, not per element.
@@ -130,53 +130,54 @@ void result_slots::post_heads() {
   for (std::size_t i = 0, n = heads_.size(); i < n; ++i) put_head(block[i], heads[i]);
 }
 
-// Unpacks the values of item into slot j's area, its head being head.
-inline void result_slots::fill_one(std::size_t j, const slot_head& head, const read_comm& item,
-                                   std::size_t values_size, wire::le_reader& in) {
+// Unpacks the values of items[0..count) in reply order into the slots position_of(k)
+// gives, each typed by its planned head.
+template <typename PositionOf>
+void result_slots::fill_in_order(const read_comm* item_at, std::size_t count,
+                                 PositionOf position_of, const std::vector<unsigned char>& values) {
+  // Held in locals: the byte stores into the block may alias anything reached through this.
   result_slot* const block = block_.data();
+  const slot_head* const heads = heads_.data();
   uint16_t* const written = written_.data();
-  const std::size_t left = values_size > in.pos() ? values_size - in.pos() : 0;
-  const std::size_t room = fill_room(left);
-  const uint8_t type = head.type_code;
-  uint8_t* const area = area_of(block, j);
-  // A string's fill writes only the low byte of each unit, and a reply too short for a
-  // request stops its fill part way with out_of_range: both clear the whole area first,
-  // and the short one counts all its room as written.
-  const bool whole = std::size_t{item.count} * wire::element_size(type) <= left;
-  if (!whole && trace::on) {
-    trace::emit("short-reply",
-                "request=%zu type=%u elements=%u value_bytes_left=%zu (std::out_of_range "
-                "follows)",
-                j, unsigned{type}, unsigned{item.count}, left);
-  }
-  if (type == UNITYDRV_TYPE_STRING || !whole) clear(area, written[j]);
-  if (!whole) note_written(j, room);
-  const std::size_t length = unpack(area, room, type, item, in);
-  if (length >= cleared_bytes) {
-    note_written(j, length);
-  } else {
-    clear_behind(area, written[j], length);
+  wire::le_reader in(values);
+  for (std::size_t k = 0; k < count; ++k) {
+    const std::size_t j = position_of(k);
+    const std::size_t left = values.size() > in.pos() ? values.size() - in.pos() : 0;
+    const std::size_t room = fill_room(left);
+    const uint8_t type = heads[j].type_code;
+    uint8_t* const area = area_of(block, j);
+    // A string's fill writes only the low byte of each unit, and a reply too short for a
+    // request stops its fill part way with out_of_range: both clear the whole area first,
+    // and the short one counts all its room as written.
+    const bool whole = std::size_t{item_at[k].count} * wire::element_size(type) <= left;
+    if (!whole && trace::on) {
+      trace::emit("short-reply",
+                  "request=%zu type=%u elements=%u value_bytes_left=%zu (std::out_of_range "
+                  "follows)",
+                  j, unsigned{type}, unsigned{item_at[k].count}, left);
+    }
+    if (type == UNITYDRV_TYPE_STRING || !whole) clear(area, written[j]);
+    if (!whole) note_written(j, room);
+    const std::size_t length = unpack(area, room, type, item_at[k], in);
+    if (length >= cleared_bytes) {
+      note_written(j, length);
+    } else {
+      clear_behind(area, written[j], length);
+    }
   }
 }
 
 void result_slots::fill(const std::vector<read_comm>& items,
                         const std::vector<unsigned char>& values) {
-  // Held in locals: the byte stores into the block may alias anything reached through this.
-  const slot_head* const heads = heads_.data();
-  const read_comm* const item_at = items.data();
-  const std::size_t count = heads_.size();
-  wire::le_reader in(values);
-  for (std::size_t j = 0; j < count; ++j) fill_one(j, heads[j], item_at[j], values.size(), in);
+  fill_in_order(
+      items.data(), heads_.size(), [](std::size_t k) { return k; }, values);
 }
 
 void result_slots::fill_positions(const std::vector<read_comm>& items, const uint16_t* positions,
                                   std::size_t served, const std::vector<unsigned char>& values) {
-  const slot_head* const heads = heads_.data();
-  wire::le_reader in(values);
-  for (std::size_t k = 0; k < served; ++k) {
-    const std::size_t j = positions[k];
-    fill_one(j, heads[j], items[k], values.size(), in);
-  }
+  fill_in_order(
+      items.data(), served, [positions](std::size_t k) { return std::size_t{positions[k]}; },
+      values);
 }
 
 void result_slots::set_head(std::size_t i, const slot_head& head) {
@@ -190,9 +191,11 @@ wire::bounded_le_writer result_slots::overwrite(std::size_t i, std::size_t room)
   return out;
 }
 
-inline void result_slots::deliver_one(std::size_t position, _input_data_& result,
-                                      const _system_info& info) {
-  result_slot* const block = block_.data();
+namespace {
+
+// The host result of one position from its slot.
+[[gnu::always_inline]] inline void deliver_one(result_slot* block, std::size_t position,
+                                               _input_data_& result, const _system_info& info) {
   const result_slot& slot = block[position];
   result.result_status = 0;
   result.result_code = 5;
@@ -205,12 +208,15 @@ inline void result_slots::deliver_one(std::size_t position, _input_data_& result
   }
 }
 
+}  // namespace
+
 void result_slots::deliver(_input_data_* results, const _system_info* infos, int count) {
   if (count < 1) return;
   // Grown once to hold the longest copy from the last slot.
   area(static_cast<std::size_t>(count) - 1, result_capacity);
+  result_slot* const block = block_.data();
   for (int i = 0; i < count; ++i) {
-    deliver_one(static_cast<std::size_t>(i), results[i], infos[i]);
+    deliver_one(block, static_cast<std::size_t>(i), results[i], infos[i]);
   }
 }
 
@@ -218,6 +224,7 @@ void result_slots::deliver_except(_input_data_* results, const _system_info* inf
                                   const std::vector<uint8_t>& refused) {
   if (count < 1) return;
   area(static_cast<std::size_t>(count) - 1, result_capacity);
+  result_slot* const block = block_.data();
   for (int i = 0; i < count; ++i) {
     const auto position = static_cast<std::size_t>(i);
     if (position < refused.size() && refused[position] != 0) {
@@ -225,7 +232,7 @@ void result_slots::deliver_except(_input_data_* results, const _system_info* inf
       results[i].result_code = 10;
       results[i].request_id = infos[i].request_id;
     } else {
-      deliver_one(position, results[i], infos[i]);
+      deliver_one(block, position, results[i], infos[i]);
     }
   }
 }

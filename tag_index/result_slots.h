@@ -96,9 +96,9 @@ class result_slots {
 
  private:
   void grow(std::size_t count);
-  void fill_one(std::size_t j, const slot_head& head, const read_comm& item,
-                std::size_t values_size, wire::le_reader& in);
-  void deliver_one(std::size_t position, _input_data_& result, const _system_info& info);
+  template <typename PositionOf>
+  void fill_in_order(const read_comm* item_at, std::size_t count, PositionOf position_of,
+                     const std::vector<unsigned char>& values);
   void note_long_write(std::size_t i, std::size_t length);
   uint8_t* area_at(std::size_t i);
 

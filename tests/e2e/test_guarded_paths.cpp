@@ -226,10 +226,13 @@ TEST_F(GuardedPaths, ReconnectKeepsTheDevicesOwnAddress) {
 // what lies there now (unwritten memory: zeros). Moved variables follow in both modes.
 TEST_F(GuardedPaths, RemovedVariableIsRefusedAfterAProgramChange) {
   ready();
-  expect_served(read({{temps, INT, 0, 8}}), 0, {11, 12, 13, 14, 15, 16, 17, 18});
+  // The same round before and after: a verdict kept from the earlier index must not stand.
+  const std::vector<request> round_of{{temps, INT, 0, 8}, {level, INT}};
+  expect_served(read(round_of), 0, {11, 12, 13, 14, 15, 16, 17, 18});
+  expect_served(read(round_of), 1, {42});
   load_program(changed_project);  // closes the connection
   reconnect();
-  const auto round = read({{temps, INT, 0, 8}, {level, INT}});
+  const auto round = read(round_of);
   if (guarded_run::on()) {
     expect_refused(round, 0);
   } else {
