@@ -34,7 +34,10 @@ for mode in "${modes[@]}"; do
   (
     set +e
     if [ "$guard" = 1 ]; then export UNITYDRV_GUARD=1; else unset UNITYDRV_GUARD; fi
-    timeout "$limit" "$soak" --lib "$library" --minutes "$minutes" --seed "$seed" >"$logs/$mode.out" 2>"$logs/$mode.err"
+    # A network namespace of its own: a refusal frees a proxy's loopback address, which a
+    # simulator of another process on this machine must not take meanwhile.
+    timeout "$limit" unshare -rn sh -c 'ip link set lo up && exec "$@"' chaos \
+      "$soak" --lib "$library" --minutes "$minutes" --seed "$seed" >"$logs/$mode.out" 2>"$logs/$mode.err"
     echo $? >"$logs/$mode.rc"
   ) &
 done
