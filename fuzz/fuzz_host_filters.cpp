@@ -2,11 +2,8 @@
 // then InputFilterEx on one device, online or offline. Input: a flags byte (bit 0 offline,
 // bit 1 write), a request count, then per request a 17-byte tag_ref, a write count and one
 // write word, then per tag entry a read format byte and a type id; the rest is the reply.
-// The reply is waiting in a socketpair before the request is sent, so no wait is spent.
+// The reply is waiting at an in-memory peer before the request is sent, so no wait is spent.
 // Only std::out_of_range (a reply shorter than the elements asked for) may leave a filter.
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -17,6 +14,7 @@
 
 #include "driver/device_context.h"
 #include "driver/tag_driver_offline_578.h"
+#include "memory_transport.h"
 #include "tools/common/tag_file_writer.h"
 
 namespace {
@@ -63,20 +61,6 @@ device_context& the_device() {
   return *device;
 }
 
-// Gives the session a fresh connection whose peer has already written the reply.
-int connect_with_reply(unity_process& session, const std::vector<unsigned char>& reply) {
-  int sv[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM, 0, sv) != 0) return -1;
-  ::dup2(sv[0], session.socket.descriptor());
-  ::close(sv[0]);
-  if (reply.empty()) {
-    ::shutdown(sv[1], SHUT_WR);  // no reply: the receive sees the end at once
-  } else {
-    (void)::send(sv[1], reply.data(), reply.size(), MSG_NOSIGNAL);
-  }
-  return sv[1];
-}
-
 void run_filters(device_context& device, std::vector<_gui_request_>& requests, int count) {
   std::vector<_input_data_> results(requests.size());
   std::vector<_system_info> infos(requests.size());
@@ -118,9 +102,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
 
   device.offline_mode = flags & 1;
   device.session.state = unity_process::state_ready;
-  const int peer = connect_with_reply(device.session, in.rest());
+  memory_transport::attach_waiting(device.session.socket.descriptor(), in.rest());
   run_filters(device, requests, static_cast<int>(count));
-  ::close(peer);
+  memory_transport::detach();
   // Keys of the value map point at the interned element names: clear the map first.
   device.tag_values.clear();
   device.element_names.clear();

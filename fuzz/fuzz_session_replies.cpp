@@ -1,19 +1,15 @@
 // A session fed a fuzzed stream of replies. Input: one operation byte, then replies, each
-// a u16 little-endian length and that many bytes. A peer thread on the other end of a
-// socketpair answers every request with the next reply and closes its end when the
-// replies are used up, so that the sequences that repeat a request for ever end through
-// a failing send. Only std::out_of_range may leave an operation.
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
+// a u16 little-endian length and that many bytes. An in-memory peer answers every request
+// with the next reply and has closed its end when the replies are used up, so that the
+// sequences that repeat a request for ever end through a failing send. Only
+// std::out_of_range may leave an operation.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <stdexcept>
-#include <thread>
 #include <vector>
 
+#include "memory_transport.h"
 #include "unity/unity_process.h"
 #include "wire/byte_cursor.h"
 
@@ -22,7 +18,6 @@ namespace {
 using bytes = std::vector<unsigned char>;
 
 constexpr std::size_t max_reply = 4096;
-constexpr int peer_wait_ms = 2000;
 
 std::vector<bytes> split_replies(const uint8_t* data, std::size_t size) {
   std::vector<bytes> replies;
@@ -31,31 +26,11 @@ std::vector<bytes> split_replies(const uint8_t* data, std::size_t size) {
     std::size_t n = static_cast<std::size_t>(data[pos] | data[pos + 1] << 8) % max_reply;
     pos += 2;
     if (n > size - pos) n = size - pos;
-    if (n == 0) continue;  // silence would only cost the one-second receive wait
+    if (n == 0) continue;
     replies.emplace_back(data + pos, data + pos + n);
     pos += n;
   }
   return replies;
-}
-
-// Answers each request with the next reply; closes when the replies are used up or the
-// session's end is closed.
-void serve(int fd, const std::vector<bytes>& replies) {
-  bytes request(4096);
-  for (const bytes& reply : replies) {
-    pollfd p{fd, POLLIN, 0};
-    if (::poll(&p, 1, peer_wait_ms) <= 0) break;
-    if (::recv(fd, request.data(), request.size(), 0) <= 0) break;
-    if (::send(fd, reply.data(), reply.size(), MSG_NOSIGNAL) < 0) break;
-  }
-  ::shutdown(fd, SHUT_RDWR);
-  ::close(fd);
-}
-
-// The session's own descriptor is replaced by one end of a socketpair.
-bool attach(unity_process& session, int peer_end) {
-  if (!session.socket.create(false)) return false;
-  return ::dup2(peer_end, session.socket.descriptor()) >= 0;
 }
 
 read_comm item(uint16_t block, uint32_t offset, uint8_t format, uint16_t type, uint16_t count) {
@@ -131,18 +106,14 @@ void run(unity_process& session, uint8_t operation) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   if (size < 1) return 0;
-  const std::vector<bytes> replies = split_replies(data + 1, size - 1);
-  int ends[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) std::abort();
   unity_process session;
-  if (!attach(session, ends[0])) std::abort();
-  ::close(ends[0]);
-  std::thread peer(serve, ends[1], std::cref(replies));
+  if (!session.socket.create(false)) std::abort();
+  memory_transport::attach_replies(session.socket.descriptor(), split_replies(data + 1, size - 1));
   try {
     run(session, data[0]);
   } catch (const std::out_of_range&) {
   }
+  memory_transport::detach();
   session.stop();
-  peer.join();
   return 0;
 }

@@ -42,8 +42,10 @@ struct dictionary {
   }
 };
 
+// In memory (tmpfs) where there is one: the file is written once per input.
 std::string scratch_path() {
-  return "/tmp/fuzz_tag_file." + std::to_string(::getpid());
+  const char* dir = ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+  return std::string(dir) + "/fuzz_tag_file." + std::to_string(::getpid());
 }
 
 bool write_file(const std::string& path, const uint8_t* data, std::size_t size) {

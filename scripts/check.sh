@@ -7,15 +7,16 @@
 # memcheck. The package step builds the release presets' Debian packages, runs lintian on
 # them, installs both architectures side by side into a scratch root and runs the C host
 # example against each installed library.
-# The fuzz preset runs every fuzz target for a short while.
-# Usage: scripts/check.sh [preset ...]   (default: dev asan armhf package fuzz)
+# The fuzz preset runs every fuzz target for a short while. The chaos step runs the chaos
+# soak of build/dev for two minutes per mode with a fixed seed.
+# Usage: scripts/check.sh [preset ...]   (default: dev asan armhf package fuzz chaos)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh
 
 presets=("$@")
-[ ${#presets[@]} -eq 0 ] && presets=(dev asan armhf package fuzz)
+[ ${#presets[@]} -eq 0 ] && presets=(dev asan armhf package fuzz chaos)
 
 # The armhf suites and the package check need the native simulator and host tool.
 native_tools() {
@@ -41,6 +42,11 @@ for preset in "${presets[@]}"; do
   case "$preset" in
     package)
       scripts/package-check.sh
+      ;;
+    chaos)
+      cmake --preset dev >/dev/null
+      cmake --build --preset dev --target chaossoak
+      scripts/chaos.sh 2 20261125
       ;;
     *)
       [ "$preset" = armhf ] && native_tools

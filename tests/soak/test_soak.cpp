@@ -1,15 +1,14 @@
 // Many rounds of the host's whole device life (start, initialise, read, write, close)
 // against the simulator: open descriptors and heap in use must not grow. The number of
 // rounds is UNITYDRV_SOAK_ROUNDS (default 2000).
-#include <dirent.h>
 #include <gtest/gtest.h>
-#include <malloc.h>
 
 #include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "support/plant_device.h"
+#include "tools/common/process_resources.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define UNITYDRV_HEAP_MEASURABLE 0  // the sanitizer's allocator is not seen by mallinfo2
@@ -34,18 +33,8 @@ std::size_t soak_rounds() {
   return n > 0 ? static_cast<std::size_t>(n) : 2000;
 }
 
-long open_descriptors() {
-  long n = 0;
-  if (DIR* dir = ::opendir("/proc/self/fd")) {
-    while (::readdir(dir) != nullptr) ++n;
-    ::closedir(dir);
-  }
-  return n;
-}
-
-long heap_in_use() {
-  return static_cast<long>(::mallinfo2().uordblks);
-}
+using process_resources::heap_in_use;
+using process_resources::open_descriptors;
 
 class Soak : public plant::device_test {
  protected:

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -123,6 +124,16 @@ class server {
   // values and every open connection is closed, as a controller does when its program changes.
   // Thread-safe; later requests see only the new project.
   void load_program(project p);
+
+  // A restart: every open connection is closed, memory and program stay.
+  void restart();
+  // Sees every write to memory, the program's own layout after a download included (see
+  // sim_memory::observer); set before serving.
+  void observe_memory(
+      std::function<
+          void(uint16_t block, uint32_t offset, std::size_t n,
+               const std::function<std::vector<uint8_t>(uint16_t, uint32_t, std::size_t)>& read)>
+          o);
 
   const project& loaded_project() const;  // not to be held across load_program()
   uint32_t table_address() const;

@@ -63,12 +63,18 @@ struct server::impl {
 
   explicit impl(project p) : proj(std::move(p)) { lay_out_memory(); }
 
+  sim_memory::observer observer;  // kept across program downloads
+
   // Identification reads the dictionary handle from block 0x0030, bytes 5..12.
   void lay_out_memory() {
     memory = std::make_unique<sim_memory>();
     memory->write(0x0030, 5, msg_writer().le64(proj.dictionary_handle).bytes());
     for (const auto& [block, runs] : proj.initial)
       for (const auto& [offset, bytes] : runs) memory->write(block, offset, bytes);
+    if (observer) {
+      memory->set_observer(observer);
+      memory->notify_all_changed();
+    }
   }
 
   faults current_faults() const {
@@ -95,6 +101,9 @@ struct server::impl {
       reply.insert(reply.begin(), unity_function);
     } else {
       std::lock_guard<std::mutex> lock(proj_mu);
+      // A connection that a restart or a download has ended is answered no more, even
+      // before its thread notices.
+      if (program != connection_program) return {};
       reply = answer_unity(proj, *memory, request);
       reply.insert(reply.begin(), unity_function);
     }
@@ -124,6 +133,9 @@ struct server::impl {
     if (f.close_after > 0 && n > static_cast<uint64_t>(f.close_after)) return false;
     byte_vector adu;
     if (!is(f.no_reply_to)) adu = reply_adu(frame, f);
+    // A connection that a restart or a download has ended closes unanswered; a frame that
+    // is not Modbus gets no answer on a connection that stays.
+    if (adu.empty() && program != connection_program) return false;
     if (!adu.empty()) {
       if (is(f.delay_reply_to)) pause(f.delay_ms);
       if (is(f.truncate_reply_to) && f.truncate_to < adu.size()) adu.resize(f.truncate_to);
@@ -154,7 +166,10 @@ struct server::impl {
     return true;
   }
 
+  static thread_local uint64_t connection_program;  // program a connection was accepted in
+
   void serve_connection(int fd, connection* self, uint64_t my_program) {
+    connection_program = my_program;
     int stream =
         capture ? capture->open_stream(end_of(fd, ::getpeername), end_of(fd, ::getsockname)) : 0;
     byte_vector buf;
@@ -193,6 +208,7 @@ struct server::impl {
       if (::poll(&pfd, 1, poll_ms) <= 0) continue;
       int fd = ::accept4(listen_fd, nullptr, nullptr, SOCK_CLOEXEC);
       if (fd < 0) continue;
+      const uint64_t accepted_in = program.load();  // a restart from now on closes it
       int one = 1;
       ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
       ++connections;
@@ -200,10 +216,12 @@ struct server::impl {
       std::lock_guard<std::mutex> lock(conn_mu);
       conns.emplace_back();
       connection* c = &conns.back();
-      c->thread = std::thread([this, fd, c, p = program.load()] { serve_connection(fd, c, p); });
+      c->thread = std::thread([this, fd, c, p = accepted_in] { serve_connection(fd, c, p); });
     }
   }
 };
+
+thread_local uint64_t server::impl::connection_program = 0;
 
 server::server(project p) : impl_(std::make_unique<impl>(std::move(p))) {}
 
@@ -212,8 +230,20 @@ void server::load_program(project p) {
     std::lock_guard<std::mutex> lock(impl_->proj_mu);
     impl_->proj = std::move(p);
     impl_->lay_out_memory();
+    ++impl_->program;
   }
+}
+
+void server::restart() {
+  std::lock_guard<std::mutex> lock(impl_->proj_mu);
   ++impl_->program;
+}
+
+void server::observe_memory(sim_memory::observer o) {
+  std::lock_guard<std::mutex> lock(impl_->proj_mu);
+  impl_->observer = o;
+  impl_->memory->set_observer(std::move(o));
+  impl_->memory->notify_all_changed();
 }
 
 server::~server() {
