@@ -45,8 +45,8 @@ bool build_index(device_context& device, bool again) {
   return true;
 }
 
-// Guarded: a device keeps the address of its first connect that succeeded, whatever
-// InitEx said since for another device.
+// Guarded: a device keeps the address of its first GetInitCmdEx2 (the InitEx before it),
+// whatever InitEx said since for another device, also when that first connect failed.
 const std::string& address_for(const device_context& device) {
   if (!guard::on || device.guarded.address.empty()) return plc_address;
   if (trace::on && device.guarded.address != plc_address) {
@@ -86,6 +86,7 @@ unitydrv_result get_init_cmd(device_context& device, uint32_t* code) {
   const std::string& address = address_for(device);
   if (trace::on) trace_events::connecting(device, address);
   device.plc_address = address;
+  if (guard::on && device.guarded.address.empty()) device.guarded.address = address;
   if (trace::on) trace_events::handshake_begun(device);
   unity_process& session = device.session;
   // Guarded: a new handshake starts on a new connection with requests numbered from 1,
@@ -98,7 +99,6 @@ unitydrv_result get_init_cmd(device_context& device, uint32_t* code) {
     return finished(code, code_no_connection);
   }
   if (trace::on) trace_events::connected(device, true, started, 0);
-  if (guard::on && device.guarded.address.empty()) device.guarded.address = device.plc_address;
   const bool identified = session.initial_device();
   if (trace::on) trace_events::identified(session, identified, first_step);
   if (!identified) return finished(code, 0);

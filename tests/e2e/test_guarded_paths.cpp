@@ -222,6 +222,18 @@ TEST_F(GuardedPaths, ReconnectKeepsTheDevicesOwnAddress) {
   other->stop();
 }
 
+// 4. The first connect fails (the controller is not up yet) and another device's InitEx
+// follows: the default's next attempt goes to the other controller and reads its values.
+TEST_F(GuardedPaths, FailedFirstConnectKeepsTheDevicesOwnAddress) {
+  const unitydrv_init_params absent = host_records::init_params_of("127.0.0.254");
+  lib_->InitEx(0, &absent);
+  ASSERT_EQ(get_init(), 10u);
+  const unitydrv_init_params present = host_records::init_params_of(server_->address());
+  lib_->InitEx(0, &present);  // for another device
+  host_->drop();
+  EXPECT_EQ(get_init(), guarded_run::on() ? 10u : 0u);
+}
+
 // 5. A program download: the default keeps the removed variable's old address and reads
 // what lies there now (unwritten memory: zeros). Moved variables follow in both modes.
 TEST_F(GuardedPaths, RemovedVariableIsRefusedAfterAProgramChange) {
