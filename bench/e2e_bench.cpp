@@ -468,7 +468,7 @@ int callgrind_runs(bool cycle_only) {
     const bool ok = cycle.run();
     CALLGRIND_DUMP_STATS_AT("driver_cycle_100");
     CALLGRIND_STOP_INSTRUMENTATION;
-    std::printf("allocations: driver_cycle_100 %zu\n", thread_allocations - before);
+    std::printf("allocations: driver_cycle_100 %zu\n", counting_new::thread_allocations() - before);
     return ok ? 0 : 1;
   }
   bare_client floor;
@@ -485,21 +485,21 @@ int callgrind_runs(bool cycle_only) {
 
   CALLGRIND_START_INSTRUMENTATION;
   CALLGRIND_ZERO_STATS;
-  std::size_t before = thread_allocations;
+  std::size_t before = counting_new::thread_allocations();
   const bool a = cycle.run();
   CALLGRIND_DUMP_STATS_AT("driver_cycle_100");
-  const std::size_t cycle_allocations = thread_allocations - before;
+  const std::size_t cycle_allocations = counting_new::thread_allocations() - before;
   const bool b = floor.exchange(request, reply);
   CALLGRIND_DUMP_STATS_AT("floor_cycle_100");
-  before = thread_allocations;
+  before = counting_new::thread_allocations();
   const bool c = mixed.run();
   CALLGRIND_DUMP_STATS_AT("mixed_cycle");
-  const std::size_t mixed_allocations = thread_allocations - before;
-  before = thread_allocations;
+  const std::size_t mixed_allocations = counting_new::thread_allocations() - before;
+  before = counting_new::thread_allocations();
   const bool d = device.get_init_cmd();
   CALLGRIND_DUMP_STATS_AT("handshake_50000");
   CALLGRIND_STOP_INSTRUMENTATION;
-  const std::size_t handshake_allocations = thread_allocations - before;
+  const std::size_t handshake_allocations = counting_new::thread_allocations() - before;
   std::printf("allocations: driver_cycle_100 %zu, mixed_cycle %zu (%zu requests)\n",
               cycle_allocations, mixed_allocations, mixed_count);
   std::printf("handshake_50000: %zu tags, %zu allocations\n", large.names.size(),

@@ -149,7 +149,7 @@ void past_table(const _gui_request_* requests, int count) {
 
 void handshake_begun(const device_context& device) {
   char* text = subject_of(device.trace_number);
-  std::snprintf(text, sizeof subjects[0], "address=%s during=handshake",
+  std::snprintf(text, sizeof subjects[0], "address=%.100s during=handshake",
                 trace::escaped(device.plc_address).c_str());
   trace::subject = text;
 }
@@ -163,7 +163,7 @@ void requests_begun(const _gui_request_* requests, int count) {
   const std::size_t used = write ? 1 : static_cast<std::size_t>(count);
   char* text = subject_of(device.trace_number);
   std::size_t n = static_cast<std::size_t>(std::snprintf(
-      text, sizeof subjects[0], "address=%s %s=", trace::escaped(device.plc_address).c_str(),
+      text, sizeof subjects[0], "address=%.100s %s=", trace::escaped(device.plc_address).c_str(),
       write ? "write" : "read"));
   for (std::size_t i = 0; i < used && i < tags_named && n < sizeof subjects[0]; ++i) {
     const uint32_t tag = requests[i].ref.tag_index;
