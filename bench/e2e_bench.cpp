@@ -80,7 +80,7 @@ double median(std::vector<double> samples) {
 class host_cycle {
  public:
   host_cycle(void* device, std::size_t n)
-      : requests_(host_records::requests(device, first_tags_as_int(n))), round_(device, n) {}
+      : requests_(loaded_driver::requests(device, first_tags_as_int(n))), round_(device, n) {}
 
   bool run() {
     const int n = static_cast<int>(round_.results.size());
@@ -91,14 +91,14 @@ class host_cycle {
   uint16_t unit(std::size_t i) const { return round_.results[i].result_words[0]; }
 
  private:
-  static std::vector<host_records::request> first_tags_as_int(std::size_t n) {
-    std::vector<host_records::request> out(n);
+  static std::vector<loaded_driver::request> first_tags_as_int(std::size_t n) {
+    std::vector<loaded_driver::request> out(n);
     for (std::size_t i = 0; i < n; ++i) out[i] = {static_cast<uint32_t>(i), UNITYDRV_TYPE_INT};
     return out;
   }
 
   std::vector<_gui_request_> requests_;
-  host_records::input_round round_;
+  loaded_driver::input_round round_;
 };
 
 // The read-cycle setting: a controller whose first 255 INT variables are the device's tags.
@@ -340,7 +340,7 @@ class mixed_cycle {
  private:
   std::unique_ptr<bench_device> device_;
   std::vector<_gui_request_> requests_;
-  std::unique_ptr<host_records::input_round> round_;
+  std::unique_ptr<loaded_driver::input_round> round_;
   bool ok_ = false;
 };
 
@@ -400,14 +400,14 @@ mixed_cycle::mixed_cycle() {
   if (!s.start()) return;
   device_ = std::make_unique<bench_device>(s.server, s.names);
   if (!device_->get_init_cmd() || !device_->ready()) return;
-  std::vector<host_records::request> wanted;
+  std::vector<loaded_driver::request> wanted;
   for (const auto& m : mixed_requests) {
     const auto at = std::find(s.names.begin(), s.names.end(), m.name);
     if (at == s.names.end()) return;
     wanted.push_back({static_cast<uint32_t>(at - s.names.begin()), m.type, m.array_index, m.count});
   }
-  requests_ = host_records::requests(device_->handle(), wanted);
-  round_ = std::make_unique<host_records::input_round>(device_->handle(), mixed_count);
+  requests_ = loaded_driver::requests(device_->handle(), wanted);
+  round_ = std::make_unique<loaded_driver::input_round>(device_->handle(), mixed_count);
   ok_ = run();
 }
 

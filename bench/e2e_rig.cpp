@@ -22,8 +22,8 @@ int tag_files = 0;
 
 }  // namespace
 
-host_records::library& driver() {
-  static host_records::library lib;
+loaded_driver::library& driver() {
+  static loaded_driver::library lib;
   return lib;
 }
 
@@ -32,7 +32,7 @@ bench_device::bench_device(const plcsim::server& server, const std::vector<std::
             ".tags"),
       device_(driver()) {
   tag_file::write_names(path_, names);
-  const unitydrv_init_params params = host_records::init_params_of(server.address());
+  const unitydrv_init_params params = loaded_driver::init_params_of(server.address());
   driver().InitEx(0, &params);
   started_ = device_.start(path_, 0) == 0;
 }

@@ -16,7 +16,7 @@
 namespace e2e {
 
 // The driver the benchmarks were built with, loaded once.
-host_records::library& driver();
+loaded_driver::library& driver();
 
 // One device of the loaded driver with a tag file of its own, InitEx done for server.
 class bench_device {
@@ -32,7 +32,7 @@ class bench_device {
 
  private:
   std::string path_;
-  host_records::device device_;
+  loaded_driver::device device_;
   bool started_ = false;
 };
 

@@ -17,7 +17,7 @@
 
 namespace host_paths {
 
-using request_desc = host_records::request;
+using request_desc = loaded_driver::request;
 
 class device_test : public ::testing::Test {
  protected:
@@ -51,15 +51,15 @@ class device_test : public ::testing::Test {
 
   // As the host fills them, with status bytes 0x5C so that the ones written show.
   std::vector<_gui_request_> requests(const std::vector<request_desc>& wanted, uint8_t kind = 0) {
-    auto out = host_records::requests(device_.get(), wanted, kind);
+    auto out = loaded_driver::requests(device_.get(), wanted, kind);
     std::memset(out[0].status, 0x5C, sizeof(out[0].status));
     return out;
   }
 
   // Host results pre-filled with a pattern, so that untouched bytes show, and their
   // bookkeeping (request ids 1000 + i).
-  host_records::input_round round(std::size_t n, uint32_t valid = 1) {
-    return host_records::input_round(device_.get(), n, valid);
+  loaded_driver::input_round round(std::size_t n, uint32_t valid = 1) {
+    return loaded_driver::input_round(device_.get(), n, valid);
   }
 
   static std::vector<uint16_t> slot_units(const result_slot& s, std::size_t n) {

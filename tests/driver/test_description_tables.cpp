@@ -16,14 +16,14 @@ uint16_t u16_at(const unsigned char* p, std::size_t off) {
 
 class DescriptionCalls : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() { lib = new panelhost::driver_api(UNITYDRV_LIBRARY_PATH); }
+  static void SetUpTestSuite() { lib = new loaded_driver::driver_api(UNITYDRV_LIBRARY_PATH); }
   static void TearDownTestSuite() {
     delete lib;
     lib = nullptr;
   }
-  static panelhost::driver_api* lib;
+  static loaded_driver::driver_api* lib;
 };
-panelhost::driver_api* DescriptionCalls::lib = nullptr;
+loaded_driver::driver_api* DescriptionCalls::lib = nullptr;
 
 TEST_F(DescriptionCalls, AttributesNameIsCutAtFiftyAndNumbersFollow) {
   std::vector<unsigned char> buf(100, 0xFF);
@@ -88,7 +88,7 @@ TEST_F(DescriptionCalls, SizeLimitIsOneRecordOfNineTenByteFields) {
   EXPECT_EQ(got, want);
 }
 
-uint32_t data_type_of(panelhost::driver_api& lib, int code, uint32_t preset, int& result) {
+uint32_t data_type_of(loaded_driver::driver_api& lib, int code, uint32_t preset, int& result) {
   unitydrv_type_query query;
   std::memset(&query, 0x5C, sizeof query);
   query.type_code = static_cast<uint8_t>(code);

@@ -42,7 +42,7 @@ TEST(Lifecycle, MissingFileGivesAHandleAndAnEmptyTable) {
 // A host that calls before it has a device, or after it lost one, must not end its own
 // process: every entry point takes a missing handle (or a null pointer to one).
 TEST(Lifecycle, MissingHandlesAreIgnoredByEveryEntryPoint) {
-  panelhost::driver_api lib(UNITYDRV_LIBRARY_PATH);
+  loaded_driver::driver_api lib(UNITYDRV_LIBRARY_PATH);
   void* no_device = nullptr;
   for (void** handle : {static_cast<void**>(nullptr), &no_device}) {
     uint32_t code = 0;

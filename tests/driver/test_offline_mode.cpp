@@ -24,7 +24,7 @@ class OfflineMode : public host_paths::device_test {
   }
 
   // Reads through both filters, as the host does; returns the results.
-  host_records::input_round read(const std::vector<request_desc>& wanted) {
+  loaded_driver::input_round read(const std::vector<request_desc>& wanted) {
     auto req = requests(wanted, 0);
     const unitydrv_result r = driver_.outputfilter(req.data(), static_cast<int>(wanted.size()));
     EXPECT_EQ(r.byte_3, 8);

@@ -162,9 +162,9 @@ TEST_F(InputFilter, BitAddressingPicksBitsOfOneSourceValue) {
 
 TEST(HostFilters, NullDeviceHandleTouchesNothing) {
   tag_driver_offline_578 driver;
-  auto req = host_records::requests(nullptr, {});
+  auto req = loaded_driver::requests(nullptr, {});
   EXPECT_EQ(driver.outputfilter(req.data(), 1).byte_3, 8);
-  host_records::input_round round(nullptr, 1);
+  loaded_driver::input_round round(nullptr, 1);
   driver.inputFilter(round.results.data(), nullptr, round.infos.data(), 1);
   EXPECT_EQ(round.results[0].result_status, 0xAA);
   EXPECT_EQ(round.results[0].result_code, 0xAA);

@@ -46,14 +46,14 @@ TEST(ReturnedRecords, OnlyTheNamedBytesAreWritten) {
       {"offline handshake", true, 1, 0, {0xA1, 0xA2, 0xA3, 0xA4, 0, 0, 0, 0}},
       {"handshake without a controller", true, 0, 0, {0xA1, 0xA2, 0xA3, 0xA4, 0, 0, 0, 0}},
   };
-  host_records::library lib;
-  const unitydrv_init_params nowhere = host_records::init_params_of("127.0.0.1");
+  loaded_driver::library lib;
+  const unitydrv_init_params nowhere = loaded_driver::init_params_of("127.0.0.1");
   lib.InitEx(0, &nowhere);  // nobody listens at port 502 in the test's own network
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     void* device = nullptr;
     ASSERT_EQ(lib.StartDeviceEx(c.offline, &device, "/nonexistent.tags", 0), 0);
-    std::vector<_gui_request_> req = host_records::requests(device, {}, c.request_kind);
+    std::vector<_gui_request_> req = loaded_driver::requests(device, {}, c.request_kind);
     const int count = c.offline != 0 ? 1 : 0;
     uint32_t code = 99;
     unitydrv_result record;

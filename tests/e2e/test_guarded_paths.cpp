@@ -13,7 +13,7 @@
 
 namespace {
 
-using host_records::request;
+using loaded_driver::request;
 
 constexpr const char* project = "tests/e2e/guarded_paths.json";
 constexpr const char* changed_project = "tests/e2e/guarded_paths_changed.json";
@@ -50,11 +50,11 @@ class GuardedPaths : public plant::device_test {
     start_device(0);
   }
 
-  static void expect_refused(const host_records::input_round& round, std::size_t i) {
+  static void expect_refused(const loaded_driver::input_round& round, std::size_t i) {
     EXPECT_EQ(round.results[i].result_status, 2) << "position " << i;
     EXPECT_EQ(round.results[i].result_code, 10) << "position " << i;
   }
-  static void expect_served(const host_records::input_round& round, std::size_t i,
+  static void expect_served(const loaded_driver::input_round& round, std::size_t i,
                             const std::vector<uint16_t>& units) {
     EXPECT_EQ(round.results[i].result_status, 0) << "position " << i;
     EXPECT_EQ(round.results[i].result_code, 5) << "position " << i;
@@ -80,7 +80,7 @@ class GuardedPaths : public plant::device_test {
   // failed round.
   void reconnect() {
     host_->drop();
-    const unitydrv_init_params params = host_records::init_params_of(server_->address());
+    const unitydrv_init_params params = loaded_driver::init_params_of(server_->address());
     lib_->InitEx(0, &params);
     ready();
   }
@@ -147,7 +147,7 @@ TEST_F(GuardedPaths, MalformedSubscriptRefusesThatTagOnly) {
 // 1. Every tag of a device whose tag file is missing.
 TEST_F(GuardedPaths, DeviceWithoutTagFileRefusesEveryTag) {
   host_->close();
-  host_ = std::make_unique<host_records::device>(*lib_);
+  host_ = std::make_unique<loaded_driver::device>(*lib_);
   ASSERT_EQ(host_->start(tag_path_ + ".missing", 0), 0);
   ASSERT_EQ(get_init(), 0u);
   ASSERT_EQ(check_init(), 1);
@@ -213,7 +213,7 @@ TEST_F(GuardedPaths, ReconnectKeepsTheDevicesOwnAddress) {
   expect_served(read({{counter, INT}}), 0, {7});
   std::unique_ptr<plant::sim_server> other = plant::make_server("examples/plant.json");
   ASSERT_TRUE(other->start_on_free_loopback());
-  const unitydrv_init_params other_params = host_records::init_params_of(other->address());
+  const unitydrv_init_params other_params = loaded_driver::init_params_of(other->address());
   lib_->InitEx(0, &other_params);  // for another device
   host_->drop();
   ready();
@@ -225,10 +225,10 @@ TEST_F(GuardedPaths, ReconnectKeepsTheDevicesOwnAddress) {
 // 4. The first connect fails (the controller is not up yet) and another device's InitEx
 // follows: the default's next attempt goes to the other controller and reads its values.
 TEST_F(GuardedPaths, FailedFirstConnectKeepsTheDevicesOwnAddress) {
-  const unitydrv_init_params absent = host_records::init_params_of("127.0.0.254");
+  const unitydrv_init_params absent = loaded_driver::init_params_of("127.0.0.254");
   lib_->InitEx(0, &absent);
   ASSERT_EQ(get_init(), 10u);
-  const unitydrv_init_params present = host_records::init_params_of(server_->address());
+  const unitydrv_init_params present = loaded_driver::init_params_of(server_->address());
   lib_->InitEx(0, &present);  // for another device
   host_->drop();
   EXPECT_EQ(get_init(), guarded_run::on() ? 10u : 0u);

@@ -11,7 +11,7 @@
 
 namespace {
 
-using host_records::request;
+using loaded_driver::request;
 
 // Tag records start 5 bytes into the file, so the offset reaches StartDeviceEx too.
 class HostSession : public plant::device_test {
@@ -119,7 +119,7 @@ TEST_F(OddString, ThePadByteOfAStringReadWholeShiftsTheValuesAfterIt) {
   initialise();
   const std::vector<uint16_t> code = {'A', 'B', 'C', 'D', 'E'};
   const struct {
-    std::vector<host_records::request> wanted;
+    std::vector<loaded_driver::request> wanted;
     std::vector<uint16_t> code, after;
   } rounds[] = {
       {{{0, UNITYDRV_TYPE_STRING, 0, 5}, {1, UNITYDRV_TYPE_INT}}, code, {0x3400}},

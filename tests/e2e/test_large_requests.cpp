@@ -14,7 +14,7 @@
 
 namespace {
 
-using host_records::request;
+using loaded_driver::request;
 
 class LargeRequests : public plant::device_test {
  protected:
@@ -137,7 +137,7 @@ TEST_F(LargeRequests, OnlineWritesLandItemByItem) {
     for (int j = 0; j < c.items; ++j) {
       std::copy(words.begin(), words.end(), want.begin() + (1 + j) * c.size / 2);
     }
-    auto req = host_records::write_request(host_->handle(), {tag(c.variable), c.type, c.first, c.n},
+    auto req = loaded_driver::write_request(host_->handle(), {tag(c.variable), c.type, c.first, c.n},
                                            words);
     lib_->OutputFilterEx(req.data(), c.items);
     EXPECT_EQ(held(c.variable, c.size, c.first - 1, span + 2), want);
@@ -176,7 +176,7 @@ TEST_F(LargeRequests, OfflineWholeValueWritesTakeEveryElementFromWriteWords) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     const request whole{tag("Words"), c.type, 10, c.count};
-    auto req = host_records::write_request(host_->handle(), whole, c.words);
+    auto req = loaded_driver::write_request(host_->handle(), whole, c.words);
     req[0].write.write_count = c.write_count;
     lib_->OutputFilterEx(req.data(), 1);
     EXPECT_EQ(read({whole}).units(0, c.read_back.size()), c.read_back);

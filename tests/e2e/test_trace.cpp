@@ -208,12 +208,12 @@ TEST_F(TraceEvents, FailedExchangesAndWhatTheHostIsTold) {
   auto server = serve(station_project);
   auto d = device({"After", "Station.Level"}, 1);
   ASSERT_EQ(connect(*d, server->address()), 0u);
-  const auto read = [&](const std::vector<host_records::request>& wanted, uint8_t kind = 0) {
-    auto req = host_records::requests(d.get(), wanted, kind);
+  const auto read = [&](const std::vector<loaded_driver::request>& wanted, uint8_t kind = 0) {
+    auto req = loaded_driver::requests(d.get(), wanted, kind);
     req[0].write.bit.write_bit_value = 1;
     trace_events::requests_begun(req.data(), static_cast<int>(req.size()));  // as OutputFilterEx
     driver_object.outputfilter(req.data(), static_cast<int>(req.size()));
-    host_records::input_round round(d.get(), wanted.size());
+    loaded_driver::input_round round(d.get(), wanted.size());
     driver_object.inputFilter(round.results.data(), nullptr, round.infos.data(), 1);
   };
   plcsim::faults refuse;

@@ -143,7 +143,7 @@ const uint8_t host_types[] = {UNITYDRV_TYPE_INT,  UNITYDRV_TYPE_REAL,     UNITYD
 class host {
  public:
   host(const std::string& address, const std::string& tag_path) {
-    const unitydrv_init_params params = host_records::init_params_of(address);
+    const unitydrv_init_params params = loaded_driver::init_params_of(address);
     ORMAND_DRV_InitEx(0, &params);
     call("start",
          [&] { log("start", ORMAND_DRV_StartDeviceEx(0, &device_, tag_path.c_str(), 0)); });
@@ -160,7 +160,7 @@ class host {
   }
 
   void round(rng& r, uint32_t tags) {
-    std::vector<host_records::request> wanted(static_cast<std::size_t>(pick(r, 1, 4)));
+    std::vector<loaded_driver::request> wanted(static_cast<std::size_t>(pick(r, 1, 4)));
     for (auto& w : wanted) {
       w.tag = static_cast<uint32_t>(pick(r, 0, static_cast<int>(tags)));  // one past the table
       w.type = host_types[pick(r, 0, 7)];
@@ -169,7 +169,7 @@ class host {
       w.bit_spec = static_cast<uint8_t>(pick(r, 0, 5) == 0 ? pick(r, 1, 4) : 0);
     }
     const uint8_t kind = pick(r, 0, 3) == 0 ? 1 : 0;
-    auto requests = host_records::requests(device_, wanted, kind);
+    auto requests = loaded_driver::requests(device_, wanted, kind);
     requests[0].write.write_count = 2;
     requests[0].write_words[0] = static_cast<uint16_t>(pick(r, 0, 65535));
     call("output", [&] {
@@ -180,7 +180,7 @@ class host {
       log("output", hex(&out.byte_2, 6) + " " + hex(requests.data(), 64) + " " +
                         digest(requests.data(), requests.size() * sizeof requests[0]));
     });
-    host_records::input_round in(device_, requests.size());
+    loaded_driver::input_round in(device_, requests.size());
     call("input", [&] {
       ORMAND_DRV_InputFilterEx(in.results.data(), nullptr, in.infos.data(),
                                static_cast<int>(requests.size()));

@@ -20,7 +20,7 @@
 
 namespace {
 
-using host_records::request;
+using loaded_driver::request;
 
 constexpr uint16_t counter_value = 0xFFD6;  // Counter holds -42 in examples/plant.json
 // Requests of the identification sequence; the dictionary download starts after them.
@@ -52,7 +52,7 @@ class ControllerFaults : public plant::device_test {
     EXPECT_EQ(round.units(0, 1), std::vector<uint16_t>{counter_value});
   }
 
-  void expect_round_failed(const host_records::input_round& round) {
+  void expect_round_failed(const loaded_driver::input_round& round) {
     for (const auto& r : round.results) {
       EXPECT_EQ(r.result_status, 2);
       EXPECT_EQ(r.result_code, 10);

@@ -77,7 +77,7 @@ TEST_F(GuardedReadCycle, WarmCycleAllocatesNothing) {
   device_->guarded.ready = true;
   answer_with(198);
   auto req = requests(wanted);
-  host_records::input_round in = round(wanted.size());
+  loaded_driver::input_round in = round(wanted.size());
   cycle(req, in.results, in.infos);
   for (int k = 0; k < 3; ++k) EXPECT_EQ(cycle(req, in.results, in.infos), 0u);
   EXPECT_EQ(in.results[7].result_status, 2);
@@ -103,7 +103,7 @@ TEST_F(ReadCycle, WarmCycleAllocatesNothing) {
     for (uint32_t i = 0; i < names.size(); ++i) resolve(i, 4, 5, 1, 2 * i);
     if (c.offline == 0) answer_with(c.value_bytes);
     auto req = requests(c.wanted);
-    host_records::input_round in = round(c.wanted.size());
+    loaded_driver::input_round in = round(c.wanted.size());
     std::vector<_input_data_>& res = in.results;
     cycle(req, res, in.infos);  // the first cycle sizes what the next ones reuse
     for (int k = 0; k < 3; ++k) EXPECT_EQ(cycle(req, res, in.infos), 0u);

@@ -18,7 +18,7 @@
 
 namespace {
 
-using host_records::request;
+using loaded_driver::request;
 
 constexpr std::size_t warm_up_rounds = 50;
 // Slack for allocator bookkeeping and for the simulator's connection threads that may
@@ -40,7 +40,7 @@ class Soak : public plant::device_test {
  protected:
   // One device from start to close; false at the first step that did not work.
   bool device_life(uint16_t value) {
-    host_records::device device(*lib_);
+    loaded_driver::device device(*lib_);
     if (device.start(tag_path_, 0) != 0 || device.handle() == nullptr) return false;
     if (device.get_init() != 0 || device.check_init() != 1) return false;
     const request counter{tag("Counter"), UNITYDRV_TYPE_INT};

@@ -20,7 +20,7 @@ void print(const char* what, const void* bytes, std::size_t size) {
 }
 
 struct session {
-  panelhost::driver_api& lib;
+  loaded_driver::driver_api& lib;
   void* device = nullptr;
 
   void handshake() {
@@ -32,8 +32,8 @@ struct session {
     print("ready", &ready, sizeof ready);
   }
 
-  void round(const std::vector<host_records::request>& wanted, uint8_t kind = 0) {
-    auto req = host_records::requests(device, wanted, kind);
+  void round(const std::vector<loaded_driver::request>& wanted, uint8_t kind = 0) {
+    auto req = loaded_driver::requests(device, wanted, kind);
     if (kind != 0)
       req[0].write.write_count = 1, req[0].write_words[0] = 1234,
       req[0].write.bit.write_bit_value = 1;
@@ -41,7 +41,7 @@ struct session {
     print("output", &r.byte_2, 6);
     // The driver writes the status bytes 4..8 of a request and nothing else.
     for (const auto& one : req) print("request", &one, 64);
-    host_records::input_round in(device, req.size());
+    loaded_driver::input_round in(device, req.size());
     lib.InputFilterEx(in.results.data(), nullptr, in.infos.data(), static_cast<int>(req.size()));
     for (const auto& result : in.results) print("result", &result, sizeof result);
   }
@@ -54,8 +54,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: host_records_dump LIBRARY ADDRESS TAGFILE TAGLIST\n");
     return 2;
   }
-  panelhost::driver_api lib(argv[1]);
-  const unitydrv_init_params params = panelhost::init_params_of(argv[2]);
+  loaded_driver::driver_api lib(argv[1]);
+  const unitydrv_init_params params = loaded_driver::init_params_of(argv[2]);
   lib.InitEx(0, &params);
   session s{lib};
   const int started = lib.StartDeviceEx(0, &s.device, argv[3], 0);
@@ -63,7 +63,7 @@ int main(int argc, char** argv) {
   s.handshake();
   // The tags of examples/plant_tags.txt by position: Motor1.Speed, Counter, Levels, Name,
   // Alarms (its bit 3 as well), an unresolved name.
-  const std::vector<host_records::request> reads = {{0, UNITYDRV_TYPE_REAL},
+  const std::vector<loaded_driver::request> reads = {{0, UNITYDRV_TYPE_REAL},
                                                     {11, UNITYDRV_TYPE_INT},
                                                     {18, UNITYDRV_TYPE_INT, 2, 3},
                                                     {19, UNITYDRV_TYPE_STRING, 0, 8},

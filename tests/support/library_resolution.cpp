@@ -21,16 +21,16 @@
 namespace {
 
 // Reads tag 0 once; whatever the driver throws is the round's failure, not the helper's.
-void read_first_tag(panelhost::driver_api& api, const std::string& tag_file,
+void read_first_tag(loaded_driver::driver_api& api, const std::string& tag_file,
                     const std::string& address) {
-  host_records::device device(api);
+  loaded_driver::device device(api);
   device.start(tag_file, 0);
-  const unitydrv_init_params params = panelhost::init_params_of(address);
+  const unitydrv_init_params params = loaded_driver::init_params_of(address);
   api.InitEx(0, &params);
   try {
     if (device.get_init() != 0) return;
     device.check_init();
-    host_records::request r;
+    loaded_driver::request r;
     r.type = UNITYDRV_TYPE_BYTE;
     device.read({r});
   } catch (const std::exception&) {
@@ -88,7 +88,7 @@ int main(int argc, char** argv) {
   setenv("UNITYDRV_TRACE_WIRE", "1", 1);
   std::vector<std::string> sections;
   {
-    panelhost::driver_api api(argv[1]);
+    loaded_driver::driver_api api(argv[1]);
     for (int i = 3; i < argc; ++i) {
       const auto start = std::ifstream(trace, std::ios::ate).tellg();
       read_first_tag(api, argv[i], argv[2]);

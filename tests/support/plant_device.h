@@ -68,9 +68,9 @@ class device_test : public ::testing::Test {
     ASSERT_TRUE(tag_file::write_names(tag_path_, names_, false, tag_offset_));
     server_ = make_server(project_file_);
     ASSERT_TRUE(server_->start_on_free_loopback());
-    lib_ = std::make_unique<host_records::library>();
-    host_ = std::make_unique<host_records::device>(*lib_);
-    const unitydrv_init_params params = host_records::init_params_of(server_->address());
+    lib_ = std::make_unique<loaded_driver::library>();
+    host_ = std::make_unique<loaded_driver::device>(*lib_);
+    const unitydrv_init_params params = loaded_driver::init_params_of(server_->address());
     lib_->InitEx(0, &params);
   }
 
@@ -117,14 +117,14 @@ class device_test : public ::testing::Test {
   }
 
   // One round of OutputFilterEx and InputFilterEx.
-  host_records::input_round read(const std::vector<host_records::request>& wanted) {
+  loaded_driver::input_round read(const std::vector<loaded_driver::request>& wanted) {
     unitydrv_result output{};
-    host_records::input_round round = host_->read(wanted, &output);
+    loaded_driver::input_round round = host_->read(wanted, &output);
     EXPECT_EQ(output.byte_3, 8);
     return round;
   }
 
-  void write(const host_records::request& one, const std::vector<uint16_t>& words,
+  void write(const loaded_driver::request& one, const std::vector<uint16_t>& words,
              uint8_t bit_value = 0) {
     EXPECT_EQ(host_->write(one, words, bit_value).byte_3, 8);
   }
@@ -155,8 +155,8 @@ class device_test : public ::testing::Test {
   std::vector<std::string> names_;
   std::string tag_path_;
   std::unique_ptr<sim_server> server_;
-  std::unique_ptr<host_records::library> lib_;
-  std::unique_ptr<host_records::device> host_;
+  std::unique_ptr<loaded_driver::library> lib_;
+  std::unique_ptr<loaded_driver::device> host_;
 };
 
 }  // namespace plant

@@ -33,7 +33,7 @@ struct world {
 
   const run_options& options;
   tally& t;
-  panelhost::driver_api api;
+  loaded_driver::driver_api api;
   std::mt19937_64 rng;
   std::vector<std::unique_ptr<controller>> controllers;
   std::vector<std::unique_ptr<soak_device>> devices;

@@ -40,7 +40,7 @@ int64_t now_ns() {
 
 }  // namespace
 
-soak_device::soak_device(int id, controller& ctl, panelhost::driver_api& api, std::string tag_path,
+soak_device::soak_device(int id, controller& ctl, loaded_driver::driver_api& api, std::string tag_path,
                          tally& t, call_watch& watch, uint64_t seed)
     : id_(id),
       ctl_(ctl),
@@ -149,7 +149,7 @@ void soak_device::start() {
 void soak_device::initialise() {
   ++t_.inits;
   if (!t_.guarded || !ever_initialised_) {
-    const unitydrv_init_params params = host_records::init_params_of(ctl_.address());
+    const unitydrv_init_params params = loaded_driver::init_params_of(ctl_.address());
     timed("InitEx", false, [&] { api_.InitEx(0, &params); });
   }
   ever_initialised_ = true;
@@ -200,14 +200,14 @@ void soak_device::close() {
 // The tags a round reads. Guarded: every tag of the file. Default: those of the program the
 // device was initialised with, as a host that checks its tag file against the controller
 // after a download reads them (recipes 1 and 5).
-std::vector<host_records::request> soak_device::round_requests() {
-  std::vector<host_records::request> wanted;
+std::vector<loaded_driver::request> soak_device::round_requests() {
+  std::vector<loaded_driver::request> wanted;
   const plcsim::project& known = ctl_.program_text(dictionary_program_);
   for (std::size_t i = 0; i < tags().size(); ++i) {
     uint16_t block;
     uint32_t offset;
     if (!t_.guarded && !element_location(known, tags()[i], 0, block, offset)) continue;
-    host_records::request r{static_cast<uint32_t>(i), tags()[i].type};
+    loaded_driver::request r{static_cast<uint32_t>(i), tags()[i].type};
     if (i == levels_tag) {
       r.array_index = static_cast<uint16_t>(rng_() % 10);
       r.count = static_cast<uint16_t>(1 + rng_() % (10 - r.array_index));
@@ -223,9 +223,9 @@ std::vector<host_records::request> soak_device::round_requests() {
 // running program was delivered right.
 void soak_device::read_round() {
   ++t_.reads;
-  const std::vector<host_records::request> wanted = round_requests();
-  auto requests = host_records::requests(handle_, wanted);
-  host_records::input_round round(handle_, wanted.size());
+  const std::vector<loaded_driver::request> wanted = round_requests();
+  auto requests = loaded_driver::requests(handle_, wanted);
+  loaded_driver::input_round round(handle_, wanted.size());
   const auto sent = clock::now();
   timed("OutputFilterEx", false,
         [&] { api_.OutputFilterEx(requests.data(), static_cast<int>(requests.size())); });
@@ -320,7 +320,7 @@ void soak_device::write_round(bool quiet) {
   }
   std::vector<uint16_t> words = {static_cast<uint16_t>(value)};
   if (t.element_size == 4) words.push_back(static_cast<uint16_t>(value >> 16));
-  auto request = host_records::write_request(handle_, {static_cast<uint32_t>(tag), t.type}, words);
+  auto request = loaded_driver::write_request(handle_, {static_cast<uint32_t>(tag), t.type}, words);
   const auto sent = clock::now();
   timed("OutputFilterEx", false, [&] { api_.OutputFilterEx(request.data(), 1); });
   bytes expected(t.element_size);

@@ -26,7 +26,7 @@ struct call_watch {
 
 class soak_device {
  public:
-  soak_device(int id, controller& ctl, panelhost::driver_api& api, std::string tag_path, tally& t,
+  soak_device(int id, controller& ctl, loaded_driver::driver_api& api, std::string tag_path, tally& t,
               call_watch& watch, uint64_t seed);
   ~soak_device();
 
@@ -48,7 +48,7 @@ class soak_device {
   enum class state { stopped, starting, ready };
   void start();
   void initialise();
-  std::vector<host_records::request> round_requests();
+  std::vector<loaded_driver::request> round_requests();
   void read_round();
   void write_round(bool quiet);
   void failed(const std::string& why);
@@ -61,7 +61,7 @@ class soak_device {
 
   int id_;
   controller& ctl_;
-  panelhost::driver_api& api_;
+  loaded_driver::driver_api& api_;
   std::string tag_path_;
   tally& t_;
   call_watch& watch_;

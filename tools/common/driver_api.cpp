@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <stdexcept>
 
-namespace panelhost {
+namespace loaded_driver {
 
 namespace {
 
@@ -123,4 +123,4 @@ void check_ipv4_address(const std::string& address) {
   init_params_of(address);
 }
 
-}  // namespace panelhost
+}  // namespace loaded_driver

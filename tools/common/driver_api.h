@@ -6,7 +6,7 @@
 
 #include "unitydrv/unitydrv.h"
 
-namespace panelhost {
+namespace loaded_driver {
 
 class driver_api {
  public:
@@ -40,4 +40,4 @@ unitydrv_init_params init_params_of(const std::string& address);
 // The same check alone, before anything connects.
 void check_ipv4_address(const std::string& address);
 
-}  // namespace panelhost
+}  // namespace loaded_driver

@@ -1,6 +1,6 @@
 #include "tools/common/host_device.h"
 
-namespace host_records {
+namespace loaded_driver {
 
 int device::start(const std::string& tag_path, uint8_t offline, uint32_t offset) {
   started_ = true;
@@ -20,7 +20,7 @@ int device::check_init() {
 
 input_round device::read(const std::vector<request>& wanted, unitydrv_result* output,
                          uint8_t fill) {
-  auto requests = host_records::requests(handle_, wanted);
+  auto requests = loaded_driver::requests(handle_, wanted);
   const int n = static_cast<int>(wanted.size());
   // No request at all still hands the driver one zeroed record.
   const unitydrv_result out =
@@ -38,7 +38,7 @@ unitydrv_result device::write(const request& one, const std::vector<uint16_t>& w
 }
 
 unitydrv_result device::write_bit(const request& one, uint8_t value) {
-  auto requests = host_records::requests(handle_, {one}, 1);
+  auto requests = loaded_driver::requests(handle_, {one}, 1);
   requests[0].write.bit.write_bit_value = value;
   requests[0].write_words[0] = value;
   return api_.OutputFilterEx(requests.data(), 1);
@@ -55,4 +55,4 @@ void device::close() {
   handle_ = nullptr;
 }
 
-}  // namespace host_records
+}  // namespace loaded_driver

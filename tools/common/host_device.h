@@ -8,11 +8,11 @@
 
 #include "tools/common/host_records.h"
 
-namespace host_records {
+namespace loaded_driver {
 
 class device {
  public:
-  explicit device(panelhost::driver_api& api) : api_(api) {}
+  explicit device(loaded_driver::driver_api& api) : api_(api) {}
   ~device() { close(); }
   device(const device&) = delete;
   device& operator=(const device&) = delete;
@@ -40,12 +40,12 @@ class device {
   void close();
 
   void*& handle() { return handle_; }
-  panelhost::driver_api& api() { return api_; }
+  loaded_driver::driver_api& api() { return api_; }
 
  private:
-  panelhost::driver_api& api_;
+  loaded_driver::driver_api& api_;
   void* handle_ = nullptr;
   bool started_ = false;
 };
 
-}  // namespace host_records
+}  // namespace loaded_driver

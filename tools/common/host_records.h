@@ -9,16 +9,16 @@
 #include "tools/common/driver_api.h"
 #include "unitydrv/unitydrv.h"
 
-namespace host_records {
+namespace loaded_driver {
 
 #if defined(UNITYDRV_LIBRARY_PATH)
 // The library the tests or benchmarks were built with.
-struct library : panelhost::driver_api {
+struct library : loaded_driver::driver_api {
   library() : driver_api(UNITYDRV_LIBRARY_PATH) {}
 };
 #endif
 
-using panelhost::init_params_of;
+using loaded_driver::init_params_of;
 
 // One host request: which tag, as which type, which elements, which bit.
 struct request {
@@ -81,4 +81,4 @@ struct input_round {
   std::vector<_system_info> infos;
 };
 
-}  // namespace host_records
+}  // namespace loaded_driver

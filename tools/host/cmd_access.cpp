@@ -30,7 +30,7 @@ constexpr std::size_t k_batch_bytes = 200;
 struct session {
   std::unique_ptr<driver_api> api;
   std::unique_ptr<tag_selection> selection;
-  std::unique_ptr<host_records::device> device;
+  std::unique_ptr<loaded_driver::device> device;
   std::vector<selected_tag> tags;
   std::vector<tag_refusal> refused;  // tags left out
   std::unique_ptr<dictionary> dict;  // what the tags were checked against
@@ -91,7 +91,7 @@ std::size_t wire_bytes(const host_request& r) {
   return static_cast<std::size_t>(r.count) * (t ? t->size : 0);
 }
 
-std::vector<host_result> read_all(host_records::device& device,
+std::vector<host_result> read_all(loaded_driver::device& device,
                                   const std::vector<selected_tag>& tags) {
   std::vector<host_result> out;
   std::vector<host_request> batch;

@@ -24,8 +24,8 @@ namespace {
 
 constexpr uint16_t k_port = 502;  // the driver's fixed port, for messages
 
-host_records::request record_of(const host_request& request) {
-  host_records::request out;
+loaded_driver::request record_of(const host_request& request) {
+  loaded_driver::request out;
   out.tag = request.tag_index;
   out.type = request.code;
   out.array_index = request.array_index;
@@ -42,12 +42,12 @@ std::size_t result_units(const host_request& request) {
   return static_cast<std::size_t>(request.count) * (type ? type->units : 0);
 }
 
-std::unique_ptr<host_records::device> start_device(driver_api& api, const std::string& tag_file,
+std::unique_ptr<loaded_driver::device> start_device(driver_api& api, const std::string& tag_file,
                                                    bool offline) {
   if (!std::ifstream(tag_file, std::ios::binary)) {
     throw std::runtime_error("cannot read tag file " + tag_file + ": " + std::strerror(errno));
   }
-  auto device = std::make_unique<host_records::device>(api);
+  auto device = std::make_unique<loaded_driver::device>(api);
   device->start(tag_file, offline ? 1 : 0);
   return device;
 }
@@ -59,7 +59,7 @@ std::string unreachable_message(const std::string& address, uint16_t port) {
                          : reason);
 }
 
-void connect(host_records::device& device, const std::string& address) {
+void connect(loaded_driver::device& device, const std::string& address) {
   const unitydrv_init_params params = init_params_of(address);
   device.api().InitEx(0, &params);
   if (device.get_init() == 10) {
@@ -71,13 +71,13 @@ void connect(host_records::device& device, const std::string& address) {
   }
 }
 
-std::vector<host_result> read(host_records::device& device,
+std::vector<host_result> read(loaded_driver::device& device,
                               const std::vector<host_request>& requests) {
   std::vector<host_result> results(requests.size());
   if (requests.empty()) return results;
-  std::vector<host_records::request> wanted;
+  std::vector<loaded_driver::request> wanted;
   for (const host_request& r : requests) wanted.push_back(record_of(r));
-  const host_records::input_round round = device.read(wanted, nullptr, 0);
+  const loaded_driver::input_round round = device.read(wanted, nullptr, 0);
   for (std::size_t i = 0; i < requests.size(); ++i) {
     results[i].ok = round.results[i].result_status == 0;
     const std::size_t units = std::min<std::size_t>(result_units(requests[i]), 2048);
@@ -86,7 +86,7 @@ std::vector<host_result> read(host_records::device& device,
   return results;
 }
 
-void write(host_records::device& device, const host_request& request, const write_data& data) {
+void write(loaded_driver::device& device, const host_request& request, const write_data& data) {
   if (data.words.size() > 2058) throw bad_value("value too long for one request");
   if (is_bit_type(request.code) || request.bit >= 0) {
     device.write_bit(record_of(request), data.bit_value);

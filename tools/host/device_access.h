@@ -12,6 +12,11 @@
 
 namespace panelhost {
 
+// The driver as panelhost loads it.
+using loaded_driver::check_ipv4_address;
+using loaded_driver::driver_api;
+using loaded_driver::init_params_of;
+
 // What one host request asks for.
 struct host_request {
   uint32_t tag_index = 0;
@@ -31,18 +36,18 @@ std::size_t result_units(const host_request& request);
 
 // StartDeviceEx; a tag file that cannot be read is reported here, since the driver only
 // leaves the table empty.
-std::unique_ptr<host_records::device> start_device(driver_api& api, const std::string& tag_file,
-                                                   bool offline);
+std::unique_ptr<loaded_driver::device> start_device(driver_api& api, const std::string& tag_file,
+                                                    bool offline);
 // InitEx, GetInitCmdEx2, CheckInitCmdResponseEx2; throws std::runtime_error with a one-line
 // reason. An offline device connects to nothing.
-void connect(host_records::device& device, const std::string& address);
+void connect(loaded_driver::device& device, const std::string& address);
 // "controller unreachable at ADDR:PORT: " and why (refused, timed out, no route).
 std::string unreachable_message(const std::string& address, uint16_t port);
 // One OutputFilterEx / InputFilterEx round for all requests.
-std::vector<host_result> read(host_records::device& device,
+std::vector<host_result> read(loaded_driver::device& device,
                               const std::vector<host_request>& requests);
 // One write request; nothing tells the host whether the controller accepted it.
-void write(host_records::device& device, const host_request& request, const write_data& data);
+void write(loaded_driver::device& device, const host_request& request, const write_data& data);
 
 // Why a controller cannot be reached: the driver reports only that it could not connect.
 // Tries one TCP connection to address:port, waiting as long as the driver does (100 ms),
