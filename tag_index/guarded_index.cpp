@@ -5,6 +5,7 @@
 
 #include "dictionary/type_sizes.h"
 #include "guard/guard.h"
+#include "tag_index/tag_names.h"
 #include "wire/byte_cursor.h"
 #include "wire/subscript.h"
 #include "wire/unity_constants.h"
@@ -121,16 +122,6 @@ uint8_t walk_parts(const std::vector<std::string_view>& parts, const table& vari
   return guard::served;
 }
 
-std::vector<std::string_view> dotted(std::string_view name) {
-  std::vector<std::string_view> parts;
-  for (std::size_t from = 0;;) {
-    const std::size_t dot = name.find('.', from);
-    parts.push_back(name.substr(from, dot == std::string_view::npos ? dot : dot - from));
-    if (dot == std::string_view::npos) return parts;
-    from = dot + 1;
-  }
-}
-
 }  // namespace
 
 uint64_t type_sizes::size_of(unsigned short id, int depth) const {
@@ -199,7 +190,7 @@ const std::vector<data_type>* type_sizes::members_of(unsigned short id) const {
 verdict judge_name(const char* text, uint64_t member_offset,
                    const std::map<std::string, table>& tables, const type_sizes& sizes) {
   verdict v;
-  const std::vector<std::string_view> parts = dotted(text != nullptr ? text : "");
+  const std::vector<std::string_view> parts = split_at_dots(text != nullptr ? text : "");
   name_part base;
   // A malformed part anywhere says more than what the walk meets before it.
   for (std::size_t i = parts.size(); i-- > 0;) {

@@ -100,17 +100,6 @@ struct verdict {
   const table* variable = nullptr;
 };
 
-// The parts of a name between dots, empty ones kept.
-std::vector<std::string_view> parts_of(std::string_view name) {
-  std::vector<std::string_view> parts;
-  for (std::size_t from = 0;;) {
-    const std::size_t dot = name.find('.', from);
-    parts.push_back(name.substr(from, dot == std::string_view::npos ? dot : dot - from));
-    if (dot == std::string_view::npos) return parts;
-    from = dot + 1;
-  }
-}
-
 // The first member named member (without its zero), or null.
 const data_type* member_named(const std::vector<data_type>& members, const std::string& member) {
   for (const data_type& m : members) {
@@ -121,7 +110,7 @@ const data_type* member_named(const std::vector<data_type>& members, const std::
 
 verdict walk(std::string_view name, const dictionary& d) {
   verdict v;
-  const std::vector<std::string_view> parts = parts_of(name);
+  const std::vector<std::string_view> parts = split_at_dots(name);
   std::vector<int> indices;
   const std::string base = text_of(parts[0], indices);
   v.subscripted = !indices.empty();

@@ -73,3 +73,13 @@ unsigned int tag_plc_tools_function_578::OverrideTagNameForNewArrayIndex(const c
   std::sprintf(target + kept, "%d]", new_number);
   return 1;
 }
+
+std::vector<std::string_view> split_at_dots(std::string_view name) {
+  std::vector<std::string_view> parts;
+  for (std::size_t from = 0;;) {
+    const std::size_t dot = name.find('.', from);
+    parts.push_back(name.substr(from, dot == std::string_view::npos ? dot : dot - from));
+    if (dot == std::string_view::npos) return parts;
+    from = dot + 1;
+  }
+}

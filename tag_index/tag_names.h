@@ -4,6 +4,8 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+#include <vector>
 
 // The subscript numbers themselves are read by wire/subscript.h.
 #include "wire/subscript.h"
@@ -12,6 +14,8 @@
 void remove_array_index(std::string& name);
 // Cuts the last bracket group of plain text (by the position of the last ']').
 std::string RemoveLastArraySymbol(std::string name);
+// The parts of a name between dots, empty ones kept: "a..b." gives "a", "", "b", "".
+std::vector<std::string_view> split_at_dots(std::string_view name);
 
 struct tag_plc_tools_function_578 {
   // Rewrites the last subscript of source for element index into target; 1 if rewritten.
