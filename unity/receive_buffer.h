@@ -3,6 +3,7 @@
 // bytes actually received.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <new>
 #include <utility>
@@ -29,3 +30,7 @@ struct uninitialised_allocator : std::allocator<T> {
 };
 
 using receive_buffer = std::vector<unsigned char, uninitialised_allocator<unsigned char>>;
+
+// What one receive takes at most, and how long it waits for a reply.
+constexpr std::size_t receive_buffer_size = 2048;
+constexpr long reply_wait_ms = 1000;

@@ -13,21 +13,25 @@
 #include "trace/trace.h"
 #include "unity/exchange_trace.h"
 #include "unity/unity_process.h"
+#include "wire/byte_cursor.h"
 
 namespace {
 
-constexpr std::size_t receive_buffer_size = 2048;
-constexpr long reply_wait_ms = 1000;
-constexpr std::size_t mbap_size = 6;  // id, protocol, length; the length counts what follows
+// The Modbus TCP header up to its length, which counts the bytes that follow it.
+struct mbap_start {
+  unsigned id, protocol, length;
+  static constexpr std::size_t size = 6;
+};
+
+mbap_start mbap_at(const receive_buffer& buffer) {
+  wire::basic_be_reader<receive_buffer> in(buffer);
+  return {in.u16(), in.u16(), in.u16()};  // a braced list is read left to right
+}
 
 long monotonic_ms() {
   timespec now{};
   ::clock_gettime(CLOCK_MONOTONIC, &now);
   return static_cast<long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
-
-unsigned be16(const unsigned char* at) {
-  return unsigned{at[0]} << 8 | at[1];
 }
 
 }  // namespace
@@ -62,22 +66,22 @@ void unity_process::drain_stale() {
 
 std::size_t unity_process::take_matching(uint16_t id, std::size_t& held) {
   unsigned char* const data = reply_buffer_.data();
-  while (held >= mbap_size) {
-    const std::size_t length = be16(data + 4);
-    const std::size_t total = mbap_size + length;
+  while (held >= mbap_start::size) {
+    const mbap_start mbap = mbap_at(reply_buffer_);
+    const std::size_t total = mbap_start::size + mbap.length;
     // Not the start of a frame (a cut reply's rest): nothing held can be trusted.
-    if (be16(data + 2) != 0 || length < 2 || total > receive_buffer_size) {
+    if (mbap.protocol != 0 || mbap.length < 2 || total > receive_buffer_size) {
       if (trace::on) trace::emit("stale-bytes", "bytes=%zu discarded: not a reply", held);
       held = 0;
       return 0;
     }
     if (held < total) return 0;
-    if (be16(data) == id) return total;
+    if (mbap.id == id) return total;
     if (trace::on) {
       trace::emit("late-reply",
                   "request_id=%u reply_id=%u discarded (guarded): a reply to an "
                   "earlier request",
-                  unsigned{id}, be16(data));
+                  unsigned{id}, mbap.id);
     }
     std::memmove(data, data + total, held - total);
     held -= total;

@@ -9,7 +9,6 @@
 #include "unity/exchange_trace.h"
 
 namespace {
-constexpr std::size_t receive_buffer_size = 2048;
 constexpr std::size_t dictionary_handle_size = 8;
 }  // namespace
 
@@ -45,7 +44,6 @@ void unity_process::receive_reply() {
   // Sized up without clearing: only the bytes recv writes are kept.
   reply_buffer_.resize(receive_buffer_size);
   const int fd = socket.descriptor();
-  constexpr long reply_wait_ms = 1000;
   ssize_t n = 0;
   const int ready = orm::wait_one(fd, orm::wait_for::read, reply_wait_ms);
   if (ready > 0) {

@@ -12,9 +12,10 @@ namespace wire {
 
 using bytes = std::vector<unsigned char>;
 
-class be_reader {
+template <typename Buffer>
+class basic_be_reader {
  public:
-  explicit be_reader(const bytes& buf, std::size_t pos = 0) : buf_(buf), pos_(pos) {}
+  explicit basic_be_reader(const Buffer& buf, std::size_t pos = 0) : buf_(buf), pos_(pos) {}
   uint8_t u8() { return buf_.at(pos_++); }
   uint16_t u16() {
     uint16_t hi = u8();
@@ -23,9 +24,11 @@ class be_reader {
   std::size_t pos() const { return pos_; }
 
  private:
-  const bytes& buf_;
+  const Buffer& buf_;
   std::size_t pos_;
 };
+
+using be_reader = basic_be_reader<bytes>;
 
 template <typename Buffer>
 class basic_le_reader {
