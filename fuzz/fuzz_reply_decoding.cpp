@@ -1,11 +1,15 @@
 // One received buffer through classification (get_strategy, get_commands) and then through
 // every dictionary decoder, each on a fresh session. A short buffer may only raise
-// std::out_of_range; anything else escaping, or any sanitizer report, is a finding.
+// std::out_of_range; anything else escaping, or any sanitizer report, is a finding. The
+// announced length stays within one receive buffer past the input (announced_length.h).
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
 #include <vector>
 
+#include "announced_length.h"
+#include "unity/receive_buffer.h"
 #include "unity/unity_process.h"
 
 namespace {
@@ -45,7 +49,9 @@ void run_every_decoder(const std::vector<unity_frame>& frames) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-  const bytes reply(data, data + size);
+  // One receive takes at most a receive buffer's bytes.
+  bytes reply(data, data + std::min(size, receive_buffer_size));
+  bound_announced_length(reply);
   unity_process session;
   std::vector<unity_frame> frames;
   try {

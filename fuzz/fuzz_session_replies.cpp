@@ -1,5 +1,6 @@
 // A session fed a fuzzed stream of replies. Input: one operation byte, then replies, each
-// a u16 little-endian length and that many bytes. An in-memory peer answers every request
+// a u16 little-endian length and that many bytes, its announced Modbus TCP length kept
+// within one receive buffer past them (announced_length.h). An in-memory peer answers every request
 // with the next reply and has closed its end when the replies are used up, so that the
 // sequences that repeat a request for ever end through a failing send. Only
 // std::out_of_range may leave an operation.
@@ -9,6 +10,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "announced_length.h"
 #include "memory_transport.h"
 #include "unity/unity_process.h"
 #include "wire/byte_cursor.h"
@@ -28,6 +30,7 @@ std::vector<bytes> split_replies(const uint8_t* data, std::size_t size) {
     if (n > size - pos) n = size - pos;
     if (n == 0) continue;
     replies.emplace_back(data + pos, data + pos + n);
+    bound_announced_length(replies.back());
     pos += n;
   }
   return replies;

@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
+#include "dictionary/dictionary_records.h"
 #include "tag_index/tag_names.h"
 #include "tag_index/tag_table.h"
 #include "tests/support/dictionary_builders.h"
-#include "dictionary/dictionary_records.h"
 #include "wire/byte_cursor.h"
 
 namespace {
