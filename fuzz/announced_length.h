@@ -1,9 +1,8 @@
 // Keeps a fuzzed reply's Modbus TCP length near the bytes the input holds. The driver takes
 // the announced length at its word and reads what has not arrived as zeros, so a 20-byte
 // input announcing 65,535 bytes spends milliseconds in every decoder on zero records, and
-// the campaign's rate falls tenfold as such inputs fill the corpus. Up to one receive buffer
-// past the input's end is still announced: the zero reads and the too-long checks stay
-// reachable.
+// the campaign's rate falls tenfold as such inputs fill the corpus. Up to 256 bytes past the
+// input's end are still announced, so that the zero reads stay reachable.
 #pragma once
 
 #include <cstddef>

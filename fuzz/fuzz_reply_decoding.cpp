@@ -1,7 +1,7 @@
 // One received buffer through classification (get_strategy, get_commands) and then through
 // every dictionary decoder, each on a fresh session. A short buffer may only raise
 // std::out_of_range; anything else escaping, or any sanitizer report, is a finding. The
-// announced length stays within one receive buffer past the input (announced_length.h).
+// announced length stays within 256 bytes past the input (announced_length.h).
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>

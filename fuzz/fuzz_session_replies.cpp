@@ -1,6 +1,6 @@
 // A session fed a fuzzed stream of replies. Input: one operation byte, then replies, each
 // a u16 little-endian length and that many bytes, its announced Modbus TCP length kept
-// within one receive buffer past them (announced_length.h). An in-memory peer answers every request
+// within 256 bytes past them (announced_length.h). An in-memory peer answers every request
 // with the next reply and has closed its end when the replies are used up, so that the
 // sequences that repeat a request for ever end through a failing send. Only
 // std::out_of_range may leave an operation.
