@@ -85,7 +85,7 @@ class unity_process {
   // way: send_read builds and sends the request (false when it sent nothing; the session
   // then stands as read leaves it), receive_read waits for the reply and takes its values.
   // Call receive_read only after a send_read that returned true.
-  bool send_read(std::vector<read_comm>& items) { return send_read(items, items.size()); }
+  bool send_read(std::vector<read_comm>& items);
   // The same for the first count items only.
   bool send_read(std::vector<read_comm>& items, std::size_t count);
   int receive_read(std::vector<unsigned char>& values);
