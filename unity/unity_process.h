@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "net/client_socket.h"
 #include "dictionary/dictionary_records.h"
+#include "net/client_socket.h"
 #include "unity/message_strategy.h"
 #include "unity/modbus_tcp_frame.h"
 #include "unity/receive_buffer.h"
