@@ -416,8 +416,7 @@ TEST(TraceOffOrOn, AnExceptionLeavingOutputFilterExIsTracedAndReachesTheHostUnch
   if (guarded_run::on()) {
     // Guarded: the position is refused, nothing is raised, and the host goes on.
     EXPECT_EQ(printed.find("the driver raised"), std::string::npos) << printed;
-    EXPECT_NE(printed.find("Counter after the reconnect: -42\nok"), std::string::npos)
-        << printed;
+    EXPECT_NE(printed.find("Counter after the reconnect: -42\nok"), std::string::npos) << printed;
     EXPECT_NE(trace.find("guarded request=0 tag=1000 name= refused reason=\"no such tag"),
               std::string::npos)
         << trace;
