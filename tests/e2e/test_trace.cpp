@@ -255,54 +255,6 @@ TEST_F(TraceEvents, FailedExchangesAndWhatTheHostIsTold) {
                 "error=\"No such file or directory\" (the result is 0"});
 }
 
-// Structure 99 has no members (a controller may report one; the project file cannot say
-// so, hence the member dropped after parsing); 102 is ARRAY[1..3] of structure 100.
-plcsim::project with_empty_structure(const std::string& members_of_100) {
-  plcsim::project p = plcsim::parse_project(R"({"plc_type": "BMX P34 2020", "types": [
-    {"id": 99, "kind": "struct", "name": "EMPTY", "members": [{"name": "X", "type": 4, "offset": 0}]},
-    {"id": 100, "kind": "struct", "name": "PUMP", "members": )" +
-                                            members_of_100 + R"(},
-    {"id": 102, "kind": "array", "name": "ARRAY[1..3] OF PUMP", "element": 100, "dimensions": [[1, 3]]}],
-    "variables": [{"name": "Pumps", "type": 102, "block": 1, "offset": 0}]})");
-  p.types.at(99).members.clear();
-  return p;
-}
-
-// Regression: with a structure of no members the trace sized a type the index build never
-// sized (case A) or raised again inside the build's catch (case B), and the host got
-// std::out_of_range where the untraced driver gave a result.
-TEST_F(TraceEvents, AStructureWithoutMembersChangesNoResult) {
-  const struct {
-    const char* what;
-    const char* members_of_100;
-    const char* tag;
-    int ready;
-    const char* line;
-  } cases[] = {
-      {"A",
-       R"([{"name": "Spare", "type": 99, "offset": 0}, {"name": "Speed", "type": 4, "offset": 2}])",
-       "Pumps[1].Speed.Spare", 1, "resolution tags=1 resolved=1"},
-      {"B",
-       R"([{"name": "Speed", "type": 4, "offset": 0}, {"name": "Spare", "type": 99, "offset": 4}])",
-       "Pumps[1].Speed", 0,
-       "failed=\"the index build stopped: structure EMPTY has no members, so it has no size"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    plcsim::server server(with_empty_structure(c.members_of_100));
-    ASSERT_TRUE(server.start_on_free_loopback());
-    for (const bool traced : {false, true}) {
-      ASSERT_EQ(trace::configure(traced ? trace_path_.c_str() : nullptr, false), traced);
-      auto d = device({c.tag}, 1);
-      EXPECT_NO_THROW(EXPECT_EQ(connect(*d, server.address()), 0u)) << traced;
-      int ready = -1;
-      EXPECT_NO_THROW(ready = init_handshake::check_init_cmd_response(*d)) << traced;
-      EXPECT_EQ(ready, c.ready) << traced;
-    }
-    expect_lines({c.line});
-  }
-}
-
 // Regression: an empty table made the trace open the tag file once more to name the reason;
 // on a named pipe that waits for a writer that never comes.
 TEST_F(TraceEvents, AnEmptyTableOfANamedPipeIsNotOpenedAgain) {
