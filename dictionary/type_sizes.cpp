@@ -13,8 +13,8 @@ namespace {
 // levels deep, so the first few live in place and only a deep (or hostile) one allocates.
 class type_path {
  public:
+  // type: not on the path yet (the descent stops at a type that repeats).
   void insert(unsigned short type) {
-    if (contains(type)) return;
     if (near_count_ < near_.size()) {
       near_[near_count_++] = type;
     } else {

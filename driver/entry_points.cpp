@@ -36,10 +36,6 @@ struct guard_setup {
 void enter(const void* handle) {
   trace::current_device = trace_events::number_of(handle);
 }
-
-const void* first_handle(const _gui_request_* requests, int count) {
-  return requests != nullptr && count > 0 ? requests[0].device_handle : nullptr;
-}
 }  // namespace
 
 void ORMAND_DRV_GetAttributeEx(unitydrv_attributes* attributes) {
@@ -108,9 +104,7 @@ unitydrv_result get_init_cmd(uint32_t* code, void** handle) {
 }
 
 unitydrv_result output_filter(_gui_request_* requests, int count) {
-  if (trace::on) enter(first_handle(requests, count));
-  if (trace::on) trace_events::past_table(requests, count);
-  if (trace::on) trace_events::requests_begun(requests, count);
+  if (trace::on) trace_events::round_begun(requests, count);
   try {
     return driver_object.outputfilter(requests, count);
   } catch (...) {

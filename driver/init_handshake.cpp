@@ -28,10 +28,8 @@ constexpr uint32_t code_no_connection = 10;
 bool build_index(device_context& device, bool again) {
   const unity_process& s = device.session;
   const auto report = [&](bool failed) {
-    if (trace::on) {
-      resolution_report::trace_index(device.tag_table, s.tables, s.struct_members, s.data_types,
-                                     failed, again);
-    }
+    resolution_report::trace_index(device.tag_table, s.tables, s.struct_members, s.data_types,
+                                   failed, again);
   };
   if (guard::on) ++device.guarded.generation;  // the verdicts of earlier reads no longer stand
   try {

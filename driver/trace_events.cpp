@@ -133,20 +133,6 @@ void bit_kept(const offline_stTag_578& tag, const _gui_request_& request) {
               tag.request_index, tag.bit_number, request.write.bit.write_bit_value != 0);
 }
 
-void past_table(const _gui_request_* requests, int count) {
-  if (requests == nullptr || count < 1 || requests[0].device_handle == nullptr) return;
-  const auto& device = *static_cast<const device_context*>(requests[0].device_handle);
-  const uint32_t tags = device.tag_table.tag_count;
-  // A write carries out its first request only.
-  const int used = requests[0].request_kind == 1 || requests[0].request_kind == 2 ? 1 : count;
-  for (int i = 0; i < used; ++i) {
-    if (requests[i].ref.tag_index < tags) continue;
-    trace::emit("tag-past-table",
-                "request=%d tag=%u tags=%u (read as a tag that resolved to nothing)", i,
-                requests[i].ref.tag_index, tags);
-  }
-}
-
 void handshake_begun(const device_context& device) {
   char* text = subject_of(device.trace_number);
   std::snprintf(text, sizeof subjects[0], "address=%.100s during=handshake",
@@ -154,13 +140,21 @@ void handshake_begun(const device_context& device) {
   trace::subject = text;
 }
 
-void requests_begun(const _gui_request_* requests, int count) {
-  if (requests == nullptr || count < 1 || requests[0].device_handle == nullptr) return;
+void round_begun(const _gui_request_* requests, int count) {
+  const bool named = requests != nullptr && count > 0 && requests[0].device_handle != nullptr;
+  trace::current_device = named ? number_of(requests[0].device_handle) : 0;
+  if (!named) return;
   const auto& device = *static_cast<const device_context*>(requests[0].device_handle);
   const offline_CTagTable_578& table = device.tag_table;
   // A write carries out its first request only.
   const bool write = requests[0].request_kind == 1 || requests[0].request_kind == 2;
   const std::size_t used = write ? 1 : static_cast<std::size_t>(count);
+  for (std::size_t i = 0; i < used; ++i) {
+    if (requests[i].ref.tag_index < table.tag_count) continue;
+    trace::emit("tag-past-table",
+                "request=%zu tag=%u tags=%u (read as a tag that resolved to nothing)", i,
+                requests[i].ref.tag_index, table.tag_count);
+  }
   char* text = subject_of(device.trace_number);
   std::size_t n = static_cast<std::size_t>(std::snprintf(
       text, sizeof subjects[0], "address=%.100s %s=", trace::escaped(device.plc_address).c_str(),

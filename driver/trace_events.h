@@ -30,13 +30,13 @@ void downloaded(const unity_process& session, long since_ms, uint16_t first_step
 // too short for a request's values, the failure report of an input call. Cold: the
 // request paths that call them stay as small (and as inlined) as without the trace.
 [[gnu::cold]] void bit_kept(const offline_stTag_578& tag, const _gui_request_& request);
-// Names each request of an OutputFilterEx call whose tag number lies past the table.
-[[gnu::cold]] void past_table(const _gui_request_* requests, int count);
 // The subject of the lines below a call (trace::subject): the device's address during a
 // handshake; its address and the request's tags (the first few and a count) during a filter
 // call, which the failure report of the next input call names again.
 void handshake_begun(const device_context& device);
-[[gnu::cold]] void requests_begun(const _gui_request_* requests, int count);
+// The start of an OutputFilterEx call: names its device in the lines that follow and each
+// request whose tag number lies past the table, then sets the call's subject.
+[[gnu::cold]] void round_begun(const _gui_request_* requests, int count);
 [[gnu::cold]] void failure_reported(int results);
 
 // Keeps the variables of the earlier download aside while the session downloads again, so

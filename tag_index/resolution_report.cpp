@@ -62,8 +62,8 @@ std::string text_of(std::string_view part, std::vector<int>& indices) {
   std::string held(part);
   held.push_back('\0');
   indices = pares_array_indices_from_subscript(held);
-  remove_array_index(held);
-  if (!held.empty() && held.back() == '\0') held.pop_back();
+  remove_array_index(held);  // which keeps the terminating zero
+  held.pop_back();
   return held;
 }
 

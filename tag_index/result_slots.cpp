@@ -181,6 +181,11 @@ void result_slots::fill_positions(const std::vector<read_comm>& items, const uin
       values);
 }
 
+result_slot& result_slots::slot(std::size_t i) {
+  if (i >= block_.size()) grow(i + 1);
+  return block_[i];
+}
+
 void result_slots::set_head(std::size_t i, const slot_head& head) {
   put_head(slot(i), head);
 }

@@ -41,10 +41,7 @@ class result_slots {
   static constexpr std::size_t cleared_bytes = 512;
 
   // Slot i; the block grows to hold it.
-  result_slot& slot(std::size_t i) {
-    if (i >= block_.size()) grow(i + 1);
-    return block_[i];
-  }
+  result_slot& slot(std::size_t i);
 
   // An online read, around its exchange: plan(count) gives the heads to fill in while the
   // request is built, post_heads() writes them into the slots while the reply is on its

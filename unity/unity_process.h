@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "net/client_socket.h"
 #include "dictionary/dictionary_records.h"
+#include "net/client_socket.h"
 #include "unity/message_strategy.h"
 #include "unity/modbus_tcp_frame.h"
 #include "unity/receive_buffer.h"
@@ -85,7 +85,7 @@ class unity_process {
   // way: send_read builds and sends the request (false when it sent nothing; the session
   // then stands as read leaves it), receive_read waits for the reply and takes its values.
   // Call receive_read only after a send_read that returned true.
-  bool send_read(std::vector<read_comm>& items) { return send_read(items, items.size()); }
+  bool send_read(std::vector<read_comm>& items);
   // The same for the first count items only.
   bool send_read(std::vector<read_comm>& items, std::size_t count);
   int receive_read(std::vector<unsigned char>& values);

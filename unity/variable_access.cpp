@@ -141,6 +141,10 @@ int unity_process::read(std::vector<read_comm>& items, std::vector<unsigned char
   return send_read(items) ? receive_read(values) : 0;
 }
 
+bool unity_process::send_read(std::vector<read_comm>& items) {
+  return send_read(items, items.size());
+}
+
 bool unity_process::send_read(std::vector<read_comm>& items, std::size_t count) {
   if (count > max_items) return false;
   if (state == state_write_ok || state == state_read_ok) state = state_ready;

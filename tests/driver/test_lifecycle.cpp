@@ -1,13 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <string>
-
-#include "driver/device_context.h"
 #include "driver/init_handshake.h"
-#include "driver/tag_driver_offline_578.h"
-#include "tools/common/driver_api.h"
-#include "tools/common/tag_file_writer.h"
 
 namespace {
 
@@ -25,36 +18,6 @@ TEST(InitParams, DottedTextFromTheHostRecord) {
   EXPECT_EQ(init_handshake::address_from_params(params(0x01C0 | 0xA800, 1, 2)), "192.169.1.2");
   // The third and fourth numbers are 16-bit: written as they are, without clipping.
   EXPECT_EQ(init_handshake::address_from_params(params(0x007F, 300, 65535)), "127.0.300.65535");
-}
-
-TEST(Lifecycle, MissingFileGivesAHandleAndAnEmptyTable) {
-  tag_driver_offline_578 driver;
-  void* handle = nullptr;
-  EXPECT_EQ(driver.start_device(0, &handle, "/nonexistent/dir/tags.bin", 0), 0);
-  ASSERT_NE(handle, nullptr);
-  auto* device = static_cast<device_context*>(handle);
-  EXPECT_EQ(device->tag_table.tag_count, 0u);
-  EXPECT_EQ(device->tag_table.entries, nullptr);
-  EXPECT_EQ(device->session.state, unity_process::state_not_connected);
-  driver.close_device(0, handle);
-}
-
-// A host that calls before it has a device, or after it lost one, must not end its own
-// process: every entry point takes a missing handle (or a null pointer to one).
-TEST(Lifecycle, MissingHandlesAreIgnoredByEveryEntryPoint) {
-  loaded_driver::driver_api lib(UNITYDRV_LIBRARY_PATH);
-  void* no_device = nullptr;
-  for (void** handle : {static_cast<void**>(nullptr), &no_device}) {
-    uint32_t code = 0;
-    lib.GetInitCmdEx2(&code, 0, 0, 0, handle);
-    EXPECT_EQ(code, 10u);
-    lib.GetInitCmdEx2(nullptr, 0, 0, 0, handle);
-    EXPECT_EQ(lib.CheckInitCmdResponseEx2(0, 0, handle), 0);
-  }
-  lib.OutputFilterEx(nullptr, 0);
-  lib.InputFilterEx(nullptr, nullptr, nullptr, 0);
-  lib.Timeout(0, nullptr);
-  lib.CloseDevice(0, nullptr);
 }
 
 }  // namespace

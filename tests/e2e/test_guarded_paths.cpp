@@ -94,54 +94,38 @@ class GuardedPaths : public plant::device_test {
   }
 };
 
-// 1. Tags that do not resolve: an unknown variable reads block 0 and its short reply
-// raises out of OutputFilterEx.
-TEST_F(GuardedPaths, UnresolvedTagIsRefusedNotRaised) {
+// 1. Tags that do not resolve. The default reads block 0 for an unknown variable, an unknown
+// member, a tag number past the table and every tag behind a malformed subscript (which
+// ends its index build), and the short reply raises; a structure named without a member gets
+// the request refused by the controller, the good tag beside it with it. Guarded, the bad
+// position alone is refused, the good one served.
+TEST_F(GuardedPaths, TagsThatDoNotResolveAreRefusedNotRaised) {
   ready();
-  const std::vector<request> wanted{{nope, INT, 0, 8}, {counter, INT}};
-  if (!guarded_run::on()) {
-    EXPECT_THROW(read(wanted), std::out_of_range);
-    return;
-  }
-  const auto round = read(wanted);
-  expect_refused(round, 0);
-  expect_served(round, 1, {7});
-}
-
-// 1. An unknown member and a tag number past the table read block 0, whose short reply
-// raises; a structure named without a member gets the request refused by the controller,
-// the good tag beside it with it. Guarded, each position alone is refused, the others
-// served.
-TEST_F(GuardedPaths, UnknownMemberStructureAndTagPastTableAreRefused) {
-  ready();
-  for (const uint32_t bad : {uint32_t{unknown_member}, 1000u, uint32_t{whole_structure}}) {
-    SCOPED_TRACE(bad);
-    const std::vector<request> wanted{{counter, INT}, {bad, INT, 0, 8}};
+  const struct {
+    request bad;
+    uint32_t good;
+    uint16_t good_value;
+  } cases[] = {
+      {{nope, INT, 0, 8}, counter, 7},
+      {{unknown_member, INT, 0, 8}, counter, 7},
+      {{1000, INT, 0, 8}, counter, 7},
+      {{whole_structure, INT, 0, 8}, counter, 7},
+      {{malformed, REAL}, level_after_malformed, 42},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.bad.tag);
+    const std::vector<request> wanted{{c.good, INT}, c.bad};
     if (guarded_run::on()) {
       const auto round = read(wanted);
-      expect_served(round, 0, {7});
+      expect_served(round, 0, {c.good_value});
       expect_refused(round, 1);
-    } else if (bad == whole_structure) {
+    } else if (c.bad.tag == whole_structure) {
       expect_refused(read(wanted), 0);
     } else {
       EXPECT_THROW(read(wanted), std::out_of_range);
       reconnect();
     }
   }
-}
-
-// 1. A malformed subscript ends the default's index build: the tags behind it stay
-// unresolved. Guarded, only that tag is refused.
-TEST_F(GuardedPaths, MalformedSubscriptRefusesThatTagOnly) {
-  ready();
-  const std::vector<request> wanted{{malformed, REAL}, {level_after_malformed, INT}};
-  if (!guarded_run::on()) {
-    EXPECT_THROW(read(wanted), std::out_of_range);
-    return;
-  }
-  const auto round = read(wanted);
-  expect_refused(round, 0);
-  expect_served(round, 1, {42});
 }
 
 // 1. Every tag of a device whose tag file is missing.

@@ -135,4 +135,23 @@ TEST_F(OddString, ThePadByteOfAStringReadWholeShiftsTheValuesAfterIt) {
   }
 }
 
+// A host that calls before it has a device, or after it lost one, must not end its own
+// process: every entry point takes a missing handle (or a null pointer to one), the trace
+// included.
+TEST(Lifecycle, MissingHandlesAreIgnoredByEveryEntryPoint) {
+  loaded_driver::driver_api lib(UNITYDRV_LIBRARY_PATH);
+  void* no_device = nullptr;
+  for (void** handle : {static_cast<void**>(nullptr), &no_device}) {
+    uint32_t code = 0;
+    lib.GetInitCmdEx2(&code, 0, 0, 0, handle);
+    EXPECT_EQ(code, 10u);
+    lib.GetInitCmdEx2(nullptr, 0, 0, 0, handle);
+    EXPECT_EQ(lib.CheckInitCmdResponseEx2(0, 0, handle), 0);
+  }
+  lib.OutputFilterEx(nullptr, 0);
+  lib.InputFilterEx(nullptr, nullptr, nullptr, 0);
+  lib.Timeout(0, nullptr);
+  lib.CloseDevice(0, nullptr);
+}
+
 }  // namespace
