@@ -29,4 +29,24 @@ uint32_t element_size_of_format(int format, uint16_t type_id);
 // structures. Raises std::out_of_range for a structure without members.
 void add_block_size(const member_map& struct_members, unsigned short type_id, unsigned int& size);
 
+// Bytes of one value of a dictionary type (an array, a structure, a string, an elementary
+// type); 0 when the dictionary does not tell.
+class type_sizes {
+ public:
+  type_sizes(const member_map& structs, const std::map<unsigned short, data_type>& types)
+      : structs_(structs), types_(types) {}
+
+  uint64_t size_of(unsigned short id, int depth = 0) const;
+  // A one-dimensional array type: its declared low bound, element count and element type.
+  bool array_of(unsigned short id, int32_t& low, uint32_t& count, unsigned short& element) const;
+  // A structure (not an array of structures, which shares its element's member list).
+  bool is_structure(unsigned short id) const;
+  bool is_structure_array(unsigned short id) const;
+  const std::vector<data_type>* members_of(unsigned short id) const;
+
+ private:
+  const member_map& structs_;
+  const std::map<unsigned short, data_type>& types_;
+};
+
 }  // namespace dictionary

@@ -3,17 +3,16 @@
 #include <exception>
 #include <string_view>
 
-#include "dictionary/type_sizes.h"
 #include "guard/guard.h"
 #include "tag_index/tag_names.h"
-#include "wire/byte_cursor.h"
 #include "wire/subscript.h"
 #include "wire/unity_constants.h"
 
 namespace guarded_index {
 namespace {
 
-using member_map = std::map<unsigned short, std::vector<data_type>>;
+using dictionary::member_map;
+using dictionary::type_sizes;
 
 // One dotted part of a name: its text and the numbers of its one trailing subscript.
 struct name_part {
@@ -41,18 +40,6 @@ bool read_part(std::string_view part, name_part& out) {
   }
   out.subscripted = true;
   return out.numbers.size() == 1;  // arrays have one dimension
-}
-
-// The length of "STRING[n]".
-uint64_t string_length(const std::string& name) {
-  const std::size_t open = name.find('[');
-  uint64_t n = 0;
-  for (std::size_t i = open + 1; open != std::string::npos && i < name.size(); ++i) {
-    if (name[i] < '0' || name[i] > '9') return name[i] == ']' ? n : 0;
-    n = n * 10 + static_cast<uint64_t>(name[i] - '0');
-    if (n > 0xFFFFFFFFu) return 0;
-  }
-  return 0;
 }
 
 const data_type* find_member(const std::vector<data_type>& members, std::string_view text) {
@@ -113,7 +100,7 @@ uint8_t walk_parts(const std::vector<std::string_view>& parts, const table& vari
       if (!sizes.is_structure(type)) return guard::member_of_value;
       const data_type* member = find_member(*sizes.members_of(type), part.text);
       if (member == nullptr) return guard::unknown_member;
-      type = wire::le_reader(member->bounds).u16();
+      type = dictionary::member_type_id(*member);
     }
     const uint8_t why = take_subscript(part, i + 1 == parts.size(), type, sizes, element);
     if (why != guard::served) return why;
@@ -123,69 +110,6 @@ uint8_t walk_parts(const std::vector<std::string_view>& parts, const table& vari
 }
 
 }  // namespace
-
-uint64_t type_sizes::size_of(unsigned short id, int depth) const {
-  if (depth > 32) return 0;  // a dictionary whose types contain themselves
-  int32_t low = 0;
-  uint32_t count = 0;
-  unsigned short element = 0;
-  if (array_of(id, low, count, element)) return uint64_t{count} * size_of(element, depth + 1);
-  const auto type = types_.find(id);
-  if (type != types_.end() && type->second.element_type == dictionary::string_type &&
-      type->second.bounds.empty()) {
-    return string_length(type->second.name);
-  }
-  if (structs_.count(id) != 0) {
-    unsigned int size = 0;
-    try {
-      dictionary::add_block_size(structs_, id, size);
-    } catch (const std::exception&) {
-      return 0;
-    }
-    return size;
-  }
-  return dictionary::element_size_of_format(read_comm::get_read_format_from_type(id), id);
-}
-
-bool type_sizes::array_of(unsigned short id, int32_t& low, uint32_t& count,
-                          unsigned short& element) const {
-  const auto type = types_.find(id);
-  if (type == types_.end()) return false;
-  const data_type& t = type->second;
-  // One dimension: its count byte, the low bound, the high bound (whose top byte the
-  // download leaves out: it copies 8 bytes from the count byte on).
-  if (t.bounds.size() != 8 || t.bounds[0] != 1 || t.element_type == 0) return false;
-  std::vector<unsigned char> padded = t.bounds;
-  padded.push_back(0);
-  wire::le_reader in(padded, 1);
-  low = static_cast<int32_t>(in.u32());
-  const int64_t high = static_cast<int32_t>(in.u32());
-  if (high < low) return false;
-  count = static_cast<uint32_t>(high - low + 1);
-  element = t.element_type;
-  return true;
-}
-
-bool type_sizes::is_structure_array(unsigned short id) const {
-  int32_t low = 0;
-  uint32_t count = 0;
-  unsigned short element = 0;
-  return array_of(id, low, count, element) && is_structure(element);
-}
-
-bool type_sizes::is_structure(unsigned short id) const {
-  int32_t low = 0;
-  uint32_t count = 0;
-  unsigned short element = 0;
-  const auto members = structs_.find(id);
-  return members != structs_.end() && !members->second.empty() &&
-         read_comm::get_read_format_from_type(id) == 255 && !array_of(id, low, count, element);
-}
-
-const std::vector<data_type>* type_sizes::members_of(unsigned short id) const {
-  const auto members = structs_.find(id);
-  return members != structs_.end() ? &members->second : nullptr;
-}
 
 verdict judge_name(const char* text, uint64_t member_offset,
                    const std::map<std::string, table>& tables, const type_sizes& sizes) {

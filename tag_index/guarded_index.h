@@ -9,30 +9,10 @@
 #include <vector>
 
 #include "dictionary/dictionary_records.h"
+#include "dictionary/type_sizes.h"
 #include "tag_index/tag_table.h"
 
 namespace guarded_index {
-
-// Bytes of one value of a dictionary type (an array, a structure, a string, an elementary
-// type); 0 when the dictionary does not tell.
-class type_sizes {
- public:
-  type_sizes(const std::map<unsigned short, std::vector<data_type>>& structs,
-             const std::map<unsigned short, data_type>& types)
-      : structs_(structs), types_(types) {}
-
-  uint64_t size_of(unsigned short id, int depth = 0) const;
-  // A one-dimensional array type: its declared low bound, element count and element type.
-  bool array_of(unsigned short id, int32_t& low, uint32_t& count, unsigned short& element) const;
-  // A structure (not an array of structures, which shares its element's member list).
-  bool is_structure(unsigned short id) const;
-  bool is_structure_array(unsigned short id) const;
-  const std::vector<data_type>* members_of(unsigned short id) const;
-
- private:
-  const std::map<unsigned short, std::vector<data_type>>& structs_;
-  const std::map<unsigned short, data_type>& types_;
-};
 
 // What a guarded request needs to know of one tag.
 struct verdict {
@@ -43,7 +23,7 @@ struct verdict {
 
 // The verdict on one name (8-bit text) resolved by the build at member_offset.
 verdict judge_name(const char* name, uint64_t member_offset,
-                   const std::map<std::string, table>& tables, const type_sizes& sizes);
+                   const std::map<std::string, table>& tables, const dictionary::type_sizes& sizes);
 
 // Sets the guard fields of every entry. The build has left guard_refusal set on the
 // entries it did not resolve; they stay refused whatever the name says.

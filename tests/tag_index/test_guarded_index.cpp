@@ -58,7 +58,7 @@ struct name_case {
 
 TEST(GuardedIndex, JudgesEachNameAgainstTheDictionary) {
   const dictionary d;
-  const guarded_index::type_sizes sizes(d.structs, d.types);
+  const ::dictionary::type_sizes sizes(d.structs, d.types);
   const name_case cases[] = {
       {"Counter", 0, guard::served, 2, 0},
       {"Pumps[2].Speed", 24, guard::served, 4, 0},  // counted from 0: the third element
@@ -98,7 +98,7 @@ TEST(GuardedIndex, JudgesEachNameAgainstTheDictionary) {
 
 TEST(GuardedIndex, RefusesAnItemPlacedOutsideItsVariable) {
   const dictionary d;
-  const guarded_index::type_sizes sizes(d.structs, d.types);
+  const ::dictionary::type_sizes sizes(d.structs, d.types);
   EXPECT_EQ(sizes.size_of(101), 36u);
   // A placement the build computed past the three pumps' 36 bytes.
   EXPECT_EQ(guarded_index::judge_name("Pumps[2].Starts", 40, d.tables, sizes).refusal,
